@@ -1,0 +1,233 @@
+#include "base/checked_size.h"
+#include "base/element_copy.h"
+#include "base/handle_magic.h"
+#include "base/module_id.h"
+
+#include "general/queue.h"
+
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+
+GENERAL_MODULE_ID("$Id$");
+
+/// A ring buffer. The element at index i, 0 being the oldest, is in slot head + i, wrapped once.
+struct Queue {
+    uint32_t magic;
+    uint32_t capacity; ///< element slots
+    uint32_t elementSize;
+    uint32_t count;
+    uint32_t tail; ///< slot that the next element goes to
+    uint32_t head; ///< slot of the oldest element
+    unsigned char *storage;
+};
+
+static_assert(offsetof(Queue, capacity) == 4 && offsetof(Queue, elementSize) == 8 && offsetof(Queue, count) == 12);
+static_assert(offsetof(Queue, tail) == 16 && offsetof(Queue, head) == 20 && offsetof(Queue, storage) == 24);
+static_assert(sizeof(Queue) == 28);
+
+namespace {
+
+constexpr uint32_t queueMagic = 0x51756531;
+constexpr uint32_t initialCapacity = 20;
+constexpr uint32_t growthStep = 10;
+
+bool isLive(const Queue *queue)
+{
+    return queue != nullptr && queue->magic == queueMagic;
+}
+
+void *slot(const Queue *queue, uint32_t number)
+{
+    return queue->storage + size_t{number} * queue->elementSize;
+}
+
+uint32_t slotOfIndex(const Queue *queue, uint32_t index)
+{
+    uint32_t untilEnd = queue->capacity - queue->head;
+    return index < untilEnd ? queue->head + index : index - untilEnd;
+}
+
+uint32_t slotAfter(const Queue *queue, uint32_t number)
+{
+    return number + 1 == queue->capacity ? 0 : number + 1;
+}
+
+/// Moves count slots; source and destination may overlap.
+void moveSlots(const Queue *queue, uint32_t destination, uint32_t source, uint32_t count)
+{
+    memmove(slot(queue, destination), slot(queue, source), size_t{count} * queue->elementSize);
+}
+
+/// Makes room in a full queue. The slots from head to the old end move up to the new end, which
+/// leaves the new room between tail and head.
+bool grow(Queue *queue)
+{
+    size_t size = 0;
+    if (!general::checkedProduct(queue->capacity + growthStep, queue->elementSize, size))
+        return false;
+    void *storage = realloc(queue->storage, size);
+    if (storage == nullptr)
+        return false;
+    queue->storage = static_cast<unsigned char *>(storage);
+    moveSlots(queue, queue->head + growthStep, queue->head, queue->capacity - queue->head);
+    queue->head += growthStep;
+    queue->capacity += growthStep;
+    return true;
+}
+
+/// Closes the gap at a slot; head stays, the later elements come down.
+void closeGap(Queue *queue, uint32_t gap)
+{
+    if (queue->tail > gap) {
+        moveSlots(queue, gap, gap + 1, queue->tail - gap - 1);
+        --queue->tail;
+        return;
+    }
+    uint32_t last = queue->capacity - 1;
+    moveSlots(queue, gap, gap + 1, last - gap);
+    if (queue->tail == 0) {
+        queue->tail = last;
+        return;
+    }
+    moveSlots(queue, last, 0, 1);
+    moveSlots(queue, 0, 1, queue->tail - 1);
+    --queue->tail;
+}
+
+void dropOldest(Queue *queue)
+{
+    queue->head = slotAfter(queue, queue->head);
+    --queue->count;
+}
+
+/// What is wrong with reading the element at an index.
+QueStat checkIndex(const Queue *queue, uint32_t index)
+{
+    if (!isLive(queue))
+        return QUE_BAD_HANDLE;
+    if (queue->count == 0)
+        return QUE_EMPTY;
+    return index < queue->count ? QUE_OK : QUE_BAD_ARG;
+}
+
+} // namespace
+
+Queue *QueCreate(uint32_t elementSize)
+{
+    size_t size = 0;
+    if (elementSize == 0 || !general::checkedProduct(initialCapacity, elementSize, size))
+        return nullptr;
+    auto *queue = static_cast<Queue *>(malloc(sizeof(Queue)));
+    auto *storage = static_cast<unsigned char *>(malloc(size));
+    if (queue == nullptr || storage == nullptr) {
+        free(queue);
+        free(storage);
+        return nullptr;
+    }
+    *queue = Queue{.magic = queueMagic,
+                   .capacity = initialCapacity,
+                   .elementSize = elementSize,
+                   .count = 0,
+                   .tail = 0,
+                   .head = 0,
+                   .storage = storage};
+    return queue;
+}
+
+uint32_t QueDestroy(Queue *queue)
+{
+    if (!isLive(queue))
+        return QUE_BAD_HANDLE;
+
+    general::clearMagic(queue->magic);
+    free(queue->storage);
+    free(queue);
+    return QUE_OK;
+}
+
+uint32_t QueLength(const Queue *queue, uint32_t *length)
+{
+    if (!isLive(queue))
+        return QUE_BAD_HANDLE;
+    if (length == nullptr)
+        return QUE_BAD_ARG;
+
+    *length = queue->count;
+    return QUE_OK;
+}
+
+uint32_t QueAdd(Queue *queue, const void *element)
+{
+    if (!isLive(queue))
+        return QUE_BAD_HANDLE;
+    if (element == nullptr)
+        return QUE_BAD_ARG;
+    if (queue->count == queue->capacity && !grow(queue))
+        return QUE_NO_MEMORY;
+
+    general::copyElement(slot(queue, queue->tail), element, queue->elementSize);
+    queue->tail = slotAfter(queue, queue->tail);
+    ++queue->count;
+    return QUE_OK;
+}
+
+uint32_t QueRmv(Queue *queue, void *element)
+{
+    if (!isLive(queue))
+        return QUE_BAD_HANDLE;
+    if (queue->count == 0)
+        return QUE_EMPTY;
+    if (element == nullptr)
+        return QUE_BAD_ARG;
+
+    general::copyElement(element, slot(queue, queue->head), queue->elementSize);
+    dropOldest(queue);
+    return QUE_OK;
+}
+
+uint32_t QueDel(Queue *queue)
+{
+    if (!isLive(queue))
+        return QUE_BAD_HANDLE;
+    if (queue->count == 0)
+        return QUE_EMPTY;
+
+    dropOldest(queue);
+    return QUE_OK;
+}
+
+uint32_t QueDelIndex(Queue *queue, uint32_t index)
+{
+    QueStat stat = checkIndex(queue, index);
+    if (stat != QUE_OK)
+        return stat;
+
+    closeGap(queue, slotOfIndex(queue, index));
+    --queue->count;
+    return QUE_OK;
+}
+
+uint32_t QueLook(const Queue *queue, uint32_t index, void *element)
+{
+    QueStat stat = checkIndex(queue, index);
+    if (stat != QUE_OK)
+        return stat;
+    if (element == nullptr)
+        return QUE_BAD_ARG;
+
+    general::copyElement(element, slot(queue, slotOfIndex(queue, index)), queue->elementSize);
+    return QUE_OK;
+}
+
+uint32_t QuePeek(const Queue *queue, uint32_t index, void **element)
+{
+    QueStat stat = checkIndex(queue, index);
+    if (stat != QUE_OK)
+        return stat;
+    if (element == nullptr)
+        return QUE_BAD_ARG;
+
+    *element = slot(queue, slotOfIndex(queue, index));
+    return QUE_OK;
+}

@@ -1,0 +1,26 @@
+/// @file
+/// What every header of the interface leans on: linkage, calling convention, fixed-width types.
+///
+/// The interface is plain C: undecorated names, the compiler's default `__cdecl` convention.
+/// Define `GENERAL_STATIC` to use the library as a static archive instead of a DLL.
+
+#ifndef GENERAL_API_H
+#define GENERAL_API_H
+
+#include <stdint.h>
+
+#if !defined(_WIN32) || defined(GENERAL_STATIC)
+#define GENERAL_IMPORT_EXPORT
+#elif defined(GENERAL_BUILDING_DLL)
+#define GENERAL_IMPORT_EXPORT __declspec(dllexport)
+#else
+#define GENERAL_IMPORT_EXPORT __declspec(dllimport)
+#endif
+
+#ifdef __cplusplus
+#define GENERAL_API extern "C" GENERAL_IMPORT_EXPORT
+#else
+#define GENERAL_API extern GENERAL_IMPORT_EXPORT
+#endif
+
+#endif

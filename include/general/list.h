@@ -1,0 +1,66 @@
+/// @file
+/// Intrusive circular doubly linked list with recycled nodes of one size.
+///
+/// A node is a block of the caller's own layout that begins with two links, a ListNode. The list
+/// begins with the same two links and is its own sentinel: the handle, seen as a node, stands
+/// before the first and after the last node.
+///
+///     typedef struct Job { ListNode links; int id; } Job;
+///     List *jobs = ListMake(sizeof(Job));
+///     Job *job = (Job *)ListMakeNode(jobs);
+///     ListInsert(&jobs->links, &job->links);            // at the end
+///     for (ListNode *n = jobs->links.next; n != &jobs->links; n = n->next) ...
+///
+/// A list is not locked: callers serialise access to one list.
+
+#ifndef GENERAL_LIST_H
+#define GENERAL_LIST_H
+
+#include "general/api.h"
+
+/// The two links that every node begins with.
+typedef struct ListNode {
+    struct ListNode *next;
+    struct ListNode *previous;
+} ListNode;
+
+/// A list. Callers read `links` (`next` is the first node, `previous` the last, both the handle
+/// itself when the list is empty) and leave the rest alone.
+typedef struct List {
+    ListNode links;
+    uint32_t nodeSize;
+    ListNode *spares;
+    uint32_t magic;
+} List;
+
+/// Makes an empty list.
+/// @param nodeSize  bytes per node, both links included. A size below that of the links is raised
+///                  to it, because a spare node is chained through its first link
+/// @return the list, which the caller hands to ListDestroy, or null if memory is exhausted
+GENERAL_API List *ListMake(uint32_t nodeSize);
+
+/// Frees every node on the list, every spare node and the list itself.
+/// @return 1, or 0 for a null handle or one that is not a live list
+GENERAL_API int ListDestroy(List *list);
+
+/// Hands out a node that is on no list: the one that ListFreeNode was given last if there is a
+/// spare, a new block otherwise. Its contents are not cleared.
+/// @return nodeSize bytes that belong to the list; null if the handle is null or not a live list, or
+///         if memory is exhausted
+GENERAL_API void *ListMakeNode(List *list);
+
+/// Takes a node back for the next ListMakeNode. Its memory returns to the heap with ListDestroy only.
+/// @param list  a live list; the call is ignored otherwise
+/// @param node  a node of this list that has been unlinked already
+GENERAL_API void ListFreeNode(List *list, void *node);
+
+/// Links a node in front of a position. Nothing is checked.
+/// @param position  a node of the list, or the list's own links to append at the end
+/// @param node      a node that is on no list
+GENERAL_API void ListInsert(ListNode *position, ListNode *node);
+
+/// Unlinks a node from the list that holds it. The node's own links are left as they were. Nothing
+/// is checked.
+GENERAL_API void ListRmvItem(ListNode *node);
+
+#endif

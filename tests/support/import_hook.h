@@ -1,0 +1,96 @@
+/// @file
+/// Replaces single entries of general.dll's import table in the running test process, so that the
+/// shipped DLL, unchanged, meets failing system calls. Windows build only.
+
+#pragma once
+
+#include <optional>
+
+namespace test_support {
+
+/// The loaded general.dll calls `replacement` instead of one imported function for as long as the
+/// hook lives. Hooks on one import are undone in reverse order of their making.
+class ImportHook {
+public:
+    /// @param name         the imported function's name, e.g. "CreateEventA". A name that
+    ///                     general.dll does not import ends the test program with a message
+    /// @param replacement  a function of exactly the imported one's type and calling convention
+    template<typename Function>
+    ImportHook(const char *name, Function *replacement)
+        : ImportHook(name, reinterpret_cast<void *>(replacement))
+    {
+    }
+    ~ImportHook();
+    ImportHook(const ImportHook &) = delete;
+    ImportHook &operator=(const ImportHook &) = delete;
+
+    /// The function that the hook replaced, for replacements that pass calls on.
+    template<typename Function>
+    Function *original() const
+    {
+        return reinterpret_cast<Function *>(original_);
+    }
+
+private:
+    ImportHook(const char *name, void *replacement);
+
+    void **entry_;
+    void *original_;
+};
+
+/// What general.dll calls at present for an imported function; null when it imports no such name.
+void *importedFunction(const char *name);
+
+/// Makes the n-th call (from 1) of one import of general.dll fail, and passes every other call on.
+///
+///     FailingImport<BOOL WINAPI(HANDLE)> failing("SetEvent", FALSE, 2);
+///
+/// One object per function type may live at a time. Calls are counted without a lock: hook what
+/// one thread calls.
+template<typename Signature>
+class FailingImport;
+
+template<typename Result, typename... Arguments>
+class FailingImport<Result __attribute__((stdcall)) (Arguments...)> {
+public:
+    FailingImport(const char *name, Result failure, int failingCall, unsigned long lastError = 0);
+
+    /// How many times the function was called so far.
+    int calls() const { return calls_; }
+    /// Whether the failure has been dealt out.
+    bool failed() const { return calls_ >= failingCall_; }
+
+private:
+    using Function = Result __attribute__((stdcall)) (Arguments...);
+    static Result __attribute__((stdcall)) replacement(Arguments... arguments);
+
+    static inline FailingImport *active_ = nullptr;
+    Result failure_;
+    int failingCall_;
+    unsigned long lastError_;
+    int calls_ = 0;
+    std::optional<ImportHook> hook_;
+};
+
+void setLastError(unsigned long code);
+
+template<typename Result, typename... Arguments>
+FailingImport<Result __attribute__((stdcall)) (Arguments...)>::FailingImport(const char *name, Result failure,
+                                                                             int failingCall, unsigned long lastError)
+    : failure_(failure), failingCall_(failingCall), lastError_(lastError)
+{
+    active_ = this;
+    hook_.emplace(name, &replacement);
+}
+
+template<typename Result, typename... Arguments>
+Result __attribute__((stdcall))
+FailingImport<Result __attribute__((stdcall)) (Arguments...)>::replacement(Arguments... arguments)
+{
+    if (++active_->calls_ != active_->failingCall_)
+        return active_->hook_->template original<Function>()(arguments...);
+    setLastError(active_->lastError_);
+    return active_->failure_;
+}
+
+} // namespace test_support
