@@ -26,7 +26,8 @@ target_compile_options(general_library_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 if(WIN32)
     # Callers guarantee a stack aligned to 4 bytes and no more.
-    target_compile_options(general_library_options INTERFACE -mincoming-stack-boundary=2)
+    target_compile_options(general_library_options INTERFACE
+        -mincoming-stack-boundary=2 -mpreferred-stack-boundary=2)
 endif()
 
 # general_modules(FILE...): adds modules that make no system call; both builds have them.
