@@ -4,6 +4,7 @@
 #ifndef GENERAL_H
 #define GENERAL_H
 
+#include "general/geometry.h"
 #include "general/list.h"
 #include "general/queue.h"
 #include "general/redblack.h"
