@@ -23,6 +23,10 @@ constexpr T4 identityT4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 /// what takes two on single doubles.
 using Pair = double __attribute__((vector_size(16)));
 
+// Pairs pass between inlined functions only, so no calling convention is concerned where the
+// baseline processor has no SSE.
+#pragma GCC diagnostic ignored "-Wpsabi"
+
 /// Moves a pair from and to memory of any alignment.
 [[gnu::always_inline]] inline Pair load(const double *source)
 {
