@@ -9,8 +9,7 @@ GENERAL_MODULE_ID("$Id$");
 
 static_assert(sizeof(V3) == 24 && sizeof(R3) == 72 && sizeof(T4) == 128);
 
-namespace
-{
+namespace {
 
 constexpr double radiansPerDegree = 0.017453292519943295;
 constexpr double degreesPerRadian = 57.29577951308232;

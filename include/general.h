@@ -8,9 +8,11 @@
 #include "general/geometry.h"
 #include "general/list.h"
 #include "general/perf.h"
+#include "general/processor.h"
 #include "general/queue.h"
 #include "general/redblack.h"
 #include "general/stack.h"
+#include "general/system.h"
 #include "general/version.h"
 
 #endif

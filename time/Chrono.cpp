@@ -11,8 +11,7 @@ static_assert(sizeof(ChronoRec) == 8);
 static_assert(offsetof(ChronoLocal, dayOfWeek) == 8 && offsetof(ChronoLocal, microsecond) == 28 &&
               sizeof(ChronoLocal) == 32);
 
-namespace
-{
+namespace {
 
 enum class TickSource { unknown, performanceCounter, milliseconds };
 

@@ -15,8 +15,7 @@ static_assert(sizeof(PerfObjectDef) == 28);
 static_assert(offsetof(PerfSegment, recordCount) == 4 && sizeof(PerfSegment) == 8);
 static_assert(offsetof(PerfRecord, length) == 4 && offsetof(PerfRecord, value) == 8 && sizeof(PerfRecord) == 12);
 
-namespace
-{
+namespace {
 
 /// The segment that this process publishes; no view, no segment. The size is kept here because any
 /// process may write to the segment: nothing read from it decides where memory is touched.

@@ -8,8 +8,7 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace
-{
+namespace {
 
 /// Processor times of the process, in units of 100 nanoseconds.
 struct CpuTimes {

@@ -8,8 +8,7 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace
-{
+namespace {
 
 ChronoRec previousCall; // shared by all threads; tick 0 before the first call
 

@@ -11,8 +11,7 @@
 #include <random>
 #include <vector>
 
-namespace
-{
+namespace {
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 using Vector = std::array<double, 3>;
@@ -22,8 +21,7 @@ using Matrix4 = std::array<double, 16>;
 constexpr Matrix3 identity3 = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 constexpr Matrix4 identity4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
-class Random
-{
+class Random {
 public:
     double number(double low, double high)
     {

@@ -10,8 +10,7 @@
 #include <string>
 #include <windows.h>
 
-namespace
-{
+namespace {
 
 using test_support::ImportHook;
 
@@ -77,8 +76,7 @@ template<typename Work> std::string standardErrorOf(Work work)
     std::exit(right ? 0 : 1);
 }
 
-class FreshClockDeathTest : public testing::Test
-{
+class FreshClockDeathTest : public testing::Test {
 protected:
     // Every statement under test runs in a process of its own, in which the clock is unused so far.
     FreshClockDeathTest()

@@ -11,8 +11,7 @@
 #include <vector>
 #include <windows.h>
 
-namespace
-{
+namespace {
 
 using test_support::FailingImport;
 using test_support::ImportHook;
@@ -49,8 +48,7 @@ std::string seenByAnotherProcess(int bytes)
 }
 
 /// This process's own view of a segment, as a reader that holds it open.
-class Reader
-{
+class Reader {
 public:
     explicit Reader(const char *name = segmentName)
         : mapping_(OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, name)),
@@ -74,8 +72,7 @@ private:
     volatile uint32_t *words_;
 };
 
-class Perf : public testing::Test
-{
+class Perf : public testing::Test {
 protected:
     ~Perf() override
     {
