@@ -1,21 +1,33 @@
 /// @file
-/// Copying of the fixed-size elements that queues, stacks and priority queues hold by value.
+/// Arrays of fixed-size elements that a container holds by value, and copying in and out of them.
+///
+/// The word-sized element is by far the commonest. A container handles it in the body of its call,
+/// at any alignment and without a call of its own; every other size goes to a function out of line.
 
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
 namespace general {
 
-/// Copies one element of elementSize bytes. The word-sized element is by far the commonest; it is
-/// moved by one load and one store, at any alignment.
+constexpr uint32_t wordSize = sizeof(uint32_t);
+
+/// The address of an element in an array.
+inline unsigned char *elementAt(unsigned char *storage, uint32_t index, uint32_t elementSize)
+{
+    return storage + size_t{index} * elementSize;
+}
+
+inline void copyWord(void *destination, const void *source)
+{
+    memcpy(destination, source, wordSize);
+}
+
 inline void copyElement(void *destination, const void *source, uint32_t elementSize)
 {
-    if (elementSize == sizeof(uint32_t))
-        memcpy(destination, source, sizeof(uint32_t));
-    else
-        memcpy(destination, source, elementSize);
+    memcpy(destination, source, elementSize);
 }
 
 } // namespace general

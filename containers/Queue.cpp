@@ -37,9 +37,9 @@ bool isLive(const Queue *queue)
     return queue != nullptr && queue->magic == queueMagic;
 }
 
-void *slot(const Queue *queue, uint32_t number)
+unsigned char *slot(const Queue *queue, uint32_t number)
 {
-    return queue->storage + size_t{number} * queue->elementSize;
+    return general::elementAt(queue->storage, number, queue->elementSize);
 }
 
 uint32_t slotOfIndex(const Queue *queue, uint32_t index)
@@ -99,6 +99,25 @@ void dropOldest(Queue *queue)
 {
     queue->head = slotAfter(queue, queue->head);
     --queue->count;
+}
+
+/// Appends an element of any size, growing the storage first if it is full.
+[[gnu::noinline]] QueStat append(Queue *queue, const void *element)
+{
+    if (queue->count == queue->capacity && !grow(queue))
+        return QUE_NO_MEMORY;
+    general::copyElement(slot(queue, queue->tail), element, queue->elementSize);
+    queue->tail = slotAfter(queue, queue->tail);
+    ++queue->count;
+    return QUE_OK;
+}
+
+/// Takes out the oldest element, of any size.
+[[gnu::noinline]] QueStat takeOldest(Queue *queue, void *element)
+{
+    general::copyElement(element, slot(queue, queue->head), queue->elementSize);
+    dropOldest(queue);
+    return QUE_OK;
 }
 
 /// What is wrong with reading the element at an index.
@@ -163,10 +182,10 @@ uint32_t QueAdd(Queue *queue, const void *element)
         return QUE_BAD_HANDLE;
     if (element == nullptr)
         return QUE_BAD_ARG;
-    if (queue->count == queue->capacity && !grow(queue))
-        return QUE_NO_MEMORY;
+    if (queue->elementSize != general::wordSize || queue->count == queue->capacity)
+        return append(queue, element);
 
-    general::copyElement(slot(queue, queue->tail), element, queue->elementSize);
+    general::copyWord(general::elementAt(queue->storage, queue->tail, general::wordSize), element);
     queue->tail = slotAfter(queue, queue->tail);
     ++queue->count;
     return QUE_OK;
@@ -180,8 +199,10 @@ uint32_t QueRmv(Queue *queue, void *element)
         return QUE_EMPTY;
     if (element == nullptr)
         return QUE_BAD_ARG;
+    if (queue->elementSize != general::wordSize)
+        return takeOldest(queue, element);
 
-    general::copyElement(element, slot(queue, queue->head), queue->elementSize);
+    general::copyWord(element, general::elementAt(queue->storage, queue->head, general::wordSize));
     dropOldest(queue);
     return QUE_OK;
 }

@@ -32,9 +32,9 @@ bool isLive(const Stack *stack)
     return stack != nullptr && stack->magic == stackMagic;
 }
 
-void *slot(const Stack *stack, uint32_t index)
+unsigned char *slot(const Stack *stack, uint32_t index)
 {
-    return stack->storage + size_t{index} * stack->elementSize;
+    return general::elementAt(stack->storage, index, stack->elementSize);
 }
 
 bool grow(Stack *stack)
@@ -48,6 +48,24 @@ bool grow(Stack *stack)
     stack->storage = static_cast<unsigned char *>(storage);
     stack->capacity += growthStep;
     return true;
+}
+
+/// Pushes an element of any size, growing the storage first if it is full.
+[[gnu::noinline]] StackStat push(Stack *stack, const void *element)
+{
+    if (stack->count == stack->capacity && !grow(stack))
+        return STACK_NO_MEMORY;
+    general::copyElement(slot(stack, stack->count), element, stack->elementSize);
+    ++stack->count;
+    return STACK_OK;
+}
+
+/// Pops an element of any size.
+[[gnu::noinline]] StackStat pop(Stack *stack, void *element)
+{
+    --stack->count;
+    general::copyElement(element, slot(stack, stack->count), stack->elementSize);
+    return STACK_OK;
 }
 
 } // namespace
@@ -100,10 +118,10 @@ uint32_t StackAdd(Stack *stack, const void *element)
         return STACK_BAD_HANDLE;
     if (element == nullptr)
         return STACK_BAD_ARG;
-    if (stack->count == stack->capacity && !grow(stack))
-        return STACK_NO_MEMORY;
+    if (stack->elementSize != general::wordSize || stack->count == stack->capacity)
+        return push(stack, element);
 
-    general::copyElement(slot(stack, stack->count), element, stack->elementSize);
+    general::copyWord(general::elementAt(stack->storage, stack->count, general::wordSize), element);
     ++stack->count;
     return STACK_OK;
 }
@@ -116,8 +134,10 @@ uint32_t StackRmv(Stack *stack, void *element)
         return STACK_EMPTY;
     if (element == nullptr)
         return STACK_BAD_ARG;
+    if (stack->elementSize != general::wordSize)
+        return pop(stack, element);
 
     --stack->count;
-    general::copyElement(element, slot(stack, stack->count), stack->elementSize);
+    general::copyWord(element, general::elementAt(stack->storage, stack->count, general::wordSize));
     return STACK_OK;
 }

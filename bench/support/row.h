@@ -13,7 +13,8 @@ namespace bench {
 
 /// Adds one contender to a row.
 /// @param row        what is done, e.g. "find, integer keys, 1000 entries"
-/// @param contender  who does it: "general" for the library, else the peer's name
+/// @param contender  who does it: "general" for the library, else the peer's name; "limit: ..." is no
+///                   peer but a bound that is shown beside them
 /// @param work       the benchmark; every contender of a row does the same work per iteration
 /// @param aim        given with "general": the ratio peer time / our time that is aimed at, 0 for none
 benchmark::internal::Benchmark *contend(const std::string &row, const std::string &contender,
