@@ -21,6 +21,7 @@ constexpr T4 identityT4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 /// Two doubles side by side. The whole-matrix operations work on pairs: one SSE2 instruction does
 /// what takes two on single doubles.
 using Pair = double __attribute__((vector_size(16)));
+using Lanes = long long __attribute__((vector_size(16))); // chooses elements of two pairs, 0 to 3
 
 // Pairs pass between inlined functions only, so no calling convention is concerned where the
 // baseline processor has no SSE.
@@ -37,6 +38,16 @@ using Pair = double __attribute__((vector_size(16)));
 [[gnu::always_inline]] inline void store(double *destination, Pair pair)
 {
     memcpy(destination, &pair, sizeof pair);
+}
+
+/// Copies count doubles; the arrays may be one.
+template<int count> [[gnu::always_inline]] inline void copy(const double *source, double *destination)
+{
+#pragma GCC unroll 8
+    for (int i = 0; i + 1 < count; i += 2)
+        store(destination + i, load(source + i));
+    if constexpr (count % 2 == 1)
+        destination[count - 1] = source[count - 1];
 }
 
 /// out[i] = operation(a[i], b[i]); out may be a or b.
@@ -124,7 +135,7 @@ void V3_set_zero(V3 v)
 
 void V3_copy_V3(const V3 source, V3 destination)
 {
-    memmove(destination, source, sizeof(V3));
+    copy<3>(source, destination);
 }
 
 int V3_equal_zero(const V3 v)
@@ -181,12 +192,12 @@ void V3_cross_V3(const V3 a, const V3 b, V3 out)
 
 void R3_set_identity(R3 m)
 {
-    memcpy(m, identityR3, sizeof(R3));
+    copy<9>(identityR3, m);
 }
 
 void R3_copy_R3(const R3 source, R3 destination)
 {
-    memmove(destination, source, sizeof(R3));
+    copy<9>(source, destination);
 }
 
 int R3_equal_identity(const R3 m)
@@ -213,7 +224,7 @@ void R3_compose_axis(const V3 axis, double angle, R3 out)
     const R3 rotation = {x * x * t + c,     x * y * t - z * s, x * z * t + y * s, //
                          x * y * t + z * s, y * y * t + c,     y * z * t - x * s, //
                          x * z * t - y * s, y * z * t + x * s, z * z * t + c};
-    memcpy(out, rotation, sizeof rotation);
+    copy<9>(rotation, out);
 }
 
 void R3_compose(double ax, double ay, double az, R3 out)
@@ -230,7 +241,7 @@ void R3_compose(double ax, double ay, double az, R3 out)
                          -sy,
                          cy * sx,
                          cy * cx};
-    memcpy(out, rotation, sizeof rotation);
+    copy<9>(rotation, out);
 }
 
 void R3_decompose(const R3 m, double *ax, double *ay, double *az)
@@ -276,10 +287,14 @@ void R3_mult_V3(const R3 m, const V3 v, V3 out)
 void R3_invert(const R3 m, R3 out)
 {
     double scale = sqrt(dot(m, m, 3));
-    const R3 inverse = {m[0] / scale, m[3] / scale, m[6] / scale, //
-                        m[1] / scale, m[4] / scale, m[7] / scale, //
-                        m[2] / scale, m[5] / scale, m[8] / scale};
-    memcpy(out, inverse, sizeof inverse);
+    Pair p0 = Pair{m[0], m[3]} / scale, p2 = Pair{m[6], m[1]} / scale;
+    Pair p4 = Pair{m[4], m[7]} / scale, p6 = Pair{m[2], m[5]} / scale;
+    double last = m[8] / scale;
+    store(out, p0);
+    store(out + 2, p2);
+    store(out + 4, p4);
+    store(out + 6, p6);
+    out[8] = last;
 }
 
 void R3_add_R3(const R3 a, const R3 b, R3 out)
@@ -294,12 +309,12 @@ void R3_subtract_R3(const R3 a, const R3 b, R3 out)
 
 void T4_set_identity(T4 m)
 {
-    memcpy(m, identityT4, sizeof(T4));
+    copy<16>(identityT4, m);
 }
 
 void T4_copy_T4(const T4 source, T4 destination)
 {
-    memmove(destination, source, sizeof(T4));
+    copy<16>(source, destination);
 }
 
 int T4_equal_identity(const T4 m)
@@ -329,7 +344,7 @@ void T4_compose(const R3 rotation, double scale, const V3 translation, T4 out)
             out[4 * i + j] = scale * rotation[3 * i + j];
         out[4 * i + 3] = translation[i];
     }
-    memcpy(out + 12, identityT4 + 12, 4 * sizeof(double));
+    copy<4>(identityT4 + 12, out + 12);
 }
 
 void T4_decompose(const T4 m, R3 rotation, double *scale, V3 translation)
@@ -346,21 +361,24 @@ void T4_decompose(const T4 m, R3 rotation, double *scale, V3 translation)
 void T4_invert(const T4 m, T4 out)
 {
     double scale2 = firstColumnNorm2(m);
-    const double t[3] = {m[3], m[7], m[11]};
-    const R3 block = {m[0] / scale2, m[4] / scale2, m[8] / scale2, //
-                      m[1] / scale2, m[5] / scale2, m[9] / scale2, //
-                      m[2] / scale2, m[6] / scale2, m[10] / scale2};
-    for (int i = 0; i < 3; ++i) {
-        V3_copy_V3(block + 3 * i, out + 4 * i);
-        out[4 * i + 3] = -dot(block + 3 * i, t, 1);
-    }
-    memcpy(out + 12, identityT4 + 12, 4 * sizeof(double));
+    double x = m[3], y = m[7], z = m[11];
+    // The three rows of the inverted block: two elements side by side, and the third.
+    Pair row0 = Pair{m[0], m[4]} / scale2, row1 = Pair{m[1], m[5]} / scale2, row2 = Pair{m[2], m[6]} / scale2;
+    Pair third01 = Pair{m[8], m[9]} / scale2;
+    double third2 = m[10] / scale2;
+    store(out, row0);
+    store(out + 2, Pair{third01[0], -(row0[0] * x + row0[1] * y + third01[0] * z)});
+    store(out + 4, row1);
+    store(out + 6, Pair{third01[1], -(row1[0] * x + row1[1] * y + third01[1] * z)});
+    store(out + 8, row2);
+    store(out + 10, Pair{third2, -(row2[0] * x + row2[1] * y + third2 * z)});
+    copy<4>(identityT4 + 12, out + 12);
 }
 
 void T4_mult_T4(const T4 a, const T4 b, T4 out)
 {
     T4 right; // out may be b
-    memcpy(right, b, sizeof right);
+    copy<16>(b, right);
     for (int i = 0; i < 4; ++i) {
         double x = a[4 * i], y = a[4 * i + 1], z = a[4 * i + 2], w = a[4 * i + 3];
         for (int j = 0; j < 4; j += 2)
@@ -371,10 +389,13 @@ void T4_mult_T4(const T4 a, const T4 b, T4 out)
 
 void T4_mult_V3(const T4 m, const V3 v, V3 out)
 {
-    double x = v[0], y = v[1], z = v[2];
-    out[0] = m[0] * x + m[1] * y + m[2] * z + m[3];
-    out[1] = m[4] * x + m[5] * y + m[6] * z + m[7];
-    out[2] = m[8] * x + m[9] * y + m[10] * z + m[11];
+    Pair xy = load(v), z1 = {v[2], 1};
+    // Each row's sum, in two halves side by side.
+    Pair row0 = load(m) * xy + load(m + 2) * z1;
+    Pair row1 = load(m + 4) * xy + load(m + 6) * z1;
+    Pair row2 = load(m + 8) * xy + load(m + 10) * z1;
+    store(out, __builtin_shuffle(row0, row1, Lanes{0, 2}) + __builtin_shuffle(row0, row1, Lanes{1, 3}));
+    out[2] = row2[0] + row2[1];
 }
 
 void T4_add_T4(const T4 a, const T4 b, T4 out)
