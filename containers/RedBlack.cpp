@@ -507,8 +507,11 @@ void *RbKey(const RbNode *leaf)
 
 // One entry point under two names: word-sized keys come back in the same register.
 #pragma GCC diagnostic push
+#ifndef __clang__
 #pragma GCC diagnostic ignored "-Wattribute-alias"
-extern "C" GENERAL_IMPORT_EXPORT int32_t RbKeyI(const RbNode *leaf) __attribute__((alias("RbKey"), nothrow));
+#pragma GCC diagnostic ignored "-Wmissing-attributes"
+#endif
+extern "C" GENERAL_IMPORT_EXPORT int32_t RbKeyI(const RbNode *leaf) __attribute__((alias("RbKey")));
 #pragma GCC diagnostic pop
 
 void *RbVal(const RbNode *leaf)

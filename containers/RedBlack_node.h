@@ -44,6 +44,7 @@ struct RbNode {
     bool isLeaf() const { return (flags & (RB_INTERNAL | RB_HEAD)) == 0; }
     RbSide side() const { return (flags & RB_LEFT_SIDE) != 0 ? RB_LEFT : RB_RIGHT; }
 
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): the analyzer does not see that deleted leaves are unlinked
     RbNode *next() const { return reinterpret_cast<RbNode *>(thread.next); }
     RbNode *previous() const { return reinterpret_cast<RbNode *>(thread.previous); }
 };

@@ -82,11 +82,8 @@ Stack *StackCreate(uint32_t elementSize)
         free(storage);
         return nullptr;
     }
-    *stack = Stack{.magic = stackMagic,
-                   .capacity = initialCapacity,
-                   .elementSize = elementSize,
-                   .count = 0,
-                   .storage = storage};
+    *stack = Stack{
+        .magic = stackMagic, .capacity = initialCapacity, .elementSize = elementSize, .count = 0, .storage = storage};
     return stack;
 }
 

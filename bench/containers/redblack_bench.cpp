@@ -231,7 +231,8 @@ const bool registered = [] {
         bench::contend("ordered walk, integer keys, " + size, "limit: inlined links",
                        [count](benchmark::State &state) { walkRecords(state, count); });
         std::string row = "ordered walk, integer keys inserted in order, " + size;
-        bench::contend(row, "general", [count](benchmark::State &state) { walkSorted<IntegerTree>(state, count); }, 3.0);
+        bench::contend(
+            row, "general", [count](benchmark::State &state) { walkSorted<IntegerTree>(state, count); }, 3.0);
         bench::contend(row, "std::map",
                        [count](benchmark::State &state) { walkSorted<StdMap<int32_t>>(state, count); });
     }

@@ -32,12 +32,8 @@ void __wrap_free(void *block)
 
 namespace test_support {
 
-void catchHeapCalls()
-{
-}
+void catchHeapCalls() {}
 
-void releaseHeapCalls()
-{
-}
+void releaseHeapCalls() {}
 
 } // namespace test_support

@@ -46,8 +46,7 @@ void store(void **entry, void *function)
 
 } // namespace
 
-ImportHook::ImportHook(const char *name, void *replacement)
-    : entry_(findEntry(GetModuleHandleA("general.dll"), name))
+ImportHook::ImportHook(const char *name, void *replacement) : entry_(findEntry(GetModuleHandleA("general.dll"), name))
 {
     if (entry_ == nullptr) {
         std::fprintf(stderr, "general.dll does not import %s\n", name);

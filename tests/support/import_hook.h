@@ -16,8 +16,7 @@ public:
     ///                     general.dll does not import ends the test program with a message
     /// @param replacement  a function of exactly the imported one's type and calling convention
     template<typename Function>
-    ImportHook(const char *name, Function *replacement)
-        : ImportHook(name, reinterpret_cast<void *>(replacement))
+    ImportHook(const char *name, Function *replacement) : ImportHook(name, reinterpret_cast<void *>(replacement))
     {
     }
     ~ImportHook();
