@@ -41,7 +41,8 @@ using Lanes = long long __attribute__((vector_size(16))); // chooses elements of
 }
 
 /// Copies count doubles; the arrays may be one.
-template<int count> [[gnu::always_inline]] inline void copy(const double *source, double *destination)
+template<int count>
+[[gnu::always_inline]] inline void copy(const double *source, double *destination)
 {
 #pragma GCC unroll 8
     for (int i = 0; i + 1 < count; i += 2)
@@ -76,7 +77,8 @@ bool isZero(double value)
     return fabs(value) < GEOMETRY_TOLERANCE;
 }
 
-template<int count> bool isEqual(const double *a, const double *b)
+template<int count>
+bool isEqual(const double *a, const double *b)
 {
     for (int i = 0; i < count; ++i)
         if (!isZero(a[i] - b[i]))

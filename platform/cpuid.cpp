@@ -17,9 +17,11 @@ using namespace general;
 namespace {
 
 /// An answer that is found out once. The value is set before the mark.
-template<typename Value> class Once {
+template<typename Value>
+class Once {
 public:
-    template<typename Find> Value get(Find find)
+    template<typename Find>
+    Value get(Find find)
     {
         if (!known_) {
             value_ = find();

@@ -75,10 +75,7 @@ public:
     /// Counts one logical processor.
     void add(uint32_t apicId);
 
-    uint32_t processors() const
-    {
-        return processors_;
-    }
+    uint32_t processors() const { return processors_; }
     uint32_t cores() const;
     uint32_t packages() const;
 

@@ -5,8 +5,7 @@
 
 #include <stdint.h>
 
-namespace general
-{
+namespace general {
 
 /// Truncates to whole milliseconds. What a 32-bit number does not hold (24.8 days and more) is cut
 /// to the largest that it does.

@@ -23,7 +23,8 @@ constexpr size_t manyPoints = 1'000'000;
 
 /// The heap of 32-bit Windows aligns to 8 bytes. Eigen's vectorised types need 16, so everybody's
 /// operands get 16.
-template<typename Type> using AlignedVector = std::vector<Type, Eigen::aligned_allocator<Type>>;
+template<typename Type>
+using AlignedVector = std::vector<Type, Eigen::aligned_allocator<Type>>;
 
 struct Vector {
     V3 v;
@@ -69,7 +70,8 @@ struct Operands {
 };
 
 /// Calls operation(operands, i, j) for every i with another operand j beside it.
-template<typename Operation> auto timed(Operation operation, size_t points = count)
+template<typename Operation>
+auto timed(Operation operation, size_t points = count)
 {
     return [operation, points](benchmark::State &state) {
         Operands operands(points);

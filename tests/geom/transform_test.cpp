@@ -23,12 +23,10 @@ constexpr Matrix4 identity4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 class Random {
 public:
-    double number(double low, double high)
-    {
-        return std::uniform_real_distribution<double>(low, high)(engine_);
-    }
+    double number(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
 
-    template<typename Array> Array array()
+    template<typename Array>
+    Array array()
     {
         Array result;
         for (double &element : result)
@@ -54,7 +52,8 @@ private:
     std::mt19937 engine_{7};
 };
 
-template<typename Array> void expectNear(const Array &actual, const Array &expected, double tolerance = 1e-12)
+template<typename Array>
+void expectNear(const Array &actual, const Array &expected, double tolerance = 1e-12)
 {
     for (size_t i = 0; i < actual.size(); ++i)
         ASSERT_NEAR(actual[i], expected[i], tolerance) << "element " << i;

@@ -62,7 +62,8 @@ LONGLONG realFrequency()
     return frequency.QuadPart;
 }
 
-template<typename Work> std::string standardErrorOf(Work work)
+template<typename Work>
+std::string standardErrorOf(Work work)
 {
     testing::internal::CaptureStderr();
     work();
@@ -79,10 +80,7 @@ template<typename Work> std::string standardErrorOf(Work work)
 class FreshClockDeathTest : public testing::Test {
 protected:
     // Every statement under test runs in a process of its own, in which the clock is unused so far.
-    FreshClockDeathTest()
-    {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-    }
+    FreshClockDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
 TEST_F(FreshClockDeathTest, SecondsAreZeroUntilAnyOtherCallChoosesTheSource)

@@ -62,10 +62,7 @@ public:
     }
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
-    volatile uint32_t &operator[](size_t word) const
-    {
-        return words_[word];
-    }
+    volatile uint32_t &operator[](size_t word) const { return words_[word]; }
 
 private:
     HANDLE mapping_;
@@ -74,10 +71,7 @@ private:
 
 class Perf : public testing::Test {
 protected:
-    ~Perf() override
-    {
-        PerfShutdown();
-    }
+    ~Perf() override { PerfShutdown(); }
 
     static int publish(const std::vector<PerfCounterDef> &counters)
     {
