@@ -236,8 +236,6 @@ TEST_F(Perf, ARefusedSegmentGivesThreeAndKeepsNothing)
     }
     EXPECT_EQ(PerfShutdown(), 0);
     EXPECT_EQ(seenByAnotherProcess(4), "");
-    publish({counter(1, 10)});
-    EXPECT_EQ(close.calls(), 1);
 }
 
 TEST_F(Perf, ASecondInitReplacesTheFirstSegment)
@@ -258,18 +256,9 @@ TEST_F(Perf, ASecondInitReplacesTheFirstSegment)
     EXPECT_EQ(Reader()[4], 9u);
     ASSERT_EQ(publish({counter(3, 3), counter(4, 4)}), 0); // the same name, with more counters
     EXPECT_EQ(Reader()[7], 4u);
-    PerfShutdown();
+    EXPECT_NE(PerfShutdown(), 0);
     EXPECT_EQ(close.calls(), 3);
     EXPECT_EQ(unmap.calls(), 3);
-}
-
-TEST_F(Perf, ShutdownReturnsWhatClosingDid)
-{
-    publish({counter(1, 1)});
-    FailingImport<Close> close("CloseHandle", FALSE, 1);
-    EXPECT_EQ(PerfShutdown(), 0);
-    EXPECT_EQ(PerfShutdown(), 0);
-    EXPECT_EQ(close.calls(), 1);
 }
 
 } // namespace
