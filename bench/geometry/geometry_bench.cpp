@@ -156,7 +156,7 @@ const bool registered = [] {
     const char *row = "V3: cross product";
     bench::contend(row, "general",
                    timed([](O &o, size_t i, size_t j) { V3_cross_V3(o.points[i].v, o.points[j].v, o.pointsOut[i].v); }),
-                   1.0);
+                   0.8);
     bench::contend(row, "Eigen", timed([](O &o, size_t i, size_t j) {
                        eigenCross(o.eigenPoints[i], o.eigenPoints[j], o.eigenPointsOut[i]);
                    }));
@@ -197,7 +197,7 @@ const bool registered = [] {
     bench::contend(row, "general", timed([](O &o, size_t i, size_t) {
                        R3_compose(o.points[i].v[0], o.points[i].v[1], o.points[i].v[2], o.rotationsOut[i].m);
                    }),
-                   0.9);
+                   0.8);
     bench::contend(row, "Eigen",
                    timed([](O &o, size_t i, size_t) { eigenCompose3(o.eigenPoints[i], o.eigenRotationsOut[i]); }));
 
@@ -206,7 +206,7 @@ const bool registered = [] {
                        double *angles = o.pointsOut[i].v;
                        R3_decompose(o.rotations[i].m, &angles[0], &angles[1], &angles[2]);
                    }),
-                   0.9);
+                   0.8);
     bench::contend(row, "Eigen",
                    timed([](O &o, size_t i, size_t) { eigenDecompose3(o.eigenRotations[i], o.eigenPointsOut[i]); }));
 
@@ -232,7 +232,7 @@ const bool registered = [] {
     bench::contend(row, "general", timed([](O &o, size_t i, size_t j) {
                        T4_add_T4(o.transforms[i].m, o.transforms[j].m, o.transformsOut[i].m);
                    }),
-                   0.9);
+                   0.8);
     bench::contend(row, "Eigen", timed([](O &o, size_t i, size_t j) {
                        eigenAdd4(o.eigenMatrices[i], o.eigenMatrices[j], o.eigenMatricesOut[i]);
                    }));

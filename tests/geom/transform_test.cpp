@@ -353,7 +353,9 @@ void expectSameResultInPlace(const std::array<double, aSize> &a, const std::arra
     std::memcpy(apart, a.data(), sizeof a);
     std::memcpy(apart + aSize, b.data(), sizeof b);
     operation(apart, apart + aSize, apart + aSize + bSize);
-    EXPECT_EQ(std::memcmp(apart + aSize + bSize, out.data(), sizeof out), 0) << "differs at 4-byte alignment";
+    std::array<double, outSize> apartOut;
+    std::memcpy(apartOut.data(), apart + aSize + bSize, sizeof apartOut);
+    EXPECT_EQ(apartOut, out) << "differs at 4-byte alignment";
 }
 
 TEST(Geometry, OperationsWorkInPlaceAndAtAnyAlignment)
