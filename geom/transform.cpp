@@ -21,6 +21,7 @@ constexpr T4 identityT4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 /// Two doubles side by side. The whole-matrix operations work on pairs: one SSE2 instruction does
 /// what takes two on single doubles.
 using Pair = double __attribute__((vector_size(16)));
+using Lanes = long long __attribute__((vector_size(16))); // chooses elements of two pairs, 0 to 3
 
 // Pairs pass between inlined functions only, so no calling convention is concerned where the
 // baseline processor has no SSE.
@@ -37,6 +38,12 @@ using Pair = double __attribute__((vector_size(16)));
 [[gnu::always_inline]] inline void store(double *destination, Pair pair)
 {
     memcpy(destination, &pair, sizeof pair);
+}
+
+/// The sum of each pair's two elements.
+[[gnu::always_inline]] inline Pair sumsOf(Pair a, Pair b)
+{
+    return __builtin_shuffle(a, b, Lanes{0, 2}) + __builtin_shuffle(a, b, Lanes{1, 3});
 }
 
 /// Copies count doubles; the arrays may be one.
@@ -277,9 +284,11 @@ void R3_mult_R3(const R3 a, const R3 b, R3 out)
 
 void R3_mult_V3(const R3 m, const V3 v, V3 out)
 {
-    double x = v[0], y = v[1], z = v[2];
-    store(out, x * Pair{m[0], m[3]} + y * Pair{m[1], m[4]} + z * Pair{m[2], m[5]});
-    out[2] = x * m[6] + y * m[7] + z * m[8];
+    Pair xy = load(v);
+    double z = v[2];
+    Pair row2 = load(m + 6) * xy;
+    store(out, sumsOf(load(m) * xy, load(m + 3) * xy) + z * Pair{m[2], m[5]});
+    out[2] = row2[0] + row2[1] + z * m[8];
 }
 
 // Divides by the scale, T4_invert by its square: here a scaled matrix loses its scale. Callers rely
@@ -389,9 +398,12 @@ void T4_mult_T4(const T4 a, const T4 b, T4 out)
 
 void T4_mult_V3(const T4 m, const V3 v, V3 out)
 {
-    double x = v[0], y = v[1], z = v[2];
-    store(out, x * Pair{m[0], m[4]} + y * Pair{m[1], m[5]} + (z * Pair{m[2], m[6]} + Pair{m[3], m[7]}));
-    out[2] = x * m[8] + y * m[9] + (z * m[10] + m[11]);
+    Pair xy = load(v), z1 = {v[2], 1};
+    Pair row0 = load(m) * xy + load(m + 2) * z1;
+    Pair row1 = load(m + 4) * xy + load(m + 6) * z1;
+    Pair row2 = load(m + 8) * xy + load(m + 10) * z1;
+    store(out, sumsOf(row0, row1));
+    out[2] = row2[0] + row2[1];
 }
 
 void T4_add_T4(const T4 a, const T4 b, T4 out)

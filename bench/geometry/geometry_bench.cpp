@@ -57,7 +57,7 @@ struct Operands {
         for (size_t i = 0; i < points_; ++i) {
             for (double &component : points[i].v)
                 component = number(engine);
-            eigenPoints[i] = Eigen::Map<Vector3d>(points[i].v);
+            eigenPoints[i] = eigenPointsOut[i] = Eigen::Map<Vector3d>(points[i].v); // touches the pages of both
         }
         for (size_t i = 0; i < count; ++i) {
             R3_compose(60 * number(engine), 30 * number(engine), 60 * number(engine), rotations[i].m);
