@@ -1,0 +1,87 @@
+/// @file
+/// Publishes numeric counters of this process in a named shared-memory segment, where a monitoring
+/// program reads them while the process runs. A process has at most one segment.
+///
+/// The segment is a PerfSegment followed by one PerfRecord per published counter. The magic is
+/// written when everything else is in place, and taken away first. A reader maps the segment by its
+/// name, checks the magic, and steps from record to record by each record's length until it finds no
+/// whole record in the segment: recordCount also counts the counters that are kept private, so there
+/// may be fewer records than it says.
+///
+/// Updates are plain 32-bit stores without a lock. A reader sees every value whole, but not all values
+/// of one moment; of two threads that add to one counter at once, one may lose its increment.
+
+#ifndef GENERAL_PERF_H
+#define GENERAL_PERF_H
+
+#include "general/api.h"
+
+/// The segment's magic while its records are valid (bytes 6D 76 68 53); 0 before and after.
+#define PERF_MAGIC 0x5368766Du
+
+/// What the functions that can fail return.
+typedef enum PerfStat {
+    PERF_OK = 0,
+    PERF_NO_SEGMENT = 3 ///< the segment could not be created
+} PerfStat;
+
+/// Describes one counter to PerfInit. The reserved fields are not looked at.
+typedef struct PerfCounterDef {
+    uint32_t id;
+    uint32_t reserved2;
+    uint32_t reserved3;
+    uint32_t isPrivate; ///< not 0: the counter is counted in recordCount, but not published
+    uint32_t reserved5;
+    uint32_t initialValue;
+} PerfCounterDef;
+
+/// Describes a group of counters to PerfInit. The reserved fields are not looked at.
+typedef struct PerfObjectDef {
+    uint32_t reserved1;
+    uint32_t reserved2;
+    uint32_t reserved3;
+    const PerfCounterDef *counters;
+    uint32_t counterCount;
+    uint32_t reserved6;
+    uint32_t reserved7;
+} PerfObjectDef;
+
+/// The head of the segment.
+typedef struct PerfSegment {
+    uint32_t magic;       ///< PERF_MAGIC, or 0
+    uint32_t recordCount; ///< counters described to PerfInit, private ones included
+} PerfSegment;
+
+/// One published counter in the segment.
+typedef struct PerfRecord {
+    uint32_t id;
+    uint32_t length; ///< bytes from this record to the next: 12
+    uint32_t value;
+} PerfRecord;
+
+/// Creates the segment and fills it with every counter's initial value, object by object.
+///
+/// Where the process has a segment already, that one is withdrawn first, as PerfShutdown does; it
+/// stays if the arguments are unusable or the size overflows. A segment of this name that someone
+/// else still holds open is taken over, provided that it is large enough.
+/// @param name         name of the segment, not null
+/// @param objects      objectCount descriptions, which are not needed after the call
+/// @return PERF_OK; PERF_NO_SEGMENT when the system refuses the segment, when name, objects or an
+///         object's counters are null (with a count above 0), or when the segment's size or count
+///         exceeds 32 bits
+GENERAL_API int PerfInit(const char *name, const PerfObjectDef *objects, uint32_t objectCount);
+
+/// Sets the first counter that has this identifier. Nothing happens when there is none or no segment.
+/// @return 0
+GENERAL_API int PerfSetValue(uint32_t id, uint32_t value);
+
+/// Adds to the first counter that has this identifier, modulo 2 to the 32nd: 0xFFFFFFFF takes 1 off.
+/// Nothing happens when there is none or no segment.
+/// @return 0
+GENERAL_API int PerfApplyDelta(uint32_t id, uint32_t delta);
+
+/// Withdraws the segment: clears its magic, then closes it. Readers that hold it open keep it.
+/// @return not 0 when the system closed the segment; 0 when it did not, or when there is no segment
+GENERAL_API int PerfShutdown(void);
+
+#endif

@@ -1,0 +1,173 @@
+#include "platform/instruction_probe.h"
+
+#include "general/processor.h"
+#include "general/system.h"
+
+#include "tests/support/import_hook.h"
+
+#include <cpuid.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <windows.h>
+
+#include <mmsystem.h>
+
+namespace {
+
+using test_support::FailingImport;
+using test_support::ImportHook;
+
+void *exceptionHandlers()
+{
+    void *first;
+    asm volatile("movl %%fs:0, %0" : "=r"(first));
+    return first;
+}
+
+TEST(InstructionProbe, SurvivesWhatTheInstructionRaises)
+{
+    void *handlers = exceptionHandlers();
+    volatile int unharmed = 12345;
+    EXPECT_TRUE(general::runsWithoutException([] {}));
+    EXPECT_FALSE(general::runsWithoutException([] { asm volatile("ud2"); })); // illegal instruction
+    EXPECT_FALSE(general::runsWithoutException([] {
+        asm volatile(
+            "xorl %%ebx, %%ebx; xorl %%esi, %%esi; xorl %%edi, %%edi; xorl %%ebp, %%ebp; movl %%eax, (%%ebx)" ::
+                : "ebx", "esi", "edi", "memory");
+    }));
+    EXPECT_FALSE(general::runsWithoutException([] { RaiseException(0xE0000001, 0, 0, nullptr); }));
+    EXPECT_TRUE(general::runsWithoutException([] {}));
+    EXPECT_EQ(unharmed, 12345);
+    EXPECT_EQ(exceptionHandlers(), handlers);
+}
+
+TEST(Processor, AgreesWithItsOwnInstruction)
+{
+    unsigned leaf0[4] = {0, 9, 0, 9}, leaf1[4] = {1, 9, 0, 9}, expected[4];
+    Kucpuid32(leaf0);
+    Kucpuid32(leaf1);
+    __cpuid(0, expected[0], expected[1], expected[2], expected[3]);
+    EXPECT_EQ(std::memcmp(leaf0, expected, sizeof expected), 0);
+    EXPECT_EQ(Kucpuid_supported(), static_cast<int>(leaf0[0]));
+
+    char vendor[13] = "????????????";
+    EXPECT_EQ(Kucpuid_vendorid(vendor), 1);
+    EXPECT_EQ(std::memcmp(vendor, &leaf0[1], 4), 0);
+    EXPECT_EQ(std::memcmp(vendor + 4, &leaf0[3], 4), 0);
+    EXPECT_EQ(std::memcmp(vendor + 8, &leaf0[2], 4), 0);
+    EXPECT_EQ(vendor[12], 0);
+
+    int family = -1, model = -1, stepping = -1;
+    EXPECT_EQ(Kucpuid_model(&family, &model, &stepping), 1);
+    EXPECT_EQ(Kucpuid_model(nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(static_cast<unsigned>(family << 8 | model << 4 | stepping), leaf1[0] & 0xFFF);
+    EXPECT_STREQ(Kucpuid_model_name(), Kucpuid_model_name());
+    EXPECT_STREQ(Kucpuid_get_brand_string(), Kucpuid_get_brand_string());
+    EXPECT_EQ(KuMMX_supported(), static_cast<int>(leaf1[3] >> 23 & 1));
+    EXPECT_EQ(KuXMMX_supported(), static_cast<int>(leaf1[3] >> 25 & 1));
+    EXPECT_EQ(KuSSE2_supported(), static_cast<int>(leaf1[3] >> 26 & 1));
+    EXPECT_EQ(KuSIMD_fp_OS_supported(), 1); // this test is compiled to use it
+    EXPECT_EQ(KuLogicalProcPerPhysicalProc(), leaf1[1] >> 16 & 0xFF);
+
+    char brand[50];
+    std::memset(brand, '?', sizeof brand);
+    unsigned extended[4] = {0x80000000, 0, 0, 0};
+    Kucpuid32(extended);
+    EXPECT_EQ(Kucpuid_get_extended_brand_string(brand), extended[0] >= 0x80000004);
+    EXPECT_LE(std::strlen(brand), 48u);
+    EXPECT_EQ(brand[49], '?');
+}
+
+DWORD_PTR processMask, systemMask;
+
+BOOL WINAPI answerMasks(HANDLE, DWORD_PTR *process, DWORD_PTR *system)
+{
+    *process = processMask;
+    *system = systemMask;
+    return TRUE;
+}
+
+bool narrowAffinityIsReportedAndTriedAgain()
+{
+    auto notCounted = [] {
+        unsigned logical = 9, cores = 9, packages = 9;
+        return KuCPUCount(&logical, &cores, &packages) == KU_NOT_COUNTED && logical == 0 && cores == 1 &&
+               packages == 1 && *KuGet3LevelSubIDStr() == 0 && QVSsysconf(506) == 8192;
+    };
+    {
+        ImportHook hook("GetProcessAffinityMask", answerMasks);
+        processMask = 1;
+        systemMask = 3;
+        if (!notCounted())
+            return false;
+        processMask = systemMask = 0; // no processor at all
+        if (!notCounted())
+            return false;
+    }
+    FailingImport<BOOL WINAPI(HANDLE, DWORD_PTR *, DWORD_PTR *)> fails("GetProcessAffinityMask", FALSE, 1);
+    return KuCPUCount(nullptr, nullptr, nullptr) == KU_NOT_COUNTED &&
+           KuCPUCount(nullptr, nullptr, nullptr) != KU_NOT_COUNTED;
+}
+
+DWORD_PTR WINAPI refuseHighest(HANDLE, DWORD_PTR mask)
+{
+    return mask == 0x80000000 ? 0 : 1;
+}
+
+// 32 processors, one of which cannot be reached; no other is left out of the text and none is cut.
+bool everyBitOfTheMaskIsCounted()
+{
+    ImportHook masks("GetProcessAffinityMask", answerMasks);
+    ImportHook bind("SetThreadAffinityMask", refuseHighest);
+    processMask = systemMask = 0xFFFFFFFF;
+    unsigned logical = 0;
+    KuCPUCount(&logical, nullptr, nullptr);
+    std::string text = KuGet3LevelSubIDStr();
+    return logical == 31 && std::count(text.begin(), text.end(), '\n') == 31 && text.back() == '\n' &&
+           text.find("  AffinityMask = 40000000; Initial APIC = ") != std::string::npos;
+}
+
+TEST(CountDeathTest, AffinityMasks)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // counting is done once per process
+    for (auto scenario : {narrowAffinityIsReportedAndTriedAgain, everyBitOfTheMaskIsCounted})
+        EXPECT_EXIT(std::exit(scenario() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(Processor, CountsThisMachineOnce)
+{
+    SYSTEM_INFO system;
+    GetSystemInfo(&system);
+    unsigned logical = 0, cores = 0, packages = 0;
+    int status = KuCPUCount(&logical, &cores, &packages);
+    ASSERT_NE(status, KU_NOT_COUNTED) << "run the tests with all processors allowed";
+    EXPECT_EQ(logical, system.dwNumberOfProcessors);
+    EXPECT_GE(logical, cores);
+    EXPECT_GE(cores, packages);
+    EXPECT_GE(packages, 1u);
+    std::string text = KuGet3LevelSubIDStr();
+    EXPECT_EQ(text.rfind("  AffinityMask = 1; Initial APIC = ", 0), 0u);
+    FailingImport<DWORD_PTR WINAPI(HANDLE, DWORD_PTR)> bind("SetThreadAffinityMask", 0, 0);
+    EXPECT_EQ(KuCPUCount(nullptr, nullptr, nullptr), status);
+    EXPECT_EQ(bind.calls(), 0);
+    EXPECT_EQ(KuGet3LevelSubIDStr(), text);
+}
+
+TEST(Processor, FrequencyIsMeasuredAndTheTimerReleased)
+{
+    FailingImport<MMRESULT WINAPI(UINT)> begin("timeBeginPeriod", 0, 0);
+    EXPECT_EQ(Kucpuid_frequency(0), 0u);
+    {
+        FailingImport<MMRESULT WINAPI(TIMECAPS *, UINT)> capabilities("timeGetDevCaps", MMSYSERR_NODRIVER, 1);
+        EXPECT_EQ(Kucpuid_frequency(5), 0u);
+    }
+    EXPECT_EQ(begin.calls(), 0);
+    uint64_t frequency = Kucpuid_frequency(50);
+    EXPECT_GT(frequency, 200'000u);
+    EXPECT_LT(frequency, 20'000'000u);
+}
+
+} // namespace
