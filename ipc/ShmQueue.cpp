@@ -12,8 +12,7 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace
-{
+namespace {
 
 using namespace general::shm;
 
@@ -106,8 +105,7 @@ ObjectName objectName(const Prefix &prefix, const char *suffix)
 }
 
 /// Security attributes that give everyone full access.
-class AccessForAll
-{
+class AccessForAll {
 public:
     AccessForAll()
         : attributes_{.nLength = sizeof attributes_,
@@ -118,21 +116,12 @@ public:
         isReady_ = descriptor != nullptr && InitializeSecurityDescriptor(descriptor, SECURITY_DESCRIPTOR_REVISION) &&
                    SetSecurityDescriptorDacl(descriptor, TRUE, nullptr, FALSE);
     }
-    ~AccessForAll()
-    {
-        free(attributes_.lpSecurityDescriptor);
-    }
+    ~AccessForAll() { free(attributes_.lpSecurityDescriptor); }
     AccessForAll(const AccessForAll &) = delete;
     AccessForAll &operator=(const AccessForAll &) = delete;
 
-    bool isReady() const
-    {
-        return isReady_;
-    }
-    SECURITY_ATTRIBUTES *attributes()
-    {
-        return &attributes_;
-    }
+    bool isReady() const { return isReady_; }
+    SECURITY_ATTRIBUTES *attributes() { return &attributes_; }
 
 private:
     SECURITY_ATTRIBUTES attributes_;
@@ -140,17 +129,10 @@ private:
 };
 
 /// The named objects of a segment, to be made or to be opened.
-class SegmentObjects
-{
+class SegmentObjects {
 public:
-    static SegmentObjects toOpen(const Prefix &prefix)
-    {
-        return {prefix, nullptr};
-    }
-    static SegmentObjects toMake(const Prefix &prefix, AccessForAll &access)
-    {
-        return {prefix, access.attributes()};
-    }
+    static SegmentObjects toOpen(const Prefix &prefix) { return {prefix, nullptr}; }
+    static SegmentObjects toMake(const Prefix &prefix, AccessForAll &access) { return {prefix, access.attributes()}; }
 
     HANDLE mapping(uint32_t size) const
     {

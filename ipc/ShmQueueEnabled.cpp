@@ -8,8 +8,7 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace
-{
+namespace {
 
 /// Longer names end the scan; see ShmQueueEnabled.
 constexpr DWORD nameSize = 16;

@@ -8,8 +8,7 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace
-{
+namespace {
 
 using namespace general::shm;
 

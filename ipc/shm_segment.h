@@ -11,8 +11,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-namespace general::shm
-{
+namespace general::shm {
 
 /// What stands in shared memory in front of a ring's bytes. Packed, because the second ring of a
 /// connection begins at any address; volatile, because a peer may change a word at any time: what is
@@ -91,8 +90,7 @@ static_assert(offsetof(ShmQueue, peerWake) == 28 && offsetof(ShmQueue, ownWake) 
 static_assert(offsetof(ShmQueue, watcherThread) == 36 && offsetof(ShmQueue, processWaitEvent) == 40);
 static_assert(offsetof(ShmQueue, name) == 44 && offsetof(ShmQueue, view) == 60);
 
-namespace general::shm
-{
+namespace general::shm {
 
 inline bool isLive(const ShmQueue *queue)
 {
@@ -117,8 +115,7 @@ inline void releaseMutex(HANDLE mutex)
 }
 
 /// Holds a queue's mutex for a scope.
-class Lock
-{
+class Lock {
 public:
     explicit Lock(const ShmQueue *queue) : mutex_(takeMutex(queue->mutex) ? queue->mutex : nullptr) {}
     ~Lock()
@@ -129,10 +126,7 @@ public:
     Lock(const Lock &) = delete;
     Lock &operator=(const Lock &) = delete;
 
-    bool isHeld() const
-    {
-        return mutex_ != nullptr;
-    }
+    bool isHeld() const { return mutex_ != nullptr; }
 
 private:
     HANDLE mutex_;
