@@ -17,8 +17,6 @@ public:
     virtual void send(const void *data, uint32_t length) = 0;
     /// Receives at least one byte; sleeps while there is none. 0 once the peer has gone.
     virtual uint32_t receive(void *buffer, uint32_t length) = 0;
-
-    void receiveAll(void *buffer, uint32_t length);
 };
 
 /// The waiting end of a connection, made before its peer is started.

@@ -23,6 +23,15 @@ struct PeerTask {
     uint32_t answer;
 };
 
+/// Takes in bytes with reads as large as the buffer; there are never more than these on their way.
+bool receiveAll(bench::Channel &channel, std::vector<char> &buffer, uint32_t length)
+{
+    uint32_t part = 1;
+    for (; length > 0 && part > 0; length -= part)
+        part = channel.receive(buffer.data(), static_cast<uint32_t>(buffer.size()));
+    return length == 0;
+}
+
 int playPeer(const char *commandLine)
 {
     PeerTask task{};
@@ -30,15 +39,9 @@ int playPeer(const char *commandLine)
     std::istringstream(commandLine) >> task.transport >> task.capacity >> task.batch >> task.answer >> address;
     auto channel = bench::connect(transports[task.transport], address, task.capacity);
     std::vector<char> buffer(readSize);
-    for (;;) {
-        for (uint32_t left = task.batch; left > 0;) {
-            uint32_t part = channel->receive(buffer.data(), std::min(left, readSize));
-            if (part == 0)
-                return 0;
-            left -= part;
-        }
+    while (receiveAll(*channel, buffer, task.batch))
         channel->send(buffer.data(), task.answer);
-    }
+    return 0;
 }
 
 /// A peer process, and the channel to it.
@@ -81,12 +84,11 @@ private:
 void stream(benchmark::State &state, uint32_t transport, uint32_t capacity, uint32_t writeSize, uint32_t writes)
 {
     Peer peer({.transport = transport, .capacity = capacity, .batch = writeSize * writes, .answer = 1});
-    std::vector<char> data(writeSize, 'x');
-    char arrived = 0;
+    std::vector<char> data(writeSize, 'x'), arrived(readSize);
     for (auto _ : state) {
         for (uint32_t i = 0; i < writes; ++i)
             peer.channel().send(data.data(), writeSize);
-        peer.channel().receiveAll(&arrived, 1);
+        receiveAll(peer.channel(), arrived, 1);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * writeSize * writes);
 }
@@ -94,10 +96,11 @@ void stream(benchmark::State &state, uint32_t transport, uint32_t capacity, uint
 void roundTrip(benchmark::State &state, uint32_t transport)
 {
     char data[64] = {};
+    std::vector<char> answer(readSize);
     Peer peer({.transport = transport, .capacity = 64 * 1024, .batch = sizeof data, .answer = sizeof data});
     for (auto _ : state) {
         peer.channel().send(data, sizeof data);
-        peer.channel().receiveAll(data, sizeof data);
+        receiveAll(peer.channel(), answer, sizeof data);
     }
 }
 
