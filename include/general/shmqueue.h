@@ -91,7 +91,8 @@ GENERAL_API ShmQueue *ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32
 /// from now on, its removes too once they have drained the ring. A peer that sleeps in ShmQueueSelect
 /// is woken if it waits to read and nothing is left to read; one that waits only to write is not.
 ///
-/// Not to be called from a DllMain: it waits for the end of the thread that watches the client.
+/// Not to be called from a DllMain: it waits for the end of the thread that watches the client. Destroy
+/// every connection before the library is unloaded.
 /// @return SHMQUEUE_OK; SHMQUEUE_BAD_HANDLE if the handle is not live, or if the mutex or the thread
 ///         could not be waited for. In the latter case nothing is freed, the handle is still live, and
 ///         a second call will usually succeed
