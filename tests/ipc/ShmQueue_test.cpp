@@ -479,7 +479,7 @@ TEST(ShmQueue, IsEnabledByTheRegistry)
         RegCreateKeyA(HKEY_LOCAL_MACHINE, key, &opened);
         for (const Value &value : values)
             RegSetValueExA(opened, value.name, 0, REG_SZ, reinterpret_cast<const BYTE *>(value.data),
-                           DWORD(strlen(value.data) + 1));
+                           DWORD(strlen(value.data)) + 1);
         EXPECT_EQ(ShmQueueEnabled("spool"), enabled) << (values.empty() ? "" : values.back().data);
         RegCloseKey(opened);
         RegDeleteKeyA(HKEY_LOCAL_MACHINE, key);
