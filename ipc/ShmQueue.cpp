@@ -74,6 +74,10 @@ constexpr DWORD replyPoll = 250; // ms
 /// How often a destroy repeats its signal to the watcher, which any process can take away.
 constexpr DWORD dismissalRepeat = 100; // ms
 
+/// How often, and after how many milliseconds each, a listen tries again that was crossed by a client.
+constexpr int clashAttempts = 20;
+constexpr DWORD clashPause = 10;
+
 constexpr DWORD watcherFailed = static_cast<DWORD>(-1);
 constexpr SIZE_T watcherStack = 64 * 1024;
 
@@ -134,7 +138,7 @@ public:
     static SegmentObjects toOpen(const Prefix &prefix) { return {prefix, nullptr}; }
     static SegmentObjects toMake(const Prefix &prefix, AccessForAll &access) { return {prefix, access.attributes()}; }
 
-    HANDLE mapping(uint32_t size) const
+    HANDLE mapping(uint32_t size)
     {
         if (attributes_ == nullptr)
             return OpenFileMappingA(FILE_MAP_WRITE, FALSE, prefix_.text);
@@ -142,19 +146,20 @@ public:
         return checked(CreateFileMappingA(INVALID_HANDLE_VALUE, attributes_, PAGE_READWRITE, 0, size, prefix_.text));
     }
 
-    HANDLE mutex() const
+    HANDLE mutex()
     {
         SetLastError(ERROR_SUCCESS);
         return checked(CreateMutexA(attributes_, FALSE, objectName(prefix_, "Mutex").text));
     }
 
-    HANDLE event(const char *suffix, bool isManualReset) const
+    HANDLE event(const char *suffix, bool isManualReset)
     {
         SetLastError(ERROR_SUCCESS);
         return checked(CreateEventA(attributes_, isManualReset, FALSE, objectName(prefix_, suffix).text));
     }
 
-    template<size_t Count> bool events(ShmQueue *queue, const EventSlot (&slots)[Count]) const
+    template<size_t Count>
+    bool events(ShmQueue *queue, const EventSlot (&slots)[Count])
     {
         for (const EventSlot &slot : slots) {
             queue->*slot.field = event(slot.suffix, slot.isManualReset);
@@ -164,20 +169,25 @@ public:
         return true;
     }
 
+    /// Whether something that was to be made was there already.
+    bool clashed() const { return clashed_; }
+
 private:
     SegmentObjects(const Prefix &prefix, SECURITY_ATTRIBUTES *attributes) : prefix_(prefix), attributes_(attributes) {}
 
     /// What is to be made must not have been there.
-    HANDLE checked(HANDLE object) const
+    HANDLE checked(HANDLE object)
     {
         if (attributes_ == nullptr || object == nullptr || GetLastError() != ERROR_ALREADY_EXISTS)
             return object;
         CloseHandle(object);
+        clashed_ = true;
         return nullptr;
     }
 
     Prefix prefix_;
     SECURITY_ATTRIBUTES *attributes_;
+    bool clashed_ = false;
 };
 
 ShmQueue *newQueue()
@@ -257,9 +267,8 @@ void initialiseRings(const ShmQueue *queue)
 // ---- listening ----
 
 /// Sets a listener up, and leaves its mutex as it found it.
-bool setUpListener(ShmQueue *listener, const char *name, AccessForAll &access)
+bool setUpListener(ShmQueue *listener, const char *name, SegmentObjects &objects)
 {
-    SegmentObjects objects = SegmentObjects::toMake(initPrefix(name), access);
     listener->mapping = objects.mapping(initSize);
     if (listener->mapping == nullptr)
         return false;
@@ -278,16 +287,35 @@ bool setUpListener(ShmQueue *listener, const char *name, AccessForAll &access)
     return true;
 }
 
+enum class Clash { none, segment, otherObject };
+
+/// @param clash  receives what was there already, if that is why null is returned
+ShmQueue *listenOnce(const char *name, Clash &clash)
+{
+    ShmQueue *listener = newQueue();
+    AccessForAll access;
+    SegmentObjects objects = SegmentObjects::toMake(initPrefix(name), access);
+    clash = Clash::none;
+    if (listener != nullptr && access.isReady() && setUpListener(listener, name, objects))
+        return listener;
+    if (objects.clashed())
+        clash = listener->mapping == nullptr ? Clash::segment : Clash::otherObject;
+    release(listener);
+    return nullptr;
+}
+
 // ---- connecting ----
 
 /// Adds or removes one record of the handshake. A part of a record is as bad as none.
-template<typename Record> bool addRecord(ShmQueue *queue, const Record &record)
+template<typename Record>
+bool addRecord(ShmQueue *queue, const Record &record)
 {
     uint32_t length = sizeof record;
     return ShmQueueAdd(queue, &record, &length) == SHMQUEUE_OK && length == sizeof record;
 }
 
-template<typename Record> bool removeRecord(ShmQueue *queue, Record &record)
+template<typename Record>
+bool removeRecord(ShmQueue *queue, Record &record)
 {
     uint32_t length = sizeof record;
     return ShmQueueRemove(queue, &record, &length) == SHMQUEUE_OK && length == sizeof record;
@@ -434,7 +462,7 @@ DWORD WINAPI watchConnector(void *context)
     return 0;
 }
 
-bool startWatcher(ShmQueue *connection, const SegmentObjects &objects)
+bool startWatcher(ShmQueue *connection, SegmentObjects &objects)
 {
     connection->processWaitEvent = objects.event("ProcessWaitEvent", autoReset);
     if (connection->processWaitEvent == nullptr)
@@ -507,12 +535,17 @@ ShmQueue *ShmQueueListen(const char *name)
 {
     if (!nameFits(name))
         return nullptr;
-    ShmQueue *listener = newQueue();
-    AccessForAll access;
-    if (listener != nullptr && access.isReady() && setUpListener(listener, name, access))
+    // A client that connects just now may have made an object that it meant to open. It finds the rings
+    // not set up and gives everything back, so the clash passes; one with another listener does not.
+    Clash clash = Clash::none;
+    ShmQueue *listener = listenOnce(name, clash);
+    if (clash != Clash::otherObject)
         return listener;
-    release(listener);
-    return nullptr;
+    for (int attempt = 0; clash != Clash::none && attempt < clashAttempts; ++attempt) {
+        Sleep(clashPause);
+        listener = listenOnce(name, clash);
+    }
+    return listener;
 }
 
 ShmQueue *ShmQueueConnect(const char *name)

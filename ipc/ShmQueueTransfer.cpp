@@ -165,11 +165,11 @@ uint32_t ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *length)
         ring->writerBlocked = 1;
         return SHMQUEUE_FULL;
     }
-    if (state.count == 0 && !announceData(queue))
-        return SHMQUEUE_BAD_HANDLE;
 
     uint32_t added = std::min(*length, queue->capacity - state.count);
     copyIn(queue, state, data, added);
+    if (state.count == 0 && !announceData(queue)) // once copied, so that the peer wakes to a mutex soon free
+        return SHMQUEUE_BAD_HANDLE;
     ring->writePos = wrapped(state.writePos, added, queue->capacity);
     ring->count = state.count + added;
     *length = added;

@@ -303,7 +303,7 @@ TEST_F(Shmcat, SaysWhatWentWrong)
     EXPECT_EQ(ShmQueueDestroy(taken), SHMQUEUE_OK);
     Child listener(program() + " -l broken", nullptr, got.handle, errors.handle);
     DWORD left = 2; // while the listener is not there yet
-    while (left == 2)
+    for (int i = 0; left == 2 && i < 100; ++i)
         left = Child("leave broken 1").wait();
     EXPECT_EQ(left, 0u);
     EXPECT_EQ(listener.wait(), 1u);
@@ -322,7 +322,7 @@ TEST_F(Shmcat, Moves256MiB)
     }
     sent.rewind();
     Child listener(program() + " -l transfer", nullptr, got.handle, errors.handle);
-    while (run(" transfer") == 3) // the listener is not there yet
+    for (int i = 0; run(" transfer") == 3 && i < 100; ++i) // the listener is not there yet
         Sleep(20);
     EXPECT_EQ(listener.wait(), 0u) << errorText();
     got.rewind();

@@ -6,6 +6,7 @@
 #include <aclapi.h>
 
 #include <deque>
+#include <future>
 #include <memory>
 #include <random>
 
@@ -450,6 +451,37 @@ TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
     for (bool libraryAccepts : {true, false})
         test_support::failEachAllocation(
             [&](test_support::HeapWatch &watch) { liveThrough(libraryAccepts, [&] { return watch.failed(); }); });
+}
+
+/// Two signals in a row are one to the system; an accept gives the client before time to see its own.
+TEST(ShmQueue, LetsEveryWaitingClientGo)
+{
+    auto waitTwice = [](void *event) -> DWORD {
+        Sleep(100);
+        return WaitForSingleObject(event, patience) | WaitForSingleObject(event, patience);
+    };
+    ShmQueue *listener = ShmQueueListen("twice");
+    RawPeer clients(RawPeer::requester, "QVSShmInittwice", 256);
+    clients.put("12345678", 8);
+    std::future<DWORD> outcome = std::async(std::launch::async, waitTwice, clients.ownEvent());
+    for (uint32_t number : {1u, 2u})
+        EXPECT_EQ(ShmQueueDestroy(ShmQueueAccept(listener, number, 1)), SHMQUEUE_OK);
+    EXPECT_EQ(outcome.get(), WAIT_OBJECT_0);
+    EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
+}
+
+/// A client that comes between a listener's first and last object makes one that it meant to open.
+TEST(ShmQueue, ListensDespiteAClientThatComesTooEarly)
+{
+    HANDLE early = CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitearlyEvent2");
+    EXPECT_EQ(ShmQueueListen("early"), nullptr);
+    auto leave = [early] {
+        Sleep(50);
+        return CloseHandle(early);
+    };
+    std::future<BOOL> left = std::async(std::launch::async, leave);
+    EXPECT_EQ(ShmQueueDestroy(ShmQueueListen("early")), SHMQUEUE_OK);
+    EXPECT_TRUE(left.get());
 }
 
 TEST(ShmQueue, IsEnabledByTheRegistry)
