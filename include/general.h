@@ -7,6 +7,7 @@
 #include "general/list.h"
 #include "general/queue.h"
 #include "general/redblack.h"
+#include "general/spline.h"
 #include "general/stack.h"
 #include "general/version.h"
 
