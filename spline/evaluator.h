@@ -42,7 +42,7 @@ public:
     }
 
     /// The place of a parameter. NaN counts as the start of the curve.
-    Place locate(double parameter) const
+    [[gnu::always_inline]] Place locate(double parameter) const
     {
         double u = parameter > 0 ? parameter : 0;
         u = u < end_ ? u : end_;
@@ -64,19 +64,33 @@ public:
     }
 
     /// Copies the control points of a span, widened.
-    template<int Points, int Dimension> void load(int32_t span, double (&points)[Points][Dimension]) const
+    template<int Points, int Dimension>
+    [[gnu::always_inline]] void load(int32_t span, double (&points)[Points][Dimension]) const
     {
         int32_t first = firstNumber(span);
-        bool contiguous = first >= 0 && first <= count_ - Points;
-        const float *next = points_ + (contiguous ? static_cast<ptrdiff_t>(first) * Dimension : 0);
-        for (int j = 0; j < Points; ++j, next += Dimension) {
-            const float *point = contiguous ? next : points_ + static_cast<ptrdiff_t>(index(span, j)) * Dimension;
+        if (first < 0 || first > count_ - Points)
+            return loadAtEnd(span, points);
+        const float *component = points_ + static_cast<ptrdiff_t>(first) * Dimension;
+#pragma GCC unroll 4
+        for (int j = 0; j < Points; ++j)
+#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c)
-                points[j][c] = static_cast<double>(point[c]);
-        }
+                points[j][c] = static_cast<double>(*component++);
     }
 
 private:
+    template<int Points, int Dimension>
+    [[gnu::noinline]] void loadAtEnd(int32_t span, double (&points)[Points][Dimension]) const
+    {
+#pragma GCC unroll 4
+        for (int j = 0; j < Points; ++j) {
+            const float *component = points_ + static_cast<ptrdiff_t>(index(span, j)) * Dimension;
+#pragma GCC unroll 4
+            for (int c = 0; c < Dimension; ++c)
+                points[j][c] = static_cast<double>(component[c]);
+        }
+    }
+
     int32_t firstNumber(int32_t span) const
     {
         return degree_ == 3 ? span - 1 : span;
@@ -84,7 +98,7 @@ private:
 
     /// Brings a number beyond the ends back: mirrored about the first and last control point of an open
     /// curve, around the loop of a closed one.
-    int32_t wrapped(int32_t number) const
+    [[gnu::noinline]] int32_t wrapped(int32_t number) const
     {
         if (closed_) {
             int32_t remainder = number % count_;

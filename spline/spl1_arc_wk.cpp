@@ -57,16 +57,19 @@ public:
         span_ = span;
         double points[Points][Dimension];
         spans_.load(span, points);
+#pragma GCC unroll 4
         for (int r = 0; r < degree; ++r)
+#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c) {
                 double sum = 0;
+#pragma GCC unroll 4
                 for (int j = 0; j < Points; ++j)
                     sum += basis_.row[r][j] * points[j][c];
                 factor_[r][c] = (degree - r) * sum;
             }
     }
 
-    double speedAt(double parameter)
+    [[gnu::always_inline]] double speedAt(double parameter)
     {
         Place place = spans_.locate(parameter);
         goTo(place.span);
@@ -100,12 +103,14 @@ public:
             // component, so its squared length is a quadratic polynomial as well.
             Parabola along{jerk / 2, 0, 0};
             double direction[Dimension];
+#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c) {
                 direction[c] = 2 * factor_[0][c] / jerk;
                 along.b += factor_[1][c] * direction[c];
                 along.c += factor_[2][c] * direction[c];
             }
             Parabola acrossSquared{0, 0, 0};
+#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c) {
                 double slope = factor_[1][c] - along.b * direction[c];
                 double start = factor_[2][c] - along.c * direction[c];
@@ -125,6 +130,7 @@ public:
         if (speedHere == 0)
             return side * acceleration(f);
         double sum = 0;
+#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             sum += first(f, c) * second(f, c);
         return sum / speedHere;
@@ -149,6 +155,7 @@ private:
     double first(double f, int c) const
     {
         double value = factor_[0][c];
+#pragma GCC unroll 4
         for (int r = 1; r < degree; ++r)
             value = value * f + factor_[r][c];
         return value;
@@ -164,6 +171,7 @@ private:
     template<typename Component> static double length(Component component)
     {
         double sum = 0;
+#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c) {
             double value = component(c);
             sum += value * value;
@@ -360,29 +368,6 @@ double representable(double length)
     return length > static_cast<double>(FLT_MAX) ? static_cast<double>(FLT_MAX) : length;
 }
 
-/// The coefficients' formula cannot leave the interval but by rounding, or where both of its terms
-/// vanish: on a piece that begins or ends at a standstill.
-float within(double value, double low, double high, double share)
-{
-    if (value >= low && value <= high)
-        return static_cast<float>(value);
-    if (value < low)
-        return static_cast<float>(low);
-    if (value > high)
-        return static_cast<float>(high);
-    return static_cast<float>(low + (high - low) * share);
-}
-
-/// Numerator over denominator of one of the two linear-fractional maps, in its interval.
-float mapped(double numerator, double denominator, const ArcSamples &domain, const ArcSamples &range, int32_t interval,
-             double value)
-{
-    double start = domain.at(interval);
-    double width = domain.at(interval + 1) - start;
-    return within(numerator / denominator, range.at(interval), range.at(interval + 1),
-                  width > 0 ? (value - start) / width : 0);
-}
-
 } // namespace
 
 bool buildArcTable(Spline1 *spline)
@@ -457,47 +442,6 @@ bool estimateError(Spline1 *spline, double &error)
     if (!isfinite(error) || !isfinite(total))
         error = HUGE_VAL;
     return true;
-}
-
-int32_t ArcSamples::intervalOf(double value) const
-{
-    if (uniform) {
-        double interval = (value - first()) * intervals / (last() - first());
-        return interval < intervals ? static_cast<int32_t>(interval) : intervals - 1;
-    }
-    int32_t low = 0;
-    for (int32_t count = intervals; count > 1;) {
-        int32_t half = count / 2;
-        low = static_cast<double>(sample[low + half]) <= value ? low + half : low;
-        count -= half;
-    }
-    return low;
-}
-
-float ArcMap::lengthAt(float parameter) const
-{
-    auto u = static_cast<double>(parameter);
-    if (!(u > parameters_.first()))
-        return static_cast<float>(lengths_.first());
-    if (u >= parameters_.last())
-        return static_cast<float>(lengths_.last());
-    int32_t interval = parameters_.intervalOf(u);
-    const float *c = coefficients_ + 4 * static_cast<size_t>(interval);
-    return mapped(static_cast<double>(c[3]) - static_cast<double>(c[0]) * u,
-                  static_cast<double>(c[2]) * u + static_cast<double>(c[1]), parameters_, lengths_, interval, u);
-}
-
-float ArcMap::parameterAt(float length) const
-{
-    auto a = static_cast<double>(length);
-    if (!(a > lengths_.first()))
-        return static_cast<float>(parameters_.first());
-    if (a >= lengths_.last())
-        return static_cast<float>(parameters_.last());
-    int32_t interval = lengths_.intervalOf(a);
-    const float *c = coefficients_ + 4 * static_cast<size_t>(interval);
-    return mapped(static_cast<double>(c[3]) - static_cast<double>(c[1]) * a,
-                  static_cast<double>(c[2]) * a + static_cast<double>(c[0]), lengths_, parameters_, interval, a);
 }
 
 } // namespace general::spline

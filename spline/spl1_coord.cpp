@@ -42,23 +42,13 @@ float *upperHalf(double *values, size_t floats)
 
 void widenInPlace(double *values, size_t floats)
 {
-    // The same bytes are read as floats and written as doubles, so both go through memcpy.
-    constexpr size_t block = 4; // read together, written together
-    const auto *from = reinterpret_cast<const char *>(values) + floats * sizeof(float);
-    auto *to = reinterpret_cast<char *>(values);
-    size_t i = 0;
-    for (; i + block <= floats; i += block) {
-        float narrow[block];
-        memcpy(narrow, from + i * sizeof(float), sizeof narrow);
-        const double wide[block] = {narrow[0], narrow[1], narrow[2], narrow[3]};
-        memcpy(to + i * sizeof(double), wide, sizeof wide);
-    }
-    for (; i < floats; ++i) {
-        float narrow = 0;
-        memcpy(&narrow, from + i * sizeof narrow, sizeof narrow);
-        const double wide = narrow;
-        memcpy(to + i * sizeof wide, &wide, sizeof wide);
-    }
+    // The same bytes are read as floats and written as doubles.
+    using NarrowNumber [[gnu::may_alias]] = float;
+    using WideNumber [[gnu::may_alias]] = double;
+    const NarrowNumber *from = upperHalf(values, floats);
+    WideNumber *to = values;
+    for (size_t i = 0; i < floats; ++i)
+        to[i] = static_cast<double>(from[i]);
 }
 
 } // namespace general::spline

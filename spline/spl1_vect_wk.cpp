@@ -40,13 +40,15 @@ template<int Points, int Dimension> class Evaluator
 public:
     explicit Evaluator(const Spline1 *spline) : spans_(spline), basis_(basisOf(spline)) {}
 
-    void point(double parameter, float *result)
+    [[gnu::always_inline]] void point(double parameter, float *result)
     {
         Place place = spans_.locate(parameter);
         goTo(place.span);
         double weights[Points];
+#pragma GCC unroll 4
         for (int j = 0; j < Points; ++j) {
             weights[j] = basis_.row[0][j];
+#pragma GCC unroll 4
             for (int r = 1; r < Points; ++r)
                 weights[j] = weights[j] * place.f + basis_.row[r][j];
         }
@@ -59,11 +61,13 @@ public:
         goTo(place.span);
         double direction[Dimension];
         if (!derivative(place.f, direction) && !standingDirection(place, direction, scratch)) {
+#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c)
                 result[c] = 0;
             return;
         }
         double length = sqrt(dot(direction, direction));
+#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             result[c] = static_cast<float>(direction[c] / length);
     }
@@ -71,7 +75,7 @@ public:
 private:
     static constexpr int degree = Points - 1;
 
-    void goTo(int32_t span)
+    [[gnu::always_inline]] void goTo(int32_t span)
     {
         if (span == span_)
             return;
@@ -81,8 +85,10 @@ private:
 
     template<typename Number> void combine(const double (&weights)[Points], Number *result) const
     {
+#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c) {
             double sum = weights[0] * points_[0][c];
+#pragma GCC unroll 4
             for (int j = 1; j < Points; ++j)
                 sum += weights[j] * points_[j][c];
             result[c] = static_cast<Number>(sum);
@@ -92,6 +98,7 @@ private:
     static double dot(const double (&a)[Dimension], const double (&b)[Dimension])
     {
         double sum = 0;
+#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             sum += a[c] * b[c];
         return sum;
@@ -101,12 +108,14 @@ private:
     bool derivative(double f, double (&direction)[Dimension]) const
     {
         if constexpr (degree == 1) {
+#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c)
                 direction[c] = points_[1][c] - points_[0][c];
             if (spans_.index(span_, 0) > spans_.index(span_, 1) && spans_.isOpen())
                 negate(direction); // at the last point of an open curve, beyond which it runs back
         } else {
             double weights[Points];
+#pragma GCC unroll 4
             for (int j = 0; j < Points; ++j) {
                 const auto &row = basis_.row;
                 weights[j] =
@@ -120,12 +129,13 @@ private:
     /// The direction of a curve of degree 2 or 3 where it stands still: along the second derivative,
     /// turned towards increasing parameter.
     /// @return false when there is none
-    bool standingDirection(const Place &place, double (&direction)[Dimension], float *scratch)
+    [[gnu::noinline]] bool standingDirection(const Place &place, double (&direction)[Dimension], float *scratch)
     {
         if constexpr (degree == 1)
             return false;
 
         double weights[Points];
+#pragma GCC unroll 4
         for (int j = 0; j < Points; ++j)
             weights[j] = degree == 2 ? basis_.row[0][j] : 3 * place.f * basis_.row[0][j] + basis_.row[1][j];
         combine(weights, direction);
@@ -140,6 +150,7 @@ private:
         point(hasBefore ? place.u - 1 : place.u, before);
         point(hasAfter ? place.u + 1 : place.u, after);
         double advance = 0;
+#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(before[c]));
         if (advance < 0)
@@ -156,7 +167,7 @@ private:
     Spans spans_;
     Basis basis_;
     int32_t span_ = noSpan;
-    double points_[Points][Dimension] = {};
+    alignas(16) double points_[Points][Dimension] = {};
 };
 
 } // namespace
