@@ -3,6 +3,8 @@
 #include "spline/arc_table.h"
 #include "spline/evaluator.h"
 
+#include <algorithm>
+
 #include <float.h>
 #include <math.h>
 
@@ -32,8 +34,8 @@ struct Parabola {
     double lowest(double from, double to) const
     {
         double bottom = a > 0 ? -b / (2 * a) : from;
-        bottom = bottom > from ? fmin(bottom, to) : from;
-        return fmin(at(bottom), fmin(at(from), at(to)));
+        bottom = bottom > from ? std::min(bottom, to) : from;
+        return std::min(at(bottom), std::min(at(from), at(to)));
     }
 };
 
@@ -147,7 +149,7 @@ private:
             double to = static_cast<double>(i + 1) / parts;
             double lowest = along.lowest(from, to);
             if (lowest < 0)
-                sum -= lowest / sqrt(lowest * lowest + fmax(0, acrossSquared.lowest(from, to)));
+                sum -= lowest / sqrt(lowest * lowest + std::max(0.0, acrossSquared.lowest(from, to)));
         }
         return sum / parts;
     }
@@ -224,7 +226,7 @@ template<int Points, int Dimension> double secondVariation(const Spline1 *spline
         changeBefore = derivative.speedChange(to, -1);
         fall += derivative.fallBound();
         largestAcceleration =
-            fmax(largestAcceleration, fmax(derivative.acceleration(from), derivative.acceleration(to)));
+            std::max(largestAcceleration, std::max(derivative.acceleration(from), derivative.acceleration(to)));
     }
     return 3 * (fall + largestAcceleration - initialChange);
 }
@@ -248,8 +250,8 @@ double integrationStep(const Spline1 *spline)
     double step = range;
     if (variation > 0 && isfinite(variation))
         step = sqrt(24 * largestIntegrationError(spline) / variation);
-    step = fmin(step, 1.0);
-    return fmax(step, fmin(1.0, range / mostEvaluations));
+    step = std::min(step, 1.0);
+    return std::max(step, std::min(1.0, range / mostEvaluations));
 }
 
 /// Midpoint rule over [from, to]: hands `count` cumulative lengths, at equal distances, to `sink`.
@@ -259,7 +261,7 @@ void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count
     Derivative<Points, Dimension> derivative(spline);
     double distance = (to - from) / count;
     double substeps = step <= distance ? ceil(distance / step) : 1;
-    substeps = fmin(substeps, floor(mostEvaluations / count) + 1); // a packet may carry any step
+    substeps = std::min(substeps, floor(mostEvaluations / count) + 1); // a packet may carry any step
     substeps = substeps >= 1 ? substeps : 1;
     double width = (to - from) / (count * substeps);
     double sum = 0;

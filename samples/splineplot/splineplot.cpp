@@ -418,8 +418,8 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
         include(shape, options, pictures.back());
     }
     double cellHeight = cell * std::min(std::max(shape.aspect(), 0.3), 1.2);
-    double rowHeight = cellHeight + 3.4 * lineHeight;
-    Svg svg(width, 2 * rowHeight + margin);
+    double rowHeight = cellHeight + 4.2 * lineHeight;
+    Svg svg(width, 2 * rowHeight + margin - lineHeight);
     for (size_t i = 0; i < pictures.size(); ++i) {
         Spot corner{margin + static_cast<double>(i % columns) * (cell + gap),
                     margin + static_cast<double>(i / columns) * rowHeight};
@@ -430,7 +430,7 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
         std::snprintf(length, sizeof length, "length %.4g", pictures[i].measures.length);
         svg.text({corner.x, corner.y}, nameOf(types[i]), titleStyle);
         draw(svg, frame, options, pictures[i]);
-        svg.text({corner.x, corner.y + cellHeight + 2.2 * lineHeight}, length, noteStyle);
+        svg.text({corner.x, corner.y + cellHeight + 2.1 * lineHeight}, length, noteStyle);
         report += nameOf(types[i]) + ": " + summary(pictures[i]) + "\n";
     }
 
