@@ -63,34 +63,22 @@ public:
         return !closed_;
     }
 
-    /// Copies the control points of a span, widened.
-    template<int Points, int Dimension>
-    [[gnu::always_inline]] void load(int32_t span, double (&points)[Points][Dimension]) const
+    /// Calls use(j, its components) for each control point j of a span.
+    template<int Points, int Dimension, typename Use> [[gnu::always_inline]] void visit(int32_t span, Use use) const
     {
         int32_t first = firstNumber(span);
-        if (first < 0 || first > count_ - Points)
-            return loadAtEnd(span, points);
-        const float *component = points_ + static_cast<ptrdiff_t>(first) * Dimension;
+        if (first >= 0 && first <= count_ - Points) {
+            const float *point = points_ + static_cast<ptrdiff_t>(first) * Dimension;
 #pragma GCC unroll 4
+            for (int j = 0; j < Points; ++j)
+                use(j, point + j * Dimension);
+            return;
+        }
         for (int j = 0; j < Points; ++j)
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c)
-                points[j][c] = static_cast<double>(*component++);
+            use(j, points_ + static_cast<ptrdiff_t>(index(span, j)) * Dimension);
     }
 
 private:
-    template<int Points, int Dimension>
-    [[gnu::noinline]] void loadAtEnd(int32_t span, double (&points)[Points][Dimension]) const
-    {
-#pragma GCC unroll 4
-        for (int j = 0; j < Points; ++j) {
-            const float *component = points_ + static_cast<ptrdiff_t>(index(span, j)) * Dimension;
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c)
-                points[j][c] = static_cast<double>(component[c]);
-        }
-    }
-
     int32_t firstNumber(int32_t span) const
     {
         return degree_ == 3 ? span - 1 : span;

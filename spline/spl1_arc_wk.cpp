@@ -57,18 +57,14 @@ public:
         if (span == span_)
             return;
         span_ = span;
-        double points[Points][Dimension];
-        spans_.load(span, points);
-#pragma GCC unroll 4
-        for (int r = 0; r < degree; ++r)
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c) {
-                double sum = 0;
-#pragma GCC unroll 4
-                for (int j = 0; j < Points; ++j)
-                    sum += basis_.row[r][j] * points[j][c];
-                factor_[r][c] = (degree - r) * sum;
-            }
+        for (auto &row : factor_)
+            for (double &component : row)
+                component = 0;
+        spans_.template visit<Points, Dimension>(span, [&](int j, const float *point) {
+            for (int r = 0; r < degree; ++r)
+                for (int c = 0; c < Dimension; ++c)
+                    factor_[r][c] += (degree - r) * basis_.row[r][j] * static_cast<double>(point[c]);
+        });
     }
 
     [[gnu::always_inline]] double speedAt(double parameter)

@@ -34,94 +34,142 @@ private:
     double step_;
 };
 
+/// Two numbers that are computed with at once.
+using Pair [[gnu::vector_size(16), gnu::may_alias]] = double;
+
 /// Evaluates one curve, keeping the control points of the span that it was last on.
 template<int Points, int Dimension> class Evaluator
 {
 public:
-    explicit Evaluator(const Spline1 *spline) : spans_(spline), basis_(basisOf(spline)) {}
+    explicit Evaluator(const Spline1 *spline) : spans_(spline)
+    {
+        Basis basis = basisOf(spline);
+        for (int r = 0; r < Points; ++r)
+            for (int p = 0; p < weightPairs; ++p)
+                rows_[r].pair[p] = Pair{basis.row[r][2 * p], basis.row[r][2 * p + 1]};
+    }
 
     [[gnu::always_inline]] void point(double parameter, float *result)
     {
         Place place = spans_.locate(parameter);
         goTo(place.span);
-        double weights[Points];
+        Weights weights = rows_[0];
 #pragma GCC unroll 4
-        for (int j = 0; j < Points; ++j) {
-            weights[j] = basis_.row[0][j];
-#pragma GCC unroll 4
-            for (int r = 1; r < Points; ++r)
-                weights[j] = weights[j] * place.f + basis_.row[r][j];
-        }
+        for (int r = 1; r < Points; ++r)
+            weights = weights.scaled(place.f).plus(rows_[r], 1);
         combine(weights, result);
     }
 
-    void tangent(double parameter, float *result, float *scratch)
+    [[gnu::always_inline]] void tangent(double parameter, float *result, float *scratch)
     {
         Place place = spans_.locate(parameter);
+        if (degree == 1 && place.span == tangentSpan_) { // an edge has one tangent
+            for (int c = 0; c < Dimension; ++c)
+                result[c] = tangent_[c];
+            return;
+        }
         goTo(place.span);
+        findTangent(place, result, scratch);
+        if (degree == 1) {
+            tangentSpan_ = place.span;
+            for (int c = 0; c < Dimension; ++c)
+                tangent_[c] = result[c];
+        }
+    }
+
+private:
+    static constexpr int degree = Points - 1;
+    static constexpr int weightPairs = (Points + 1) / 2;
+    static constexpr int componentPairs = (Dimension + 1) / 2;
+
+    [[gnu::always_inline]] void findTangent(const Place &place, float *result, float *scratch)
+    {
         double direction[Dimension];
         if (!derivative(place.f, direction) && !standingDirection(place, direction, scratch)) {
-#pragma GCC unroll 4
             for (int c = 0; c < Dimension; ++c)
                 result[c] = 0;
             return;
         }
         double length = sqrt(dot(direction, direction));
-#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             result[c] = static_cast<float>(direction[c] / length);
     }
 
-private:
-    static constexpr int degree = Points - 1;
+    /// One number for each control point of a span, padded with 0 to pairs.
+    struct Weights {
+        Pair pair[weightPairs];
+
+        double operator[](int j) const
+        {
+            return pair[j / 2][j % 2];
+        }
+
+        [[gnu::always_inline]] Weights scaled(double factor) const
+        {
+            Weights result;
+#pragma GCC unroll 2
+            for (int p = 0; p < weightPairs; ++p)
+                result.pair[p] = pair[p] * factor;
+            return result;
+        }
+
+        [[gnu::always_inline]] Weights plus(const Weights &other, double factor) const
+        {
+            Weights result;
+#pragma GCC unroll 2
+            for (int p = 0; p < weightPairs; ++p)
+                result.pair[p] = pair[p] + other.pair[p] * factor;
+            return result;
+        }
+    };
 
     [[gnu::always_inline]] void goTo(int32_t span)
     {
         if (span == span_)
             return;
-        spans_.load(span, points_);
         span_ = span;
+        spans_.template visit<Points, Dimension>(span, [&](int j, const float *component) {
+            for (int p = 0; p < componentPairs; ++p) {
+                auto left = static_cast<double>(component[2 * p]);
+                points_[j][p] = Pair{left, 2 * p + 1 < Dimension ? static_cast<double>(component[2 * p + 1]) : 0};
+            }
+        });
     }
 
-    template<typename Number> void combine(const double (&weights)[Points], Number *result) const
+    /// Sums the control points of the span, by weight.
+    template<typename Number> [[gnu::always_inline]] void combine(const Weights &weights, Number *result) const
     {
-#pragma GCC unroll 4
-        for (int c = 0; c < Dimension; ++c) {
-            double sum = weights[0] * points_[0][c];
+#pragma GCC unroll 2
+        for (int p = 0; p < componentPairs; ++p) {
+            Pair sum = weights[0] * points_[0][p];
 #pragma GCC unroll 4
             for (int j = 1; j < Points; ++j)
-                sum += weights[j] * points_[j][c];
-            result[c] = static_cast<Number>(sum);
+                sum += weights[j] * points_[j][p];
+            result[2 * p] = static_cast<Number>(sum[0]);
+            if (2 * p + 1 < Dimension)
+                result[2 * p + 1] = static_cast<Number>(sum[1]);
         }
     }
 
     static double dot(const double (&a)[Dimension], const double (&b)[Dimension])
     {
         double sum = 0;
-#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             sum += a[c] * b[c];
         return sum;
     }
 
     /// @return false when the derivative vanishes
-    bool derivative(double f, double (&direction)[Dimension]) const
+    [[gnu::always_inline]] bool derivative(double f, double (&direction)[Dimension]) const
     {
         if constexpr (degree == 1) {
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c)
-                direction[c] = points_[1][c] - points_[0][c];
-            if (spans_.index(span_, 0) > spans_.index(span_, 1) && spans_.isOpen())
+            combine(rows_[0], direction);
+            if (spans_.isOpen() && spans_.index(span_, 0) > spans_.index(span_, 1))
                 negate(direction); // at the last point of an open curve, beyond which it runs back
+        } else if constexpr (degree == 2) {
+            combine(rows_[0].scaled(2 * f).plus(rows_[1], 1), direction);
         } else {
-            double weights[Points];
-#pragma GCC unroll 4
-            for (int j = 0; j < Points; ++j) {
-                const auto &row = basis_.row;
-                weights[j] =
-                    degree == 2 ? 2 * f * row[0][j] + row[1][j] : 3 * f * f * row[0][j] + 2 * f * row[1][j] + row[2][j];
-            }
-            combine(weights, direction);
+            combine(rows_[0].scaled(3 * f * f).plus(rows_[1], 2 * f).plus(rows_[2], 1), direction);
         }
         return dot(direction, direction) != 0;
     }
@@ -134,11 +182,7 @@ private:
         if constexpr (degree == 1)
             return false;
 
-        double weights[Points];
-#pragma GCC unroll 4
-        for (int j = 0; j < Points; ++j)
-            weights[j] = degree == 2 ? basis_.row[0][j] : 3 * place.f * basis_.row[0][j] + basis_.row[1][j];
-        combine(weights, direction);
+        combine(degree == 2 ? rows_[0] : rows_[0].scaled(3 * place.f).plus(rows_[1], 1), direction);
         if (dot(direction, direction) == 0)
             return false;
 
@@ -150,7 +194,6 @@ private:
         point(hasBefore ? place.u - 1 : place.u, before);
         point(hasAfter ? place.u + 1 : place.u, after);
         double advance = 0;
-#pragma GCC unroll 4
         for (int c = 0; c < Dimension; ++c)
             advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(before[c]));
         if (advance < 0)
@@ -165,9 +208,11 @@ private:
     }
 
     Spans spans_;
-    Basis basis_;
     int32_t span_ = noSpan;
-    alignas(16) double points_[Points][Dimension] = {};
+    int32_t tangentSpan_ = noSpan;
+    float tangent_[Dimension] = {};
+    Weights rows_[Points];
+    Pair points_[Points][componentPairs] = {};
 };
 
 } // namespace
