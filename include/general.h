@@ -12,6 +12,7 @@
 #include "general/queue.h"
 #include "general/redblack.h"
 #include "general/shmqueue.h"
+#include "general/spline.h"
 #include "general/stack.h"
 #include "general/system.h"
 #include "general/version.h"
