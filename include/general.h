@@ -16,5 +16,6 @@
 #include "general/stack.h"
 #include "general/system.h"
 #include "general/version.h"
+#include "general/verystupidfunction.h"
 
 #endif

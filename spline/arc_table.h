@@ -9,8 +9,7 @@
 
 #include "spline/spline_object.h"
 
-namespace general::spline
-{
+namespace general::spline {
 
 /// Measures the curve and fills the arc table. The type must be usable and there must be points.
 /// @return false when memory is exhausted
@@ -23,8 +22,7 @@ bool buildArcTable(Spline1 *spline);
 bool estimateError(Spline1 *spline, double &error);
 
 /// One side of the map: the parameters, or the arc lengths.
-class ArcSamples
-{
+class ArcSamples {
 public:
     /// @param uniform  only the first and last sample are stored
     ArcSamples(const float *samples, bool uniform, int32_t intervals)
@@ -34,14 +32,8 @@ public:
     {
     }
 
-    double first() const
-    {
-        return first_;
-    }
-    double last() const
-    {
-        return last_;
-    }
+    double first() const { return first_; }
+    double last() const { return last_; }
 
     [[gnu::always_inline]] double at(int32_t i) const
     {
@@ -76,8 +68,7 @@ private:
 };
 
 /// Looks values up in an object's table.
-class ArcMap
-{
+class ArcMap {
 public:
     explicit ArcMap(const Spline1 *spline)
         : coefficients_(spline->table),
@@ -86,23 +77,14 @@ public:
     {
     }
 
-    double lastParameter() const
-    {
-        return parameters_.last();
-    }
-    double lastLength() const
-    {
-        return lengths_.last();
-    }
+    double lastParameter() const { return parameters_.last(); }
+    double lastLength() const { return lengths_.last(); }
 
     [[gnu::always_inline]] float lengthAt(float parameter) const
     {
         return mapped<0, 1>(parameter, parameters_, lengths_);
     }
-    [[gnu::always_inline]] float parameterAt(float length) const
-    {
-        return mapped<1, 0>(length, lengths_, parameters_);
-    }
+    [[gnu::always_inline]] float parameterAt(float length) const { return mapped<1, 0>(length, lengths_, parameters_); }
 
 private:
     /// (c3 - Near x) / (c2 x + Far): Near and Far are the places of c0 and c1, or of c1 and c0 for the inverse.

@@ -5,8 +5,7 @@
 
 #include "spline/spline_object.h"
 
-namespace general::spline
-{
+namespace general::spline {
 
 /// The weights of a span's control points as polynomials of the local parameter f. Row r holds the
 /// factors of f^(degree - r), one per control point of the span, so the weight of control point j is

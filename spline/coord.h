@@ -5,8 +5,7 @@
 
 #include "spline/spline_object.h"
 
-namespace general::spline
-{
+namespace general::spline {
 
 /// Narrows count records to count * dimension floats.
 void narrowRecords(const SplineCoord *records, int32_t count, int32_t dimension, float *points);

@@ -8,8 +8,7 @@
 
 #include <stdlib.h>
 
-namespace general::spline
-{
+namespace general::spline {
 
 /// Computes count points as floats, in the order of the parameters. The type must be usable and there
 /// must be points.
@@ -30,8 +29,7 @@ struct Place {
 
 /// The control points of a curve by span. Span k of a curve of degree 1, 2 or 3 depends on the control
 /// points from k, k or k - 1 on, one more than its degree.
-class Spans
-{
+class Spans {
 public:
     explicit Spans(const Spline1 *spline)
         : points_(spline->points), count_(spline->pointCount), degree_(spline->degree), closed_(isClosed(spline)),
@@ -58,13 +56,11 @@ public:
         return number >= 0 && number < count_ ? number : wrapped(number);
     }
 
-    bool isOpen() const
-    {
-        return !closed_;
-    }
+    bool isOpen() const { return !closed_; }
 
     /// Calls use(j, its components) for each control point j of a span.
-    template<int Points, int Dimension, typename Use> [[gnu::always_inline]] void visit(int32_t span, Use use) const
+    template<int Points, int Dimension, typename Use>
+    [[gnu::always_inline]] void visit(int32_t span, Use use) const
     {
         int32_t first = firstNumber(span);
         if (first >= 0 && first <= count_ - Points) {
@@ -108,7 +104,8 @@ private:
 };
 
 /// Calls body.operator()<Points, Dimension>() for the span size and dimension of a usable type.
-template<typename Body> decltype(auto) forShape(const Spline1 *spline, Body &&body)
+template<typename Body>
+decltype(auto) forShape(const Spline1 *spline, Body &&body)
 {
     auto withPoints = [&]<int Points>() -> decltype(auto) {
         switch (spline->dimension) {

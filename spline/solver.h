@@ -5,8 +5,7 @@
 
 #include "spline/spline_object.h"
 
-namespace general::spline
-{
+namespace general::spline {
 
 /// Whether data points have to be solved for at all.
 bool needsSolving(const Spline1 *spline);

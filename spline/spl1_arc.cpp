@@ -7,8 +7,7 @@ GENERAL_MODULE_ID("$Id$");
 
 using namespace general::spline;
 
-namespace
-{
+namespace {
 
 constexpr int32_t firstIntervalsTried = 64;
 

@@ -10,11 +10,9 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace general::spline
-{
+namespace general::spline {
 
-namespace
-{
+namespace {
 
 /// Evaluations of the speed that one integration may take, beyond one for each value asked for.
 constexpr double mostEvaluations = 4e6;
@@ -26,10 +24,7 @@ struct Parabola {
     double b;
     double c;
 
-    double at(double f) const
-    {
-        return (a * f + b) * f + c;
-    }
+    double at(double f) const { return (a * f + b) * f + c; }
 
     double lowest(double from, double to) const
     {
@@ -40,17 +35,14 @@ struct Parabola {
 };
 
 /// The derivative of a curve, span by span, as a polynomial of the local parameter.
-template<int Points, int Dimension> class Derivative
-{
+template<int Points, int Dimension>
+class Derivative {
 public:
     static constexpr int degree = Points - 1;
 
     explicit Derivative(const Spline1 *spline) : spans_(spline), basis_(basisOf(spline)) {}
 
-    const Spans &spans() const
-    {
-        return spans_;
-    }
+    const Spans &spans() const { return spans_; }
 
     void goTo(int32_t span)
     {
@@ -166,7 +158,8 @@ private:
         return degree == 2 ? factor_[0][c] : 0;
     }
 
-    template<typename Component> static double length(Component component)
+    template<typename Component>
+    static double length(Component component)
     {
         double sum = 0;
 #pragma GCC unroll 4
@@ -196,7 +189,8 @@ private:
 ///
 /// @return the factor of w^2/24 in this bound, which holds for the integral from 0 to any cell's end; 0
 ///         for polygons, which are not integrated in steps
-template<int Points, int Dimension> double secondVariation(const Spline1 *spline)
+template<int Points, int Dimension>
+double secondVariation(const Spline1 *spline)
 {
     Derivative<Points, Dimension> derivative(spline);
     int32_t range = parameterEnd(spline);

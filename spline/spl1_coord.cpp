@@ -8,8 +8,7 @@ GENERAL_MODULE_ID("$Id$");
 
 using namespace general::spline;
 
-namespace general::spline
-{
+namespace general::spline {
 
 void narrowRecords(const SplineCoord *records, int32_t count, int32_t dimension, float *points)
 {
@@ -53,8 +52,7 @@ void widenInPlace(double *values, size_t floats)
 
 } // namespace general::spline
 
-namespace
-{
+namespace {
 
 /// Rounds half up, into 0..count - 1: with more points wanted than given, the blend of ramp and smooth
 /// step overshoots both ends.
@@ -67,8 +65,7 @@ int32_t nearestIndex(double value, int32_t count)
 }
 
 /// Picks the input index of each output in turn.
-class Decimation
-{
+class Decimation {
 public:
     Decimation(bool closed, int32_t inCount, int32_t outCount) : closed_(closed), inCount_(inCount), outCount_(outCount)
     {

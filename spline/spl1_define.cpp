@@ -10,8 +10,7 @@ GENERAL_MODULE_ID("$Id$");
 
 using namespace general::spline;
 
-namespace
-{
+namespace {
 
 constexpr Spline1 newObject{.magic = splineMagic,
                             .defined = 0,
@@ -42,10 +41,7 @@ struct Range {
     int32_t first;
     int32_t last;
 
-    constexpr bool holds(int32_t value) const
-    {
-        return value >= first && value <= last;
-    }
+    constexpr bool holds(int32_t value) const { return value >= first && value <= last; }
 };
 
 /// What may be declared, by kind.

@@ -8,8 +8,7 @@ GENERAL_MODULE_ID("$Id$");
 
 using namespace general::spline;
 
-namespace
-{
+namespace {
 
 /// Checks a load and makes room for the points. On success the object counts them as held.
 uint32_t prepareLoad(Spline1 *spline, int32_t count, const void *data)
@@ -71,8 +70,7 @@ uint32_t checkRead(const Spline1 *spline, int32_t count, const void *output)
 }
 
 /// The control points that a caller reads back.
-class Selection
-{
+class Selection {
 public:
     Selection(const Spline1 *spline, int32_t count, const int32_t *indices)
         : spline_(spline), count_(count), indices_(indices)

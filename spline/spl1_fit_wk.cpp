@@ -5,11 +5,9 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace general::spline
-{
+namespace general::spline {
 
-namespace
-{
+namespace {
 
 /// Weights of a data point's neighbours and of its own control point; the curve is symmetric.
 struct Weights {
@@ -37,24 +35,16 @@ struct Tridiagonal {
     double firstOwn;
     double lastOwn;
 
-    double super(int32_t row) const
-    {
-        return row == 0 ? firstSuper : side;
-    }
-    double sub(int32_t row) const
-    {
-        return row == rows - 1 ? lastSub : side;
-    }
-    double diagonal(int32_t row) const
-    {
-        return row == rows - 1 ? lastOwn : own;
-    }
+    double super(int32_t row) const { return row == 0 ? firstSuper : side; }
+    double sub(int32_t row) const { return row == rows - 1 ? lastSub : side; }
+    double diagonal(int32_t row) const { return row == rows - 1 ? lastOwn : own; }
 };
 
 /// Solves in place by elimination without pivoting: the systems here are diagonally dominant.
 /// @param right     rows * Components floats: the right-hand sides, then the solutions
 /// @param diagonal  rows floats of working storage
-template<int Components> void solve(const Tridiagonal &system, float *right, float *diagonal)
+template<int Components>
+void solve(const Tridiagonal &system, float *right, float *diagonal)
 {
     int32_t last = system.rows - 1;
     double pivot = system.firstOwn;
@@ -89,7 +79,8 @@ template<int Components> void solve(const Tridiagonal &system, float *right, flo
 
 /// Open curves, whose control points are mirrored at the ends: both neighbours of the first point are
 /// the second. A closed curve of two points has the same equations.
-template<int Dimension> void solveOpen(Weights weights, int32_t count, float *points, float *scratch)
+template<int Dimension>
+void solveOpen(Weights weights, int32_t count, float *points, float *scratch)
 {
     double both = 2 * weights.side;
     solve<Dimension>({.rows = count,
@@ -104,7 +95,8 @@ template<int Dimension> void solveOpen(Weights weights, int32_t count, float *po
 
 /// Closed curves of three and more points. The two corner entries of the cyclic matrix are a rank-one
 /// change u v' of a tridiagonal one (Sherman and Morrison, 1950).
-template<int Dimension> void solveClosed(Weights weights, int32_t count, float *points, float *scratch)
+template<int Dimension>
+void solveClosed(Weights weights, int32_t count, float *points, float *scratch)
 {
     double corner = weights.side;
     double pivot = -weights.own; // any number does; this one keeps the matrix dominant
@@ -134,7 +126,8 @@ template<int Dimension> void solveClosed(Weights weights, int32_t count, float *
             *points = static_cast<float>(static_cast<double>(*points) - amount[c] * static_cast<double>(change[k]));
 }
 
-template<int Dimension> void solveFor(const Spline1 *spline, float *scratch)
+template<int Dimension>
+void solveFor(const Spline1 *spline, float *scratch)
 {
     Weights weights = weightsAtDataPoints(spline);
     if (isClosed(spline) && spline->pointCount > 2)

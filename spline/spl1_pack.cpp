@@ -16,8 +16,7 @@ struct SplineLX {
     float *values;
 };
 
-namespace
-{
+namespace {
 
 /// The header of a packet. The control points follow if there are any and a type is defined, then the
 /// arc table if it is valid; neither follows when the point count is below 1.
@@ -62,16 +61,10 @@ struct PacketShape {
             tableValid = 0;
     }
 
-    uint32_t reportedSize() const
-    {
-        return reportedBase + sizeof(float) * floats();
-    }
+    uint32_t reportedSize() const { return reportedBase + sizeof(float) * floats(); }
 
 private:
-    uint32_t floats() const
-    {
-        return static_cast<uint32_t>(pointFloats) + static_cast<uint32_t>(tableFloats);
-    }
+    uint32_t floats() const { return static_cast<uint32_t>(pointFloats) + static_cast<uint32_t>(tableFloats); }
 };
 
 PacketHeader headerOf(const Spline1 *spline, const PacketShape &shape)

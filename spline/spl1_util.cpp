@@ -6,8 +6,7 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace general::spline
-{
+namespace general::spline {
 
 bool floatsNeeded(int32_t count, int32_t perItem, int32_t &floats)
 {

@@ -8,8 +8,7 @@ GENERAL_MODULE_ID("$Id$");
 
 using namespace general::spline;
 
-namespace
-{
+namespace {
 
 uint32_t checkCall(const Spline1 *spline, int32_t count, const void *output)
 {

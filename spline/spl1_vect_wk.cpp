@@ -7,27 +7,21 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace general::spline
-{
+namespace general::spline {
 
-namespace
-{
+namespace {
 
 constexpr int32_t noSpan = INT32_MIN;
 
 /// The parameters of one call: the caller's, or at equal steps.
-class Parameters
-{
+class Parameters {
 public:
     Parameters(const Spline1 *spline, int32_t count, const float *params)
         : params_(params), step_(defaultStep(isClosed(spline), parameterEnd(spline), count))
     {
     }
 
-    float operator[](int32_t i) const
-    {
-        return params_ != nullptr ? params_[i] : static_cast<float>(i * step_);
-    }
+    float operator[](int32_t i) const { return params_ != nullptr ? params_[i] : static_cast<float>(i * step_); }
 
 private:
     const float *params_;
@@ -38,8 +32,8 @@ private:
 using Pair [[gnu::vector_size(16), gnu::may_alias]] = double;
 
 /// Evaluates one curve, keeping the control points of the span that it was last on.
-template<int Points, int Dimension> class Evaluator
-{
+template<int Points, int Dimension>
+class Evaluator {
 public:
     explicit Evaluator(const Spline1 *spline) : spans_(spline)
     {
@@ -99,10 +93,7 @@ private:
     struct Weights {
         Pair pair[weightPairs];
 
-        double operator[](int j) const
-        {
-            return pair[j / 2][j % 2];
-        }
+        double operator[](int j) const { return pair[j / 2][j % 2]; }
 
         [[gnu::always_inline]] Weights scaled(double factor) const
         {
@@ -137,7 +128,8 @@ private:
     }
 
     /// Sums the control points of the span, by weight.
-    template<typename Number> [[gnu::always_inline]] void combine(const Weights &weights, Number *result) const
+    template<typename Number>
+    [[gnu::always_inline]] void combine(const Weights &weights, Number *result) const
     {
 #pragma GCC unroll 2
         for (int p = 0; p < componentPairs; ++p) {

@@ -4,11 +4,9 @@
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace general::spline
-{
+namespace general::spline {
 
-namespace
-{
+namespace {
 
 constexpr Basis linear{.degree = 1, .row = {{-1, 1}, {1, 0}}};
 

@@ -48,8 +48,7 @@ static_assert(sizeof(Spline1) == 112);
 #endif
 static_assert(sizeof(SplineCoord) == 32 && offsetof(SplineCoord, space) == 24);
 
-namespace general::spline
-{
+namespace general::spline {
 
 constexpr uint32_t splineMagic = 0x53706C31; // "Spl1"
 constexpr int32_t openForm = 100;

@@ -6,8 +6,7 @@
 #include <random>
 #include <string>
 
-namespace
-{
+namespace {
 
 constexpr int queries = 50000; // more than a branch predictor remembers
 
@@ -30,10 +29,7 @@ struct Measured {
         for (int i = 0; i <= intervals; ++i)
             params.push_back(end * static_cast<float>(i) / static_cast<float>(intervals));
     }
-    ~Measured()
-    {
-        Spline1Destroy(spline);
-    }
+    ~Measured() { Spline1Destroy(spline); }
     Measured(const Measured &) = delete;
     Measured &operator=(const Measured &) = delete;
 

@@ -8,8 +8,7 @@
 #include <cmath>
 #include <vector>
 
-namespace bench
-{
+namespace bench {
 
 /// count points of three coordinates.
 inline std::vector<double> wavyLine(int count)

@@ -7,8 +7,7 @@
 #include <random>
 #include <string>
 
-namespace
-{
+namespace {
 
 constexpr int controlPoints = 200;
 constexpr int samples = 1000;
@@ -46,7 +45,8 @@ std::function<void(benchmark::State &)> library(Call call, int kind, int degree,
 
 /// What one would write for one kind and degree: the basis in closed form, single-precision control
 /// points, no check, no rule for the ends.
-template<int Degree, bool Cardinal> void weightsOf(double f, double (&w)[Degree + 1])
+template<int Degree, bool Cardinal>
+void weightsOf(double f, double (&w)[Degree + 1])
 {
     if constexpr (Degree == 1) {
         w[0] = 1 - f;
@@ -69,7 +69,8 @@ template<int Degree, bool Cardinal> void weightsOf(double f, double (&w)[Degree 
     }
 }
 
-template<int Degree, bool Cardinal> void slopesOf(double f, double (&w)[Degree + 1])
+template<int Degree, bool Cardinal>
+void slopesOf(double f, double (&w)[Degree + 1])
 {
     if constexpr (Degree == 1) {
         w[0] = -1;
@@ -119,7 +120,8 @@ void handWritten(const std::vector<float> &control, const std::vector<float> &pa
     }
 }
 
-template<int Degree, bool Cardinal, bool Tangents> std::function<void(benchmark::State &)> loop(Order order)
+template<int Degree, bool Cardinal, bool Tangents>
+std::function<void(benchmark::State &)> loop(Order order)
 {
     return [=](benchmark::State &state) {
         std::vector<double> values = bench::wavyLine(controlPoints);
@@ -135,7 +137,8 @@ template<int Degree, bool Cardinal, bool Tangents> std::function<void(benchmark:
 }
 
 /// Eigen's B-spline over uniform knots with the same control points.
-template<int Degree, bool Tangents> void eigen(benchmark::State &state)
+template<int Degree, bool Tangents>
+void eigen(benchmark::State &state)
 {
     using Curve = Eigen::Spline<double, 3, Degree>;
     std::vector<double> values = bench::wavyLine(controlPoints);
@@ -164,7 +167,8 @@ template<int Degree, bool Tangents> void eigen(benchmark::State &state)
 constexpr double aimOfLoop = 0.67;
 constexpr double aimOfEigen = 10;
 
-template<int Degree, bool Cardinal> void addRows(const std::string &type)
+template<int Degree, bool Cardinal>
+void addRows(const std::string &type)
 {
     constexpr int kind = Cardinal ? SPLINE_CARDINAL : SPLINE_B;
     const std::string points = "1000 points, " + type;
@@ -177,7 +181,8 @@ template<int Degree, bool Cardinal> void addRows(const std::string &type)
     bench::contend(tangents, "loop over the basis", loop<Degree, Cardinal, true>(Order::rising));
 }
 
-template<int Degree> void addEigenRows(const std::string &type)
+template<int Degree>
+void addEigenRows(const std::string &type)
 {
     const std::string points = "1000 points, " + type + ", against Eigen";
     const std::string tangents = "1000 tangents, " + type + ", against Eigen";

@@ -5,8 +5,7 @@
 
 #include <string>
 
-namespace
-{
+namespace {
 
 std::function<void(benchmark::State &)> library(int form, int degree, int count)
 {

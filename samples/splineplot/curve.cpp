@@ -2,8 +2,7 @@
 
 #include <stdexcept>
 
-namespace
-{
+namespace {
 
 constexpr int mostRounds = 8; // 16384 intervals
 

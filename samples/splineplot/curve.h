@@ -23,8 +23,7 @@ struct Measures {
     int intervals;
 };
 
-class Curve
-{
+class Curve {
 public:
     /// @throws std::runtime_error for a type that does not exist, and when memory is exhausted
     Curve(const CurveType &type, int dimension);
@@ -49,17 +48,11 @@ public:
     /// Enough points to draw the curve by straight lines.
     Points drawn(int count);
 
-    bool isClosed() const
-    {
-        return type_.form == SPLINE_CLOSED;
-    }
+    bool isClosed() const { return type_.form == SPLINE_CLOSED; }
 
 private:
     struct Destroy {
-        void operator()(Spline1 *spline) const
-        {
-            Spline1Destroy(spline);
-        }
+        void operator()(Spline1 *spline) const { Spline1Destroy(spline); }
     };
 
     CurveType type_;

@@ -4,8 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace
-{
+namespace {
 
 /// Reads one line without its end, of any length.
 /// @return false at the end of the stream

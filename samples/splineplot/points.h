@@ -11,10 +11,7 @@ struct Points {
     int dimension = 0;
     std::vector<double> values;
 
-    int count() const
-    {
-        return dimension == 0 ? 0 : static_cast<int>(values.size()) / dimension;
-    }
+    int count() const { return dimension == 0 ? 0 : static_cast<int>(values.size()) / dimension; }
 };
 
 /// Reads rows "x,y" or "x,y,z", all of one kind. Empty rows and rows that begin with # are skipped.

@@ -13,8 +13,7 @@
 #include <map>
 #include <stdexcept>
 
-namespace
-{
+namespace {
 
 constexpr const char *usage =
     "Usage: splineplot [option...] [FILE]\n"
@@ -54,10 +53,7 @@ struct Options {
     std::map<std::string, std::string> values;
     std::string file = "-";
 
-    bool has(const std::string &name) const
-    {
-        return values.count(name) != 0;
-    }
+    bool has(const std::string &name) const { return values.count(name) != 0; }
     std::string text(const std::string &name, const std::string &otherwise) const
     {
         auto found = values.find(name);
@@ -198,8 +194,7 @@ std::vector<Spot> projected(const Points &points)
 }
 
 /// Rectangle on the page, and the part of the plane that is shown in it.
-class Frame
-{
+class Frame {
 public:
     Frame(Spot corner, double width, double height) : corner_(corner), width_(width), height_(height) {}
 
@@ -240,10 +235,7 @@ public:
         return spots;
     }
 
-    void setHeight(double height)
-    {
-        height_ = height;
-    }
+    void setHeight(double height) { height_ = height; }
 
 private:
     Spot corner_;

@@ -3,8 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
-namespace
-{
+namespace {
 
 /// A coordinate with one digit after the point, or none if that is 0.
 std::string number(double value)

@@ -10,8 +10,7 @@ struct Spot {
     double y;
 };
 
-class Svg
-{
+class Svg {
 public:
     Svg(double width, double height) : width_(width), height_(height) {}
 

@@ -16,14 +16,10 @@
 #include <random>
 #include <vector>
 
-namespace curves
-{
+namespace curves {
 
 struct Destroy {
-    void operator()(Spline1 *spline) const
-    {
-        EXPECT_EQ(Spline1Destroy(spline), SPLINE_OK);
-    }
+    void operator()(Spline1 *spline) const { EXPECT_EQ(Spline1Destroy(spline), SPLINE_OK); }
 };
 using SplinePtr = std::unique_ptr<Spline1, Destroy>;
 
@@ -31,10 +27,7 @@ struct Type {
     int form, kind, degree, dimension;
     double tension = 0;
 
-    bool closed() const
-    {
-        return form == SPLINE_CLOSED;
-    }
+    bool closed() const { return form == SPLINE_CLOSED; }
 };
 
 inline std::ostream &operator<<(std::ostream &out, const Type &type)
@@ -91,34 +84,25 @@ inline std::vector<char> pack(const Spline1 *spline)
     return packet;
 }
 
-template<typename Field> Field fieldAt(const std::vector<char> &packet, size_t offset)
+template<typename Field>
+Field fieldAt(const std::vector<char> &packet, size_t offset)
 {
     Field field;
     std::memcpy(&field, packet.data() + offset, sizeof field);
     return field;
 }
 
-class Reference
-{
+class Reference {
 public:
     Reference(const Type &type, std::vector<double> control)
         : type_(type), control_(std::move(control)), count_(static_cast<int>(control_.size()) / type.dimension)
     {
     }
 
-    double end() const
-    {
-        return type_.closed() ? count_ : count_ - 1;
-    }
+    double end() const { return type_.closed() ? count_ : count_ - 1; }
 
-    std::vector<double> point(double u) const
-    {
-        return value(u, false);
-    }
-    std::vector<double> derivative(double u) const
-    {
-        return value(u, true);
-    }
+    std::vector<double> point(double u) const { return value(u, false); }
+    std::vector<double> derivative(double u) const { return value(u, true); }
 
     double speed(double u) const
     {

@@ -5,8 +5,7 @@
 #include <functional>
 #include <limits>
 
-namespace
-{
+namespace {
 
 using namespace curves;
 
@@ -29,14 +28,8 @@ struct Table {
     {
         return static_cast<double>(floats[static_cast<size_t>(4 * interval + c)]);
     }
-    double lastParameter() const
-    {
-        return static_cast<double>(floats[static_cast<size_t>(4 * intervals + 1)]);
-    }
-    double length(int i) const
-    {
-        return static_cast<double>(floats[static_cast<size_t>(4 * intervals + 2 + i)]);
-    }
+    double lastParameter() const { return static_cast<double>(floats[static_cast<size_t>(4 * intervals + 1)]); }
+    double length(int i) const { return static_cast<double>(floats[static_cast<size_t>(4 * intervals + 2 + i)]); }
 
     int32_t intervals;
     double step;

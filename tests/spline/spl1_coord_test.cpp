@@ -2,8 +2,7 @@
 
 #include <gmock/gmock.h>
 
-namespace
-{
+namespace {
 
 using namespace curves;
 

@@ -7,8 +7,7 @@
 #include <functional>
 #include <limits>
 
-namespace
-{
+namespace {
 
 using namespace curves;
 

@@ -1,7 +1,6 @@
 #include "tests/spline/curves.h"
 
-namespace
-{
+namespace {
 
 using namespace curves;
 

@@ -5,8 +5,7 @@
 #include <limits>
 #include <string_view>
 
-namespace
-{
+namespace {
 
 using namespace curves;
 

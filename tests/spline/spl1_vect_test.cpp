@@ -4,8 +4,7 @@
 
 #include <limits>
 
-namespace
-{
+namespace {
 
 using namespace curves;
 using testing::ElementsAre;
