@@ -11,6 +11,8 @@
 #include "general/processor.h"
 #include "general/queue.h"
 #include "general/redblack.h"
+#include "general/shmqueue.h"
+#include "general/spline.h"
 #include "general/stack.h"
 #include "general/system.h"
 #include "general/version.h"

@@ -1,0 +1,149 @@
+#include "bench/ipc/channels.h"
+#include "bench/support/row.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t readSize = 1024 * 1024;
+constexpr const char *transports[] = {"general", "named pipe", "TCP"};
+
+/// The other process: takes in `batch` bytes, answers with `answer` bytes, and so on until the
+/// channel is closed.
+struct PeerTask {
+    uint32_t transport; ///< index in transports
+    uint32_t capacity;
+    uint32_t batch;
+    uint32_t answer;
+};
+
+/// Takes in bytes with reads as large as the buffer; there are never more than these on their way.
+bool receiveAll(bench::Channel &channel, std::vector<char> &buffer, uint32_t length)
+{
+    uint32_t part = 1;
+    for (; length > 0 && part > 0; length -= part)
+        part = channel.receive(buffer.data(), static_cast<uint32_t>(buffer.size()));
+    return length == 0;
+}
+
+int playPeer(const char *commandLine)
+{
+    PeerTask task{};
+    std::string address;
+    std::istringstream(commandLine) >> task.transport >> task.capacity >> task.batch >> task.answer >> address;
+    auto channel = bench::connect(transports[task.transport], address, task.capacity);
+    std::vector<char> buffer(readSize);
+    while (receiveAll(*channel, buffer, task.batch))
+        channel->send(buffer.data(), task.answer);
+    return 0;
+}
+
+/// A peer process, and the channel to it.
+class Peer {
+public:
+    explicit Peer(const PeerTask &task)
+    {
+        auto listener = bench::listen(transports[task.transport], task.capacity);
+        char program[MAX_PATH];
+        GetModuleFileNameA(nullptr, program, MAX_PATH);
+        std::ostringstream command;
+        command << '"' << program << "\" --peer " << task.transport << ' ' << task.capacity << ' ' << task.batch << ' '
+                << task.answer << ' ' << listener->address();
+        STARTUPINFOA startup{};
+        PROCESS_INFORMATION started{};
+        std::string line = command.str();
+        if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
+            std::abort();
+        CloseHandle(started.hThread);
+        process_ = started.hProcess;
+        channel_ = listener->accept();
+    }
+    ~Peer()
+    {
+        channel_.reset();
+        WaitForSingleObject(process_, 5000);
+        CloseHandle(process_);
+    }
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+
+    bench::Channel &channel() { return *channel_; }
+
+private:
+    HANDLE process_;
+    std::unique_ptr<bench::Channel> channel_;
+};
+
+/// One iteration sends a batch in writes of one size, and waits for one byte that says all of it arrived.
+void stream(benchmark::State &state, uint32_t transport, uint32_t capacity, uint32_t writeSize, uint32_t writes)
+{
+    Peer peer({.transport = transport, .capacity = capacity, .batch = writeSize * writes, .answer = 1});
+    std::vector<char> data(writeSize, 'x'), arrived(readSize);
+    for (auto _ : state) {
+        for (uint32_t i = 0; i < writes; ++i)
+            peer.channel().send(data.data(), writeSize);
+        receiveAll(peer.channel(), arrived, 1);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * writeSize * writes);
+}
+
+void roundTrip(benchmark::State &state, uint32_t transport)
+{
+    char data[64] = {};
+    std::vector<char> answer(readSize);
+    Peer peer({.transport = transport, .capacity = 64 * 1024, .batch = sizeof data, .answer = sizeof data});
+    for (auto _ : state) {
+        peer.channel().send(data, sizeof data);
+        receiveAll(peer.channel(), answer, sizeof data);
+    }
+}
+
+struct Stream {
+    const char *row;
+    uint32_t capacity, writeSize, writes;
+    double aim;
+};
+
+constexpr uint32_t KiB = 1024, MiB = 1024 * 1024;
+constexpr Stream streams[] = {
+    {"64 KiB through a 64 KiB ring, writes of 64 B", 64 * KiB, 64, 1024, 1.0},
+    {"1 MiB through a 64 KiB ring, writes of 1 KiB", 64 * KiB, KiB, 1024, 1.0},
+    {"4 MiB through a 64 KiB ring, writes of 64 KiB", 64 * KiB, 64 * KiB, 64, 1.0},
+    {"16 MiB through a 64 KiB ring, writes of 1 MiB", 64 * KiB, MiB, 16, 0},
+    {"64 KiB through a 4 MiB ring, writes of 64 B", 4 * MiB, 64, 1024, 1.0},
+    {"1 MiB through a 4 MiB ring, writes of 1 KiB", 4 * MiB, KiB, 1024, 1.0},
+    {"4 MiB through a 4 MiB ring, writes of 64 KiB", 4 * MiB, 64 * KiB, 64, 1.0},
+    {"64 MiB through a 4 MiB ring, writes of 1 MiB", 4 * MiB, MiB, 64, 2.0},
+};
+
+bool registerRows()
+{
+    for (const Stream &row : streams)
+        for (uint32_t transport = 0; transport < std::size(transports); ++transport)
+            bench::contend(
+                row.row, transports[transport],
+                [=](benchmark::State &state) { stream(state, transport, row.capacity, row.writeSize, row.writes); },
+                transport == 0 ? row.aim : 0)
+                ->UseRealTime();
+    for (uint32_t transport = 0; transport < std::size(transports); ++transport)
+        bench::contend(
+            "round trip of 64 B", transports[transport], [=](benchmark::State &state) { roundTrip(state, transport); },
+            transport == 0 ? 1.0 : 0)
+            ->UseRealTime();
+    return true;
+}
+
+/// The peer's process is this program too; it never comes to the benchmark's own main.
+const bool registered = [] {
+    if (const char *peer = std::strstr(GetCommandLineA(), " --peer "))
+        std::exit(playPeer(peer + std::strlen(" --peer ")));
+    return registerRows();
+}();
+
+} // namespace

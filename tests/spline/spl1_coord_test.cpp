@@ -1,0 +1,68 @@
+#include "tests/spline/curves.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace curves;
+
+std::vector<int> picks(int form, int inCount, int outCount)
+{
+    SplinePtr spline = make({form, SPLINE_B, 1, 2});
+    std::vector<double> in;
+    std::vector<SplineCoord> inRecords;
+    for (int i = 0; i < inCount; ++i) {
+        in.insert(in.end(), {i * 1.0, i * -1.0});
+        inRecords.push_back({i * 1.0, i * 2.0, i * 3.0, i, i});
+    }
+    std::vector<double> out(static_cast<size_t>(2 * outCount));
+    std::vector<SplineCoord> outRecords(static_cast<size_t>(outCount), {-1, -1, -1, -1, -1});
+    EXPECT_EQ(Spline1DDecimate(spline.get(), inCount, in.data(), outCount, out.data()), SPLINE_OK);
+    EXPECT_EQ(Spline1CDecimate(spline.get(), inCount, inRecords.data(), outCount, outRecords.data()), SPLINE_OK);
+    std::vector<int> picked;
+    for (size_t i = 0; i < outRecords.size(); ++i) {
+        picked.push_back(outRecords[i].space);
+        EXPECT_TRUE(outRecords[i].z == 3 * outRecords[i].x && outRecords[i].unused == -1);
+        EXPECT_TRUE(out[2 * i] == outRecords[i].x && out[2 * i + 1] == -outRecords[i].x);
+    }
+    return picked;
+}
+
+TEST(Decimation, PicksTheDocumentedPoints)
+{
+    using testing::ElementsAre;
+    EXPECT_THAT(picks(SPLINE_OPEN, 11, 3), ElementsAre(0, 5, 10));
+    EXPECT_THAT(picks(SPLINE_OPEN, 11, 5), ElementsAre(0, 2, 5, 8, 10));
+    EXPECT_THAT(picks(SPLINE_CLOSED, 10, 4), ElementsAre(0, 3, 5, 8));
+    EXPECT_THAT(picks(SPLINE_OPEN, 4, 4), ElementsAre(0, 1, 2, 3));
+    EXPECT_THAT(picks(SPLINE_OPEN, 9, 1), ElementsAre(0));
+    EXPECT_THAT(picks(SPLINE_CLOSED, 1, 3), ElementsAre(0, 0, 0));
+}
+
+// With far more points wanted than given, the blend of ramp and smooth step leaves the list on both sides.
+TEST(Decimation, StaysInsideTheList)
+{
+    for (int form : {SPLINE_OPEN, SPLINE_CLOSED})
+        for (int inCount : {2, 3, 5})
+            for (int outCount : {4, 37, 100}) {
+                std::vector<int> picked = picks(form, inCount, outCount);
+                EXPECT_THAT(picked, testing::Each(testing::AllOf(testing::Ge(0), testing::Lt(inCount))));
+                EXPECT_EQ(picked.front(), 0);
+                EXPECT_EQ(picked.back(), inCount - 1);
+            }
+}
+
+TEST(Decimation, ReportsTheFirstThingWrong)
+{
+    double values[4] = {};
+    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 1, 2});
+    EXPECT_EQ(Spline1DDecimate(spline.get(), 0, values, 1, values + 2), SPLINE_BAD_ARG);
+    EXPECT_EQ(Spline1DDecimate(spline.get(), 1, values, 0, values + 2), SPLINE_BAD_ARG);
+    EXPECT_EQ(Spline1DDecimate(spline.get(), 1, nullptr, 1, values), SPLINE_BAD_ARG);
+    EXPECT_EQ(Spline1DDecimate(spline.get(), 1, values, 1, nullptr), SPLINE_BAD_ARG);
+    Spline1Encode(spline.get(), 5, 5, 5, 5, 0);
+    EXPECT_EQ(Spline1DDecimate(spline.get(), 1, values, 1, values + 2), SPLINE_BAD_ARG);
+}
+
+} // namespace

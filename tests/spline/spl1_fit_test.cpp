@@ -1,0 +1,93 @@
+#include "tests/spline/curves.h"
+
+namespace
+{
+
+using namespace curves;
+
+TEST(Fit, PassesThroughTheData)
+{
+    std::mt19937 random(4);
+    for (Type type : everyType())
+        for (int count : {1, 2, 3, 4, 5, 17, 1000, 10000}) {
+            std::vector<double> data = randomValues(random, count * type.dimension, 100);
+            SplinePtr spline = make(type);
+            ASSERT_EQ(Spline1FitDPoints(spline.get(), count, data.data()), SPLINE_OK);
+            std::vector<float> params;
+            for (int i = 0; i < count; ++i)
+                params.push_back(static_cast<float>(i));
+            std::vector<double> points(data.size());
+            ASSERT_EQ(Spline1DPoint(spline.get(), count, params.data(), points.data()), SPLINE_OK);
+            double worst = 0;
+            for (size_t i = 0; i < data.size(); ++i)
+                worst = std::max(worst, std::abs(points[i] - data[i]));
+            EXPECT_LE(worst, 4e-5) << type << ", " << count << " points"; // some units in the last place of 100
+            if (type.kind == SPLINE_CARDINAL || type.degree == 1) {
+                EXPECT_EQ(Spline1DCtl(spline.get(), count, nullptr, points.data()), SPLINE_OK);
+                EXPECT_EQ(points, data);
+            }
+        }
+}
+
+TEST(Fit, TakesRecordsAndTheirSpace)
+{
+    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 3, 2});
+    const SplineCoord records[] = {{1, 2, 99, 5, 0}, {3, 4, 99, 6, 0}, {5, 7, 99, 7, 0}};
+    SplineCoord out[3];
+    int32_t space = -1;
+    EXPECT_EQ(Spline1FitCPoints(spline.get(), 3, records), SPLINE_OK);
+    EXPECT_EQ(Spline1GetSpace(spline.get(), &space), SPLINE_OK);
+    EXPECT_EQ(space, 5);
+    EXPECT_EQ(Spline1CPoint(spline.get(), 3, nullptr, out), SPLINE_OK);
+    EXPECT_NEAR(out[2].y, 7, 1e-6);
+    EXPECT_EQ(Spline1FitCCtl(spline.get(), 3, records), SPLINE_OK);
+    EXPECT_EQ(Spline1CCtl(spline.get(), 2, nullptr, out), SPLINE_OK);
+    EXPECT_TRUE(out[1].x == 5 && out[1].y == 7 && out[1].space == 5);
+    const double values[] = {0, 0, 1, 1};
+    EXPECT_EQ(Spline1FitDPoints(spline.get(), 2, values), SPLINE_OK); // detaches the space
+    EXPECT_EQ(Spline1GetSpace(spline.get(), &space), SPLINE_OK);
+    EXPECT_EQ(space, 0);
+    EXPECT_EQ(Spline1CCtl(spline.get(), 2, nullptr, out), SPLINE_BAD_ARG);
+}
+
+TEST(Fit, ReportsTheFirstThingWrong)
+{
+    double values[] = {1, 2, 3, 4};
+    for (auto call : {&Spline1FitDCtl, &Spline1FitDPoints}) {
+        SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 3, 2}, {0, 0, 1, 1});
+        int32_t count = -1;
+        EXPECT_EQ(call(spline.get(), 0, values), SPLINE_BAD_ARG);
+        EXPECT_EQ(call(spline.get(), 2, nullptr), SPLINE_BAD_ARG);
+        EXPECT_EQ(Spline1CountPoints(spline.get(), &count), SPLINE_OK);
+        EXPECT_EQ(count, 2);
+        EXPECT_EQ(call(spline.get(), INT32_MAX, values), SPLINE_NO_MEMORY);
+        EXPECT_EQ(Spline1DPoint(spline.get(), 1, nullptr, values), SPLINE_BAD_ARG); // nothing is held now
+        EXPECT_EQ(Spline1Encode(spline.get(), 0, 1, 2, 2, 0), SPLINE_BAD_ARG);
+        EXPECT_EQ(call(spline.get(), 2, values), SPLINE_BAD_ARG); // no type
+    }
+}
+
+TEST(ControlPoints, AreReadBackByIndexOrAtEqualSteps)
+{
+    std::vector<double> control;
+    for (int i = 0; i < 7; ++i)
+        control.insert(control.end(), {static_cast<double>(i), -1.0});
+    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 2, 2}, control);
+    auto read = [&](int32_t count, const int32_t *indices) {
+        std::vector<double> values(static_cast<size_t>(2 * count), 9);
+        uint32_t result = Spline1DCtl(spline.get(), count, indices, values.data());
+        std::vector<double> first;
+        for (size_t i = 0; result == SPLINE_OK && i < values.size(); i += 2)
+            first.push_back(values[i]);
+        return first;
+    };
+    const int32_t indices[] = {3, INT32_MIN, INT32_MAX, 6};
+    EXPECT_EQ(read(4, indices), (std::vector<double>{3, 0, 6, 6}));
+    EXPECT_EQ(read(3, nullptr), (std::vector<double>{0, 3, 6}));
+    EXPECT_EQ(read(4, nullptr), (std::vector<double>{0, 2, 4, 6}));
+    EXPECT_EQ(read(7, nullptr).size(), 7u);
+    for (int32_t impossible : {1, 5, 6, 8})
+        EXPECT_TRUE(read(impossible, nullptr).empty()) << impossible;
+}
+
+} // namespace

@@ -1,0 +1,167 @@
+#include "tests/spline/curves.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+
+namespace
+{
+
+using namespace curves;
+using testing::ElementsAre;
+
+std::vector<double> pointAt(Spline1 *spline, float u, int dimension = 2)
+{
+    std::vector<double> values(static_cast<size_t>(dimension));
+    EXPECT_EQ(Spline1DPoint(spline, 1, &u, values.data()), SPLINE_OK);
+    return values;
+}
+
+std::vector<double> tangentAt(Spline1 *spline, float u, int dimension = 2)
+{
+    std::vector<double> values(static_cast<size_t>(dimension));
+    EXPECT_EQ(Spline1DTangent(spline, 1, &u, values.data()), SPLINE_OK);
+    return values;
+}
+
+// Every type, every number of control points that meets an end rule in another way, parameters in random
+// order, on and off the knots and outside: points and tangents against the reference, records against
+// arrays.
+TEST(Evaluation, AgreesWithTheReference)
+{
+    std::mt19937 random(1);
+    for (Type type : everyType())
+        for (int count : {1, 2, 3, 4, 5, 12}) {
+            std::vector<double> control = randomValues(random, count * type.dimension);
+            SplinePtr spline = make(type, control);
+            EXPECT_EQ(Spline1SetSpace(spline.get(), 42), SPLINE_OK);
+            Reference curve(type, control);
+            std::vector<float> params;
+            for (int i = 0; i < 60; ++i)
+                params.push_back(static_cast<float>(curve.end() * (static_cast<int>(random() % 1400) - 200) / 1000.0));
+            for (int i = -1; i <= count + 1; ++i)
+                params.push_back(static_cast<float>(i));
+            auto samples = static_cast<int32_t>(params.size());
+            auto dimension = static_cast<size_t>(type.dimension);
+            std::vector<double> points(params.size() * dimension);
+            std::vector<double> tangents(points.size());
+            std::vector<SplineCoord> records(params.size(), {-7, -7, -7, 0, -7});
+            ASSERT_EQ(Spline1DPoint(spline.get(), samples, params.data(), points.data()), SPLINE_OK);
+            ASSERT_EQ(Spline1DTangent(spline.get(), samples, params.data(), tangents.data()), SPLINE_OK);
+            ASSERT_EQ(Spline1CPoint(spline.get(), samples, params.data(), records.data()), SPLINE_OK);
+            // Without parameters the steps are equal, and reach the end of an open curve.
+            double values[15];
+            double step = curve.end() / (type.closed() ? 5 : 4);
+            ASSERT_EQ(Spline1DPoint(spline.get(), 5, nullptr, values), SPLINE_OK);
+            for (size_t i = 0; i < 5 * dimension; ++i)
+                EXPECT_NEAR(values[i], curve.point(static_cast<double>(i / dimension) * step)[i % dimension], 2e-5);
+            for (size_t i = 0; i < params.size(); ++i) {
+                auto u = static_cast<double>(params[i]);
+                std::vector<double> point = curve.point(u);
+                double speed = curve.speed(u);
+                bool standsStill = speed < 1e-6 || u <= 0 || u >= curve.end();
+                const double components[] = {records[i].x, records[i].y, records[i].z};
+                for (size_t c = 0; c < dimension; ++c) {
+                    EXPECT_NEAR(points[i * dimension + c], point[c], 2e-6) << type << " at " << u;
+                    EXPECT_EQ(components[c], points[i * dimension + c]);
+                    bool onKnot = u * 2 == std::floor(u * 2); // a polygon has two tangents there
+                    if (!standsStill && !(type.degree == 1 && onKnot)) {
+                        EXPECT_NEAR(tangents[i * dimension + c], curve.derivative(u)[c] / speed, 2e-6) << type << u;
+                    }
+                }
+                EXPECT_TRUE(records[i].space == 42 && records[i].unused == -7 &&
+                            (dimension == 3 || records[i].z == -7));
+            }
+        }
+}
+
+TEST(Evaluation, MirrorsAtTheEndsOfAnOpenCurve)
+{
+    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 3, 2}, {3, 0, 9, 6, 12, 0});
+    EXPECT_THAT(pointAt(spline.get(), 0), ElementsAre(5, 2)); // (P1 + 4 P0 + P1) / 6
+    EXPECT_EQ(pointAt(spline.get(), -3), pointAt(spline.get(), 0));
+    EXPECT_EQ(pointAt(spline.get(), 9), pointAt(spline.get(), 2));
+    EXPECT_EQ(pointAt(spline.get(), std::nanf("")), pointAt(spline.get(), 0));
+    EXPECT_EQ(pointAt(spline.get(), std::numeric_limits<float>::infinity()), pointAt(spline.get(), 2));
+    SplinePtr catmullRom = make({SPLINE_OPEN, SPLINE_CARDINAL, 3, 2}, {3, 0, 9, 6, 12, 0});
+    EXPECT_THAT(pointAt(catmullRom.get(), 0), ElementsAre(3, 0));
+    EXPECT_THAT(pointAt(catmullRom.get(), 1), ElementsAre(9, 6));
+}
+
+// Parameters may wait in the array that receives the results, wherever none is overwritten unread.
+TEST(Evaluation, WidensInPlace)
+{
+    constexpr int count = 37;
+    std::mt19937 random(3);
+    for (int dimension : {2, 3}) {
+        SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 3, dimension}, randomValues(random, 10 * dimension));
+        std::vector<float> params(count);
+        for (float &param : params)
+            param = static_cast<float>(random() % 900) / 100;
+        auto numbers = static_cast<size_t>(count * dimension);
+        std::vector<double> expected(numbers);
+        Spline1DPoint(spline.get(), count, params.data(), expected.data());
+        for (size_t place : {size_t{0}, 2 * numbers - count}) { // the beginning, the end
+            std::vector<double> values(numbers);
+            float *inside = reinterpret_cast<float *>(values.data()) + place;
+            std::memcpy(inside, params.data(), sizeof(float) * count);
+            EXPECT_EQ(Spline1DPoint(spline.get(), count, inside, values.data()), SPLINE_OK);
+            EXPECT_EQ(values, expected);
+        }
+    }
+}
+
+TEST(Tangents, PointForwardWhereTheCurveStandsStill)
+{
+    for (Type type : {Type{SPLINE_OPEN, SPLINE_B, 2, 2}, Type{SPLINE_OPEN, SPLINE_B, 3, 2},
+                      Type{SPLINE_OPEN, SPLINE_CARDINAL, 3, 2}}) {
+        SplinePtr spline = make(type, {0, 0, 3, 4, 6, 8, 9, 12});
+        for (float u : {0.0f, 1.5f, 3.0f, 99.0f})
+            EXPECT_THAT(tangentAt(spline.get(), u), testing::Pointwise(testing::FloatNear(1e-6f), {0.6, 0.8}))
+                << type << u;
+        SplinePtr flat = make(type, {5, 5, 5, 5, 5, 5});
+        EXPECT_THAT(tangentAt(flat.get(), 1), ElementsAre(0, 0));
+    }
+    // At the tip of a spike the direction is that from one neighbour to the other.
+    SplinePtr spike = make({SPLINE_OPEN, SPLINE_CARDINAL, 3, 2}, {0, 0, 1, 5, 0, 0});
+    EXPECT_NEAR(std::hypot(tangentAt(spike.get(), 1)[0], tangentAt(spike.get(), 1)[1]), 1, 1e-6);
+}
+
+TEST(Tangents, OfPolygonsFollowTheirEdges)
+{
+    for (int kind : {SPLINE_B, SPLINE_CARDINAL}) {
+        SplinePtr open = make({SPLINE_OPEN, kind, 1, 2}, {0, 0, 2, 0, 2, 0, 2, 3});
+        EXPECT_THAT(tangentAt(open.get(), 0.5f), ElementsAre(1, 0));
+        EXPECT_THAT(tangentAt(open.get(), 1.5f), ElementsAre(0, 0)); // between equal points
+        EXPECT_THAT(tangentAt(open.get(), 3), ElementsAre(0, 1));    // forward at the very end
+        SplinePtr closed = make({SPLINE_CLOSED, kind, 1, 2}, {0, 0, 2, 0, 2, 3});
+        EXPECT_THAT(tangentAt(closed.get(), 3), ElementsAre(1, 0)); // the end is the start again
+        SplinePtr single = make({SPLINE_OPEN, kind, 1, 2}, {4, 4});
+        EXPECT_THAT(tangentAt(single.get(), 0), ElementsAre(0, 0));
+    }
+}
+
+TEST(Evaluation, ReportsTheFirstThingWrong)
+{
+    SplinePtr bare(Spline1Create());
+    SplinePtr empty = make({SPLINE_OPEN, SPLINE_B, 3, 2});
+    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 3, 3}, {0, 0, 0, 1, 1, 1});
+    double values[6] = {7};
+    SplineCoord record{};
+    for (auto call : {&Spline1DPoint, &Spline1DTangent}) {
+        EXPECT_EQ(call(spline.get(), 0, nullptr, values), SPLINE_BAD_ARG);
+        EXPECT_EQ(call(spline.get(), 1, nullptr, nullptr), SPLINE_BAD_ARG);
+        EXPECT_EQ(call(bare.get(), 1, nullptr, values), SPLINE_BAD_ARG);
+        EXPECT_EQ(call(empty.get(), 1, nullptr, values), SPLINE_BAD_ARG);
+        EXPECT_EQ(call(spline.get(), INT32_MAX, nullptr, values), SPLINE_NO_MEMORY);
+    }
+    for (auto call : {&Spline1CPoint, &Spline1CTangent}) {
+        EXPECT_EQ(call(spline.get(), INT32_MAX, nullptr, &record), SPLINE_BAD_ARG); // no space, before memory
+        Spline1SetSpace(spline.get(), 1);
+        EXPECT_EQ(call(spline.get(), INT32_MAX, nullptr, &record), SPLINE_NO_MEMORY);
+        Spline1SetSpace(spline.get(), 0);
+    }
+    EXPECT_EQ(values[0], 7);
+}
+
+} // namespace
