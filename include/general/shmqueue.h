@@ -61,7 +61,8 @@ enum {
 /// @param name  at most 15 characters, no backslash. One listener per name and session
 /// @return the listener, which the caller hands to ShmQueueDestroy; null if the name is null or too
 ///         long, if anybody holds one of its objects already (a listener, or a client of an earlier
-///         one), if memory is exhausted, or if the system refuses an object
+///         one), if memory is exhausted, or if the system refuses an object. Where a client that
+///         connects too early may be in the way, it tries for 0.2 s
 GENERAL_API ShmQueue *ShmQueueListen(const char *name);
 
 /// Connects to the listener of a name, and waits until the request is accepted: without limit for as
