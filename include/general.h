@@ -4,10 +4,22 @@
 #ifndef GENERAL_H
 #define GENERAL_H
 
+#include "general/action.h"
+#include "general/arraylst.h"
+#include "general/bufpool.h"
+#include "general/cache.h"
+#include "general/cbuf.h"
+#include "general/keycall.h"
 #include "general/list.h"
+#include "general/map.h"
+#include "general/pqueue.h"
 #include "general/queue.h"
 #include "general/redblack.h"
+#include "general/refcounter.h"
 #include "general/stack.h"
+#include "general/strlist.h"
+#include "general/strvec.h"
 #include "general/version.h"
+#include "general/vstr.h"
 
 #endif
