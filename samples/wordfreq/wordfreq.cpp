@@ -1,5 +1,6 @@
-// Counts the words of text files and prints the most frequent: a string-keyed tree finds each word's
-// counter, and a second tree with a comparison of its own puts the counters in order.
+// Counts the words of text files and prints the most frequent. The files' names are kept in a string
+// list and its vector, their text is read into a pooled buffer, each word is gathered in a character
+// buffer and finds its counter in a string-keyed tree, and a priority queue puts the counters in order.
 
 #include "general.h"
 
@@ -11,7 +12,6 @@
 #include <string.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -25,7 +25,7 @@ constexpr const char *usage = "Usage: wordfreq [-n N] [FILE...]\n"
                               "FILE may be - for standard input. Exit status: 0, 1 if a file could not be read,\n"
                               "2 for a wrong command line.\n";
 
-constexpr size_t chunkSize = 64 * 1024;
+constexpr uint32_t chunkSize = 64 * 1024;
 constexpr unsigned long long progressStep = 16ull * 1024 * 1024;
 
 [[noreturn]] void fail(int status, const std::string &message)
@@ -36,67 +36,81 @@ constexpr unsigned long long progressStep = 16ull * 1024 * 1024;
 
 struct Counter {
     unsigned long count;
-    const char *word;
+    char word[1]; ///< as long as it needs to be
 };
 
-/// More frequent words first, equally frequent ones in byte order.
-int compareCounters(const void *searchKey, const void *nodeKey)
+/// Puts a more frequent word before a queued one. Equally frequent ones keep the order in which they
+/// are queued, which is that of their bytes.
+int moreFrequentFirst(const void *queued, const void *added)
 {
-    auto *left = static_cast<const Counter *>(searchKey);
-    auto *right = static_cast<const Counter *>(nodeKey);
-    if (left->count != right->count)
-        return left->count > right->count ? -1 : 1;
-    return strcmp(left->word, right->word);
+    unsigned long queuedCount = (*static_cast<Counter *const *>(queued))->count;
+    unsigned long addedCount = (*static_cast<Counter *const *>(added))->count;
+    return queuedCount < addedCount ? -1 : queuedCount > addedCount;
+}
+
+/// Ends the program when a call of the library that can only run out of memory did so.
+void require(bool success)
+{
+    if (!success)
+        fail(1, "not enough memory");
+}
+
+bool isCapital(char character)
+{
+    return character >= 'A' && character <= 'Z';
+}
+
+bool isLetter(char character)
+{
+    return isCapital(character) || (character >= 'a' && character <= 'z');
 }
 
 class WordCounter {
 public:
-    WordCounter() : words_(RbCreate())
+    WordCounter() : words_(RbCreate()), chunks_(BufPoolCreate(1, chunkSize)), word_(CBufCreate(64))
     {
-        if (words_ == nullptr)
-            fail(1, "not enough memory");
+        require(words_ != nullptr && chunks_ != nullptr && word_ != nullptr);
     }
     ~WordCounter()
     {
-        for (RbNode *leaf = RbFirst(words_); leaf != nullptr; leaf = RbNext(leaf)) {
-            free(RbKey(leaf)); // the tree leaves keys and values to their owner
-            free(RbVal(leaf));
-        }
+        for (RbNode *leaf = RbFirst(words_); leaf != nullptr; leaf = RbNext(leaf))
+            free(RbVal(leaf)); // the tree leaves keys and values to their owner
         RbDestroy(words_);
+        BufPoolDestroy(chunks_);
+        CBufDestroy(word_);
     }
     WordCounter(const WordCounter &) = delete;
     WordCounter &operator=(const WordCounter &) = delete;
 
     void readStream(FILE *stream)
     {
-        static char chunk[chunkSize];
+        auto *chunk = static_cast<char *>(BufPoolGrab(chunks_, chunkSize));
+        require(chunk != nullptr);
         size_t length;
-        while ((length = fread(chunk, 1, sizeof chunk, stream)) > 0) {
-            for (size_t i = 0; i < length; ++i)
-                readCharacter(chunk[i]);
+        while ((length = fread(chunk, 1, chunkSize, stream)) > 0) {
+            readChunk(chunk, chunk + length);
             bytes_ += length;
             showProgress();
         }
         endWord();
+        BufPoolRelease(chunks_, chunk);
     }
 
     /// Prints the first `limit` words, 0 for all, in the manner of `uniq -c`.
-    void print(unsigned long limit) const
+    void print(uint32_t limit) const
     {
-        RbNode *ranking = RbCreate();
+        PQueue *ranking = PQCreate(sizeof(Counter *), moreFrequentFirst);
+        require(ranking != nullptr);
         for (RbNode *leaf = RbFirst(words_); leaf != nullptr; leaf = RbNext(leaf)) {
-            void *counter = RbVal(leaf);
-            if (ranking == nullptr || !RbInsert_b(RbFindKeyG(ranking, counter, compareCounters), counter, nullptr))
-                fail(1, "not enough memory");
+            auto *counter = static_cast<Counter *>(RbVal(leaf));
+            require(PQAdd(ranking, &counter) == PQ_OK);
+            if (limit != 0)
+                PQDelIndex(ranking, static_cast<int32_t>(limit)); // there is at most one too many
         }
-        unsigned long printed = 0;
-        for (RbNode *leaf = RbFirst(ranking); leaf != nullptr; leaf = RbNext(leaf)) {
-            if (limit != 0 && printed++ == limit)
-                break;
-            auto *counter = static_cast<const Counter *>(RbKey(leaf));
+        Counter *counter = nullptr;
+        while (PQRmv(ranking, &counter) == PQ_OK)
             printf("%7lu %s\n", counter->count, counter->word);
-        }
-        RbDestroy(ranking);
+        PQDestroy(ranking);
     }
 
     void endProgress() const
@@ -106,36 +120,48 @@ public:
     }
 
 private:
-    void readCharacter(char character)
+    /// A run of letters is appended to the word as a whole; it may go on in the next chunk.
+    void readChunk(char *character, const char *end)
     {
-        if (character >= 'A' && character <= 'Z')
-            word_ += static_cast<char>(character - 'A' + 'a');
-        else if (character >= 'a' && character <= 'z')
-            word_ += character;
-        else
+        while (character != end) {
+            char *run = character;
+            for (; character != end && isLetter(*character); ++character)
+                if (isCapital(*character))
+                    *character = static_cast<char>(*character - 'A' + 'a');
+            require(CBufAppend(word_, run, static_cast<uint32_t>(character - run)) == CBUF_OK);
+            if (character == end)
+                return;
             endWord();
+            ++character;
+        }
     }
 
     void endWord()
     {
-        if (word_.empty())
+        void *word = nullptr;
+        uint32_t length = 0;
+        CBufGet(word_, nullptr, &length);
+        if (length == 0)
             return;
-        int32_t found = 0;
-        RbNode *position = RbFindKey_n(words_, word_.c_str(), &found);
-        if (found)
-            ++static_cast<Counter *>(RbVal(position))->count;
-        else
-            insertWord(position);
-        word_.clear();
+        require(CBufAppend(word_, "", 1) == CBUF_OK);
+        CBufGet(word_, &word, nullptr);
+        countWord(static_cast<const char *>(word), length);
+        CBufReset(word_);
     }
 
-    void insertWord(RbNode *position)
+    void countWord(const char *word, uint32_t length)
     {
-        char *text = strdup(word_.c_str());
-        auto *counter = static_cast<Counter *>(malloc(sizeof(Counter)));
-        if (text == nullptr || counter == nullptr || RbInsert_b(position, text, counter) == nullptr)
-            fail(1, "not enough memory");
-        *counter = {.count = 1, .word = text};
+        int32_t found = 0;
+        RbNode *position = RbFindKey_n(words_, word, &found);
+        if (found) {
+            ++static_cast<Counter *>(RbVal(position))->count;
+            return;
+        }
+        auto *counter = static_cast<Counter *>(malloc(sizeof(Counter) + length));
+        require(counter != nullptr);
+        counter->count = 1;
+        memcpy(counter->word, word, length + 1);
+        require(RbInsert_b(position, counter->word, counter) != nullptr);
     }
 
     void showProgress()
@@ -147,8 +173,9 @@ private:
         fprintf(stderr, "\r%lu MB read", static_cast<unsigned long>(bytes_ / 1000000));
     }
 
-    RbNode *words_;
-    std::string word_;
+    RbNode *words_;   ///< a Counter for each word, under its own text
+    BufPool *chunks_; ///< what files are read into
+    CBuf *word_;      ///< the word that is being read
     unsigned long long bytes_ = 0;
     unsigned long long nextProgress_ = progressStep;
     bool progressShown_ = false;
@@ -173,21 +200,22 @@ bool readFile(WordCounter &counter, const char *name)
     return complete;
 }
 
-unsigned long parseLimit(const char *text)
+uint32_t parseLimit(const char *text)
 {
     char *end = nullptr;
     unsigned long limit = text == nullptr ? 0 : strtoul(text, &end, 10);
     if (text == nullptr || *text < '0' || *text > '9' || *end != '\0')
         fail(2, "-n takes a number of words; see wordfreq --help");
-    return limit;
+    return limit > INT32_MAX ? INT32_MAX : static_cast<uint32_t>(limit);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    unsigned long limit = 10;
-    std::vector<const char *> files;
+    uint32_t limit = 10;
+    StrList names;
+    StrListInit(&names, 256, 256);
     for (int i = 1; i < argc; ++i) {
         std::string argument = argv[i];
         if (argument == "-h" || argument == "--help") {
@@ -199,19 +227,23 @@ int main(int argc, char **argv)
         else if (argument.size() > 1 && argument[0] == '-')
             fail(2, "unknown option " + argument + "; see wordfreq --help");
         else
-            files.push_back(argv[i]);
+            require(StrListAppend(&names, argv[i]) != nullptr);
     }
-    if (files.empty())
-        files.push_back("-");
+    if (names.count == 0)
+        require(StrListAppend(&names, "-") != nullptr);
+    char **files = StrVecCreate(names.buffer, names.count);
+    require(files != nullptr);
     // Text is taken and given byte for byte.
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
 
     WordCounter counter;
     bool complete = true;
-    for (const char *file : files)
-        complete = readFile(counter, file) && complete;
+    for (char **file = files; *file != nullptr; ++file)
+        complete = readFile(counter, *file) && complete;
     counter.endProgress();
     counter.print(limit);
+    StrVecDestroy(files);
+    StrListDestroy(&names);
     return complete ? 0 : 1;
 }

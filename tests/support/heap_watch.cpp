@@ -1,6 +1,8 @@
 #include "tests/support/heap_watch.h"
 #include "tests/support/heap_watch_record.h"
 
+#include <malloc.h>
+
 #include <cstdint>
 #include <cstring>
 
@@ -64,6 +66,15 @@ struct Record {
 };
 
 Record record;
+
+std::size_t sizeOf(void *block)
+{
+#ifdef _WIN32
+    return _msize(block);
+#else
+    return malloc_usable_size(block);
+#endif
+}
 
 } // namespace
 
@@ -131,7 +142,7 @@ void *watchedRealloc(void *block, std::size_t size, ReallocFunction *real)
 
 void watchedFree(void *block, FreeFunction *real)
 {
-    if (record.released(block))
+    if (record.released(block) && sizeOf(block) >= sizeof record.firstWordOfLastFreed)
         std::memcpy(&record.firstWordOfLastFreed, block, sizeof record.firstWordOfLastFreed);
     real(block);
 }

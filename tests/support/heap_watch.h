@@ -29,7 +29,7 @@ public:
     std::size_t lastSize() const;
     /// Whether the chosen allocation has been made to fail.
     bool failed() const;
-    /// The first word of the last block that was freed, as it stood when it was freed.
+    /// The first word of the last block of at least a word that was freed, as it stood then.
     unsigned firstWordOfLastFreedBlock() const;
 };
 

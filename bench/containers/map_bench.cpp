@@ -1,0 +1,145 @@
+#include "bench/support/row.h"
+
+#include "general/map.h"
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+/// The keys 0 to count - 1 in random order.
+std::vector<uint32_t> makeKeys(uint32_t count)
+{
+    std::vector<uint32_t> keys(count);
+    std::iota(keys.begin(), keys.end(), 0u);
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(count));
+    return keys;
+}
+
+struct GeneralMap {
+    Map *map = MapCreate(0);
+    ~GeneralMap() { MapDestroy(map); }
+    void insert(uint32_t key) { MapAdd(map, key, key); }
+    uint32_t find(uint32_t key)
+    {
+        uint32_t value = 0;
+        MapFind(map, key, &value);
+        return value;
+    }
+    void remove(uint32_t key) { MapRemove(map, key); }
+    uint32_t walk()
+    {
+        uint32_t sum = 0;
+        uint32_t key = 0;
+        uint32_t value = 0;
+        for (uint32_t stat = MapFirst(map, &key, &value); stat == MAP_OK; stat = MapNext(map, key, &key, &value))
+            sum += value;
+        return sum;
+    }
+};
+
+struct StdMap {
+    std::unordered_map<uint32_t, uint32_t> map;
+    void insert(uint32_t key) { map.emplace(key, key); }
+    uint32_t find(uint32_t key)
+    {
+        auto found = map.find(key);
+        return found == map.end() ? 0 : found->second;
+    }
+    void remove(uint32_t key) { map.erase(key); }
+    uint32_t walk()
+    {
+        uint32_t sum = 0;
+        for (auto &[key, value] : map)
+            sum += value;
+        return sum;
+    }
+};
+
+template<typename Dictionary>
+void fill(Dictionary &dictionary, const std::vector<uint32_t> &keys)
+{
+    for (uint32_t key : keys)
+        dictionary.insert(key);
+}
+
+/// Every key plus an offset in turn, in another random order than that of insertion.
+template<typename Dictionary>
+void findAll(benchmark::State &state, uint32_t count, uint32_t offset)
+{
+    auto keys = makeKeys(count);
+    Dictionary dictionary;
+    fill(dictionary, keys);
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(1));
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(dictionary.find(keys[i] + offset));
+        i = i + 1 == keys.size() ? 0 : i + 1;
+    }
+}
+
+template<typename Dictionary>
+void walk(benchmark::State &state, uint32_t count)
+{
+    Dictionary dictionary;
+    fill(dictionary, makeKeys(count));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(dictionary.walk());
+}
+
+template<typename Dictionary>
+void insertAll(benchmark::State &state, uint32_t count)
+{
+    auto keys = makeKeys(count);
+    for (auto _ : state) {
+        auto *dictionary = new Dictionary;
+        fill(*dictionary, keys);
+        state.PauseTiming();
+        delete dictionary;
+        state.ResumeTiming();
+    }
+}
+
+template<typename Dictionary>
+void removeAll(benchmark::State &state, uint32_t count)
+{
+    auto keys = makeKeys(count);
+    for (auto _ : state) {
+        state.PauseTiming();
+        Dictionary dictionary;
+        fill(dictionary, keys);
+        state.ResumeTiming();
+        for (uint32_t key : keys)
+            dictionary.remove(key);
+    }
+}
+
+template<typename Dictionary>
+void contendOne(const char *contender, uint32_t count, bool ours)
+{
+    std::string suffix = ", " + std::to_string(count);
+    double findAim = ours ? (count <= 10000 ? 1.5 : 1.0) : 0;
+    double aim = ours ? 1.0 : 0;
+    auto row = [&](const std::string &task, double rowAim, auto work) {
+        bench::contend("map: " + task + suffix, contender, work, rowAim);
+    };
+    row("find a key", findAim, [count](benchmark::State &state) { findAll<Dictionary>(state, count, 0); });
+    row("miss a key", findAim, [count](benchmark::State &state) { findAll<Dictionary>(state, count, count); });
+    row("insert all", aim, [count](benchmark::State &state) { insertAll<Dictionary>(state, count); });
+    row("remove all", aim, [count](benchmark::State &state) { removeAll<Dictionary>(state, count); });
+    row("iterate", aim, [count](benchmark::State &state) { walk<Dictionary>(state, count); });
+}
+
+const bool registered = [] {
+    for (uint32_t count : {1000u, 10000u, 100000u, 1000000u}) {
+        contendOne<GeneralMap>("general", count, true);
+        contendOne<StdMap>("std::unordered_map", count, false);
+    }
+    return true;
+}();
+
+} // namespace

@@ -1,0 +1,67 @@
+/// @file
+/// Registry of callbacks that are invoked together, in the order in which they were added.
+///
+/// A callback may call every function on its own registry. Entries that it adds run in the same pass;
+/// entries that it removes do not run any more; and a registry that it destroys is freed when the
+/// outermost ActionDo returns, after the rest of the pass has run. A registry is not locked: callers
+/// serialise access to one registry.
+
+#ifndef GENERAL_ACTION_H
+#define GENERAL_ACTION_H
+
+#include "general/api.h"
+
+/// A registry. Opaque to callers.
+typedef struct Action Action;
+
+/// What an entry invokes, with ActionDo's first argument, the entry's own data, and ActionDo's second
+/// argument.
+typedef void (*ActionCallback)(void *first, void *userData, void *second);
+
+/// Outcome of the calls that return one.
+typedef enum ActionStat {
+    ACTION_OK = 0,
+    ACTION_BAD_HANDLE = 1, ///< null, or not a registry
+    ACTION_NO_ENTRY = 3    ///< no such entry, or nowhere to put the count
+} ActionStat;
+
+/// Makes an empty registry.
+/// @return the registry, which the caller hands to ActionDestroy; null if memory is exhausted
+GENERAL_API Action *ActionCreate(void);
+
+/// Frees the registry and its entries; while an ActionDo runs on it, as soon as the outermost returns.
+/// Nothing marks a destroyed registry: do not use it again.
+/// @return ACTION_OK or ACTION_BAD_HANDLE
+GENERAL_API uint32_t ActionDestroy(Action *action);
+
+/// Appends an entry, in time linear in the number of entries.
+/// @param callback  what to invoke; null for an entry that does nothing
+/// @param userData  handed to it
+/// @return the entry's id, 1 or more and never given twice; 0 if the registry is not live, memory is
+///         exhausted, or all 2^31 - 1 ids have been given
+GENERAL_API int32_t ActionAdd(Action *action, ActionCallback callback, void *userData);
+
+/// Removes the entry with an id.
+/// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
+GENERAL_API uint32_t ActionRmv(Action *action, int32_t id);
+
+/// Removes the first entry with a callback.
+/// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
+GENERAL_API uint32_t ActionRmvCall(Action *action, ActionCallback callback);
+
+/// Removes every entry.
+/// @return ACTION_OK or ACTION_BAD_HANDLE
+GENERAL_API uint32_t ActionRmvAll(Action *action);
+
+/// Invokes every entry.
+/// @param first   handed to each callback
+/// @param second  handed to each callback
+/// @return ACTION_OK or ACTION_BAD_HANDLE
+GENERAL_API uint32_t ActionDo(Action *action, void *first, void *second);
+
+/// Counts the entries that have not been removed.
+/// @param count  receives their number
+/// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY (count is null), looked for in that order
+GENERAL_API uint32_t ActionCount(const Action *action, uint32_t *count);
+
+#endif

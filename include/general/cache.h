@@ -1,0 +1,69 @@
+/// @file
+/// Cache of expensive values under byte-string keys.
+///
+/// Each access finds the key's value, or has it made by a callback, and takes a reference on it, which
+/// CacheFinish drops. Values without references may be evicted, the least recently used first; when
+/// every value is referenced, the cache grows instead. Look-up is a linear scan that compares
+/// lengths first. A cache is not locked: callers serialise access to one cache.
+
+#ifndef GENERAL_CACHE_H
+#define GENERAL_CACHE_H
+
+#include "general/api.h"
+
+/// A cache. Opaque to callers.
+typedef struct Cache Cache;
+
+/// Makes the value for a key. It may access other keys of the same cache, and must not otherwise
+/// change it.
+/// @param key       the cache's own copy of the key
+/// @param length    its length in bytes
+/// @param value     receives the value
+/// @param argument  what CacheAccess was given
+typedef void (*CacheMake)(const void *key, int32_t length, void **value, void *argument);
+
+/// Disposes of a value. It must not call into the same cache.
+typedef void (*CacheDispose)(const void *key, int32_t length, void *value);
+
+/// Outcome of every cache call but CacheCreate.
+typedef enum CacheStat {
+    CACHE_OK = 0,
+    CACHE_NO_MEMORY = 1,
+    CACHE_NO_ENTRY = 2,     ///< no slot holds that key
+    CACHE_NO_REFERENCE = 3, ///< the key's slot holds no reference
+    CACHE_BAD_HANDLE = 4    ///< null, or not a live cache
+} CacheStat;
+
+/// Makes a cache.
+/// @param size     slots to begin with; 0 or less begins without and grows on the first access
+/// @param make     makes values; not null
+/// @param dispose  disposes of them; not null
+/// @return the cache, which the caller hands to CacheDelete; null if memory is exhausted
+GENERAL_API Cache *CacheCreate(int32_t size, CacheMake make, CacheDispose dispose);
+
+/// Finds a key's value, or makes it, and takes a reference on it. A value that has to give way is
+/// disposed of first.
+/// @param key       length bytes, which are copied
+/// @param value     receives the value; untouched on failure; not null
+/// @param argument  handed to the callback that makes the value
+/// @return CACHE_OK, CACHE_BAD_HANDLE or CACHE_NO_MEMORY. When a longer key cannot be copied, its slot
+///         stays taken by a reference under its old key, without a value
+GENERAL_API uint32_t CacheAccess(Cache *cache, const void *key, uint32_t length, void **value, void *argument);
+
+/// Drops one reference on a key's value. The value stays cached.
+///
+/// This looks at the keys of all slots, also of those whose value is gone and of those never used,
+/// which hold four zero bytes: such a slot answers CACHE_NO_REFERENCE.
+/// @return CACHE_OK, CACHE_BAD_HANDLE, CACHE_NO_ENTRY or CACHE_NO_REFERENCE
+GENERAL_API uint32_t CacheFinish(Cache *cache, const void *key, int32_t length);
+
+/// Disposes of a key's value, referenced or not, and frees its slot. Looks keys up as CacheFinish
+/// does; a slot without a value answers CACHE_OK.
+/// @return CACHE_OK, CACHE_BAD_HANDLE or CACHE_NO_ENTRY
+GENERAL_API uint32_t CacheRemove(Cache *cache, const void *key, int32_t length);
+
+/// Disposes of every value, referenced or not, in the order of the slots, and frees the cache.
+/// @return CACHE_OK or CACHE_BAD_HANDLE
+GENERAL_API uint32_t CacheDelete(Cache *cache);
+
+#endif

@@ -1,0 +1,39 @@
+/// @file
+/// Counted handle around a caller's value, with a callback that runs when the last reference goes.
+///
+/// Counting is plain, not atomic: a counter that threads share needs the caller's lock. Handles are
+/// not checked: each function needs a live counter.
+
+#ifndef GENERAL_REFCOUNTER_H
+#define GENERAL_REFCOUNTER_H
+
+#include "general/api.h"
+
+/// A counter. Opaque to callers.
+typedef struct RefCounter RefCounter;
+
+/// Disposes of a value whose last reference is gone.
+typedef void (*RefCounterRelease)(void *value, void *context);
+
+/// Makes a counter that holds one reference.
+/// @param value    the caller's, not interpreted
+/// @param release  called once, when the last reference goes
+/// @param context  handed to release
+/// @return the counter, which its last release frees; null if memory is exhausted
+GENERAL_API RefCounter *RefCounterCreate(void *value, RefCounterRelease release, void *context);
+
+/// @return the value
+GENERAL_API void *RefCounterGetValue(const RefCounter *counter);
+
+/// @return the number of references
+GENERAL_API uint32_t RefCounterGetReferenceCount(const RefCounter *counter);
+
+/// Takes one more reference.
+/// @return the counter
+GENERAL_API RefCounter *RefCounterAddReference(RefCounter *counter);
+
+/// Drops one reference. With the last one the callback runs, and then the counter is freed. A release
+/// from inside the callback does nothing.
+GENERAL_API void RefCounterReleaseReference(RefCounter *counter);
+
+#endif

@@ -1,0 +1,52 @@
+/// @file
+/// Growable NUL-terminated string that is appended to.
+///
+/// A string is not locked: callers serialise access to one string.
+
+#ifndef GENERAL_VSTR_H
+#define GENERAL_VSTR_H
+
+#include "general/api.h"
+
+/// A variable string. Opaque to callers.
+typedef struct Vstr Vstr;
+
+/// Outcome of the calls that return one. After any but VSTR_OK the string is unchanged.
+typedef enum VstrStat {
+    VSTR_OK = 0,
+    VSTR_BAD_HANDLE = 1, ///< null, or not a live string
+    VSTR_NO_MEMORY = 2   ///< memory is exhausted, or the length would exceed 2^31 - 1
+} VstrStat;
+
+/// Makes an empty string, without memory for text yet.
+/// @param growthIncrement  least number of bytes to grow by, at least 1
+/// @return the string, which the caller hands to VstrDestroy; null if the increment is below 1 or
+///         memory is exhausted
+GENERAL_API Vstr *VstrCreate(int32_t growthIncrement);
+
+/// Frees the string. Nothing marks a destroyed string: do not use it again.
+/// @return VSTR_OK or VSTR_BAD_HANDLE
+GENERAL_API uint32_t VstrDestroy(Vstr *string);
+
+/// Appends a copy of a text.
+/// @param text  may not lie inside this string's buffer
+/// @return VSTR_OK, VSTR_BAD_HANDLE or VSTR_NO_MEMORY
+GENERAL_API uint32_t VstrAppend(Vstr *string, const char *text);
+
+/// Sets the length to 0. Memory and bytes stay: until the next append, VstrGet shows the old text.
+/// @return VSTR_OK or VSTR_BAD_HANDLE
+GENERAL_API uint32_t VstrEmpty(Vstr *string);
+
+/// Shows the text in place.
+/// @param text  receives its address, null if nothing was ever appended; valid until the next append;
+///              not null
+/// @return VSTR_OK or VSTR_BAD_HANDLE
+GENERAL_API uint32_t VstrGet(const Vstr *string, char **text);
+
+/// Tells how long the text is.
+/// @param length  receives the number of bytes with the terminating NUL: 4 for "abc", 0 for an empty
+///                string; not null
+/// @return VSTR_OK or VSTR_BAD_HANDLE
+GENERAL_API uint32_t VstrLength(const Vstr *string, int32_t *length);
+
+#endif
