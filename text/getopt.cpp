@@ -91,6 +91,8 @@ int getopt(int argc, char *const *argv, const char *optstring)
         return optionsAreOver;
     }
     optopt = static_cast<signed char>(*position++);
+    if (*position == '\0')
+        position = endOfElement; // not the element's own end, which may be freed before the next call
     const char *option = optopt == ':' ? nullptr : strchr(optstring, optopt);
     if (option == nullptr)
         return refuseOption(argv);

@@ -17,8 +17,9 @@
 /// The position is kept for the whole process: parse from one thread. To parse a second argument
 /// vector, parse the first one to its end and set optind to 1.
 ///
-/// A program that prefers its tool-chain's parser and wants the rest of general.h defines
-/// GENERAL_NO_GETOPT before including it.
+/// A program that uses its tool-chain's getopt_long and wants the rest of general.h defines
+/// GENERAL_NO_GETOPT before including it. The name `getopt` itself is this library's wherever the
+/// library is linked.
 
 #ifndef GENERAL_GETOPT_H
 #define GENERAL_GETOPT_H
