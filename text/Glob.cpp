@@ -103,7 +103,7 @@ SetMatch matchSet(const char *set, signed char character)
 
 /// Matches one character, which is not the terminator, against one element, which is not a star.
 /// @return the end of the element; null if they do not match or if the element is unfinished
-const char *matchElement(const char *element, char character)
+[[gnu::always_inline]] inline const char *matchElement(const char *element, char character)
 {
     switch (*element) {
     case '?':
@@ -120,85 +120,118 @@ const char *matchElement(const char *element, char character)
     }
 }
 
-/// The elements between two stars, or between the last star and the pattern's end.
-struct Segment {
-    const char *start;
-    const char *end;    ///< at the next star or the terminator; null if an element is unfinished
-    size_t length;      ///< elements, and so characters
-    bool startsLiteral; ///< first is the only character that the segment can start with
-    char first;
+/// Where a segment has been found.
+struct Place {
+    const char *string;  ///< after the characters that it takes; null if it is nowhere
+    const char *pattern; ///< after the segment: at the next star or at the terminator
 };
 
-Segment segmentAt(const char *start)
+constexpr Place nowhere{.string = nullptr, .pattern = nullptr};
+
+/// Matches a segment against the characters from string on.
+Place matchSegment(const char *string, const char *segment)
 {
-    bool escaped = *start == '\\';
-    Segment segment{.start = start,
-                    .end = start,
-                    .length = 0,
-                    .startsLiteral = *start != '?' && *start != '[',
-                    .first = escaped ? start[1] : start[0]};
-    for (const char *&end = segment.end; *end != '*' && *end != '\0'; ++segment.length) {
-        if (*end == '[') {
-            end = matchSet(end, '\0').end;
-        } else {
-            if (*end == '\\')
-                ++end;
-            end = *end == '\0' ? nullptr : end + 1;
-        }
-        if (end == nullptr)
-            break;
-    }
-    return segment;
+    do {
+        if (*string == '\0')
+            return nowhere;
+        segment = matchElement(segment, *string++);
+        if (segment == nullptr)
+            return nowhere;
+    } while (*segment != '*' && *segment != '\0');
+    return {.string = string, .pattern = segment};
 }
 
-/// Matches a segment against as many characters as it has elements.
-bool matchesAt(const Segment &segment, const char *string)
+/// The next character at which a segment can start, judged by its first element.
+const char *skipToStart(const char *string, const char *segment)
 {
-    const char *element = segment.start;
-    while (element != segment.end) {
-        element = matchElement(element, *string++);
-        if (element == nullptr)
-            return false;
-    }
-    return true;
+    if (*segment == '?' || *segment == '[')
+        return string;
+    char first = *segment == '\\' ? segment[1] : segment[0];
+    while (*string != first && *string != '\0')
+        ++string;
+    return string;
 }
 
-/// The first place of a segment that starts at string or later and ends at end or before; null if
-/// there is none.
-const char *findSegment(const Segment &segment, const char *string, const char *end)
+/// Finds a segment that follows a star: the first place of one that another star follows, the place at
+/// the string's end of the last one.
+Place findSegment(const char *string, const char *segment)
 {
-    if (segment.length > static_cast<size_t>(end - string))
-        return nullptr;
-    const char *last = end - segment.length;
-    for (; string <= last; ++string) {
-        if (segment.startsLiteral && *string != segment.first)
+    for (;; ++string) {
+        string = skipToStart(string, segment);
+        if (*string == '\0')
+            return nowhere;
+        Place place = matchSegment(string, segment);
+        if (place.string == nullptr)
             continue;
-        if (matchesAt(segment, string))
-            return string;
+        if (*place.pattern == '*' || *place.string == '\0')
+            return place;
+        return matchSegment(string + strlen(place.string), segment); // as many characters, up to the end
     }
-    return nullptr;
+}
+
+/// The characters that end a run of literal ones.
+struct SpecialCharacters {
+    bool isSpecial[256] = {};
+    constexpr SpecialCharacters()
+    {
+        isSpecial['\0'] = isSpecial['*'] = isSpecial['?'] = isSpecial['['] = isSpecial['\\'] = true;
+    }
+};
+
+constexpr SpecialCharacters special;
+
+/// The end of the literal characters that a pattern starts with.
+const char *skipLiterals(const char *pattern)
+{
+    while (!special.isSpecial[static_cast<unsigned char>(*pattern)])
+        ++pattern;
+    return pattern;
+}
+
+/// Whether a string starts with the characters from literal to end.
+bool startsWith(const char *string, const char *literal, const char *end)
+{
+    while (literal != end && *string == *literal) {
+        ++string;
+        ++literal;
+    }
+    return literal == end;
+}
+
+/// Finds a segment of literal characters, in the manner of findSegment.
+Place findLiteral(const char *string, const char *literal, const char *end)
+{
+    if (*end == '\0') {
+        size_t stringLength = strlen(string);
+        auto length = static_cast<size_t>(end - literal);
+        if (stringLength < length || !startsWith(string + stringLength - length, literal, end))
+            return nowhere;
+        return {.string = string + stringLength, .pattern = end};
+    }
+    for (; *string != '\0'; ++string)
+        if (*string == *literal && startsWith(string + 1, literal + 1, end))
+            return {.string = string + (end - literal), .pattern = end};
+    return nowhere;
 }
 
 /// Matches a string against a pattern that starts with a star.
 bool matchesAfterStar(const char *string, const char *pattern)
 {
-    const char *end = string + strlen(string);
     for (;;) {
         bool several = pattern[1] == '*';
         while (*pattern == '*')
             ++pattern;
         if (*pattern == '\0')
-            return !several || string != end; // a star that another one follows never tries the end
-        Segment segment = segmentAt(pattern);
-        if (segment.end == nullptr)
+            return !several || *string != '\0'; // a star that another one follows never tries the end
+        const char *end = skipLiterals(pattern);
+        bool literal = end != pattern && (*end == '*' || *end == '\0');
+        Place place = literal ? findLiteral(string, pattern, end) : findSegment(string, pattern);
+        if (place.string == nullptr)
             return false;
-        if (*segment.end == '\0')
-            return segment.length <= static_cast<size_t>(end - string) && matchesAt(segment, end - segment.length);
-        string = findSegment(segment, string, end);
-        if (string == nullptr)
-            return false;
-        string += segment.length;
-        pattern = segment.end;
+        if (*place.pattern == '\0')
+            return true;
+        string = place.string;
+        pattern = place.pattern;
     }
 }
 
