@@ -1,5 +1,7 @@
 #include "base/module_id.h"
 
+#include "text/byte_set.h"
+
 #include "general/glob.h"
 
 #include <stddef.h>
@@ -71,35 +73,63 @@ GlobStat checkSet(const char *&pattern)
 // at its stars: the first one is matched where the string starts, the last one where it ends, and
 // each between them at the first place after the one before it, which leaves most to those behind.
 
-/// What became of a set and a character.
-struct SetMatch {
+/// The frame of a set.
+struct SetFrame {
     const char *end; ///< after the `]`; null if there is none
-    bool matched;
+    bool negated;
 };
 
-SetMatch matchSet(const char *set, signed char character)
+/// Goes through a set, handing out its characters, and its ranges without their left ends.
+template<typename TakeCharacter, typename TakeRange>
+SetFrame scanSet(const char *set, TakeCharacter takeCharacter, TakeRange takeRange)
 {
     const char *member = set + 1;
     bool negated = *member == '^';
     if (negated)
         ++member;
-    bool found = false;
     for (const char *first = member; *member != ']' || member == first; ++member) {
         if (*member == '-' && member != first) {
-            // The left end has been a member of its own, the right end will be.
-            auto left = static_cast<signed char>(member[-1]);
-            auto right = static_cast<signed char>(member[1] == '\\' ? member[2] : member[1]);
-            found = found || (left < character && character <= right);
-            continue;
+            char right = member[1] == '\\' ? member[2] : member[1];
+            takeRange(static_cast<signed char>(member[-1]), static_cast<signed char>(right));
+            continue; // the right end is handed out as a character too
         }
         if (*member == '\\')
             ++member;
         if (*member == '\0')
-            return {.end = nullptr, .matched = false};
-        found = found || *member == character;
+            return {.end = nullptr, .negated = negated};
+        takeCharacter(*member);
     }
-    return {.end = member + 1, .matched = found != negated};
+    return {.end = member + 1, .negated = negated};
 }
+
+/// Matches one character against a set.
+/// @return the end of the set; null if they do not match or if the set has no end
+const char *matchSet(const char *set, signed char character)
+{
+    bool found = false;
+    SetFrame frame = scanSet(
+        set, [&](char member) { found |= member == character; },
+        [&](signed char left, signed char right) { found |= left < character && character <= right; });
+    return found != frame.negated ? frame.end : nullptr;
+}
+
+/// A set made ready for trying many characters.
+struct SetTable {
+    general::ByteSet members;
+    bool negated;
+
+    explicit SetTable(const char *set)
+    {
+        auto addRange = [this](signed char left, signed char right) {
+            for (int member = left + 1; member <= right; ++member)
+                members.add(static_cast<char>(member));
+        };
+        negated = scanSet(
+                      set, [this](char member) { members.add(member); }, addRange)
+                      .negated;
+    }
+    bool matches(char character) const { return members.holds(character) != negated; }
+};
 
 /// Matches one character, which is not the terminator, against one element, which is not a star.
 /// @return the end of the element; null if they do not match or if the element is unfinished
@@ -108,10 +138,8 @@ SetMatch matchSet(const char *set, signed char character)
     switch (*element) {
     case '?':
         return element + 1;
-    case '[': {
-        SetMatch match = matchSet(element, static_cast<signed char>(character));
-        return match.matched ? match.end : nullptr;
-    }
+    case '[':
+        return matchSet(element, static_cast<signed char>(character));
     case '\\':
         ++element;
         [[fallthrough]];
@@ -141,31 +169,38 @@ Place matchSegment(const char *string, const char *segment)
     return {.string = string, .pattern = segment};
 }
 
-/// The next character at which a segment can start, judged by its first element.
-const char *skipToStart(const char *string, const char *segment)
+/// Finds a segment at the characters that it can start with.
+template<typename CanStart>
+Place findWhere(CanStart canStart, const char *string, const char *segment)
 {
-    if (*segment == '?' || *segment == '[')
-        return string;
-    char first = *segment == '\\' ? segment[1] : segment[0];
-    while (*string != first && *string != '\0')
-        ++string;
-    return string;
-}
-
-/// Finds a segment that follows a star: the first place of one that another star follows, the place at
-/// the string's end of the last one.
-Place findSegment(const char *string, const char *segment)
-{
-    for (;; ++string) {
-        string = skipToStart(string, segment);
-        if (*string == '\0')
-            return nowhere;
+    for (; *string != '\0'; ++string) {
+        if (!canStart(*string))
+            continue;
         Place place = matchSegment(string, segment);
         if (place.string == nullptr)
             continue;
         if (*place.pattern == '*' || *place.string == '\0')
             return place;
         return matchSegment(string + strlen(place.string), segment); // as many characters, up to the end
+    }
+    return nowhere;
+}
+
+/// Finds a segment that follows a star: the first place of one that another star follows, the place at
+/// the string's end of the last one.
+Place findSegment(const char *string, const char *segment)
+{
+    switch (*segment) {
+    case '?':
+        return findWhere([](char) { return true; }, string, segment);
+    case '[': {
+        SetTable set(segment);
+        return findWhere([&set](char character) { return set.matches(character); }, string, segment);
+    }
+    default: {
+        char first = *segment == '\\' ? segment[1] : segment[0];
+        return findWhere([first](char character) { return character == first; }, string, segment);
+    }
     }
 }
 

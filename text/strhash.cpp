@@ -36,8 +36,8 @@ int strhash(const char *string, const unsigned char *table)
         return 0;
     if (table == nullptr)
         table = builtInTable;
-    unsigned char hash = 0;
+    unsigned hash = 0; // a whole register: narrowing it would lengthen the chain of look-ups
     for (; *string != '\0'; ++string)
         hash = table[hash ^ static_cast<unsigned char>(*string)];
-    return hash;
+    return static_cast<int>(hash);
 }

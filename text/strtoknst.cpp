@@ -1,42 +1,38 @@
 #include "base/module_id.h"
 
-#include "general/strings.h"
+#include "text/byte_set.h"
 
-#include <stdint.h>
+#include "general/strings.h"
 
 GENERAL_MODULE_ID("$Id$");
 
 namespace {
 
-/// A set of byte values that holds neither the terminator nor anything twice.
+/// The delimiters, which the terminator is none of.
 class Delimiters {
 public:
     explicit Delimiters(const char *characters)
     {
         for (; *characters != '\0'; ++characters)
-            words_[wordOf(*characters)] |= bitOf(*characters);
+            bytes_.add(*characters);
     }
 
     char *skip(char *string) const
     {
-        while (holds(*string))
+        while (bytes_.holds(*string))
             ++string;
         return string;
     }
 
     char *find(char *string) const
     {
-        while (*string != '\0' && !holds(*string))
+        while (*string != '\0' && !bytes_.holds(*string))
             ++string;
         return string;
     }
 
 private:
-    static unsigned wordOf(char character) { return static_cast<unsigned char>(character) / 32u; }
-    static uint32_t bitOf(char character) { return uint32_t{1} << (static_cast<unsigned char>(character) % 32u); }
-    bool holds(char character) const { return (words_[wordOf(character)] & bitOf(character)) != 0; }
-
-    uint32_t words_[8] = {};
+    general::ByteSet bytes_;
 };
 
 } // namespace

@@ -25,6 +25,15 @@ inline const std::vector<PatternTask> patternTasks = {
     {"single characters: ?????.h *.??", {"?????.h", "*.??"}},
 };
 
+/// All of the above in one row.
+inline PatternTask allTogether()
+{
+    PatternTask all{"all these patterns", {}};
+    for (const PatternTask &task : patternTasks)
+        all.patterns.insert(all.patterns.end(), task.patterns.begin(), task.patterns.end());
+    return all;
+}
+
 /// The same with sets, which not every matcher has.
 inline const PatternTask setTask = {"sets: [a-m]*.h *[0-9].[ch] [^a-z]*", {"[a-m]*.h", "*[0-9].[ch]", "[^a-z]*"}};
 
@@ -58,7 +67,7 @@ inline std::string manyStars(int stars)
     std::string pattern;
     for (int i = 0; i < stars; ++i)
         pattern += "*a";
-    return pattern + "*b";
+    return pattern + "*b*";
 }
 
 } // namespace bench
