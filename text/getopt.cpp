@@ -82,18 +82,18 @@ int takeArgument(int argc, char *const *argv)
 
 } // namespace
 
-int getopt(int argc, char *const *argv, const char *optstring)
+int getopt(int argc, char *const *argv, const char *options)
 {
-    if (argv == nullptr || optstring == nullptr)
+    if (argv == nullptr || options == nullptr)
         return optionsAreOver;
     if (*position == '\0' && !startElement(argc, argv)) {
         position = endOfElement;
         return optionsAreOver;
     }
-    optopt = static_cast<signed char>(*position++);
+    optopt = static_cast<signed char>(*position++); // NOLINT(bugprone-signed-char-misuse): from 0x80 on, negative
     if (*position == '\0')
         position = endOfElement; // not the element's own end, which may be freed before the next call
-    const char *option = optopt == ':' ? nullptr : strchr(optstring, optopt);
+    const char *option = optopt == ':' ? nullptr : strchr(options, optopt);
     if (option == nullptr)
         return refuseOption(argv);
     if (option[1] == ':')

@@ -48,6 +48,8 @@
 #define optopt general_optopt
 #endif
 
+// NOLINTBEGIN(readability-redundant-declaration): the tool-chain's header may have declared them
+
 /// The argument of the last option; null after an option that takes none.
 GENERAL_API char *optarg;
 
@@ -69,12 +71,14 @@ GENERAL_API int optopt;
 ///
 /// @param argc       elements of argv
 /// @param argv       the program's name and its arguments
-/// @param optstring  the option letters; `:` after a letter says that it takes an argument. `:` is
+/// @param options  the option letters; `:` after a letter says that it takes an argument. `:` is
 ///                   never an option itself and means nothing special at the start
-/// @return the option's letter, as a signed character; '?' for a letter that is not in optstring or
+/// @return the option's letter, as a signed character; '?' for a letter that is not in options or
 ///         that lacks its argument, after a message; -1 when the options are over, or if argv or
-///         optstring is null
-GENERAL_API int getopt(int argc, char *const *argv, const char *optstring);
+///         options is null
+GENERAL_API int getopt(int argc, char *const *argv, const char *options);
+
+// NOLINTEND(readability-redundant-declaration)
 
 #ifndef _WIN32
 #undef getopt

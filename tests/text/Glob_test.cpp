@@ -177,7 +177,8 @@ TEST(Glob, TakesNullForNothing)
 // Tried star by star, each of these would take longer than the test may.
 TEST(Glob, CostsAtMostTheProductOfTheLengths)
 {
-    std::string letters(10000000, 'a');
+    std::string letters;
+    letters.assign(10000000, 'a');
     std::string stars;
     for (int i = 0; i < 1000; ++i)
         stars += "*a";
