@@ -8,25 +8,26 @@ GENERAL_MODULE_ID("$Id$");
 
 namespace {
 
-/// The delimiters, which the terminator is none of.
-class Delimiters {
+/// The characters that end a token: the delimiters and the terminator.
+class TokenEnds {
 public:
-    explicit Delimiters(const char *characters)
+    explicit TokenEnds(const char *delims)
     {
-        for (; *characters != '\0'; ++characters)
-            bytes_.add(*characters);
+        do
+            bytes_.add(*delims);
+        while (*delims++ != '\0');
     }
 
-    char *skip(char *string) const
+    char *skipDelimiters(char *string) const
     {
-        while (bytes_.holds(*string))
+        while (*string != '\0' && bytes_.holds(*string))
             ++string;
         return string;
     }
 
     char *find(char *string) const
     {
-        while (*string != '\0' && !bytes_.holds(*string))
+        while (!bytes_.holds(*string))
             ++string;
         return string;
     }
@@ -46,16 +47,16 @@ char *strtoknst(char *string, const char *delims, char **save)
     if (*save == nullptr)
         return nullptr;
 
-    Delimiters delimiters(delims);
-    char *token = delimiters.skip(*save);
+    TokenEnds ends(delims);
+    char *token = ends.skipDelimiters(*save);
     if (*token == '\0')
         return nullptr;
-    char *end = delimiters.find(token);
+    char *end = ends.find(token);
     if (*end == '\0') {
         *save = nullptr;
         return token;
     }
-    char *next = delimiters.skip(end);
+    char *next = ends.skipDelimiters(end);
     *save = *next == '\0' ? nullptr : next;
     *end = '\0';
     return token;

@@ -70,7 +70,7 @@ void contendTokens(const char *name, const std::string &line, const char *delims
             aim);
     };
     add(
-        "general", [](char *s, const char *d, char **save) { return strtoknst(s, d, save); }, 1.0);
+        "general", [](char *s, const char *d, char **save) { return strtoknst(s, d, save); }, 0.9);
     add(
         "strtok", [](char *s, const char *d, char **) { return std::strtok(s, d); }, 0);
 }

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <climits>
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -15,10 +15,8 @@ namespace {
 
 TEST(Strings, HashIsThePermutationsChain)
 {
-    EXPECT_EQ(strhash("", nullptr), 0);
-    EXPECT_EQ(strhash("a", nullptr), 154);
-    EXPECT_EQ(strhash("abc", nullptr), 165);
-    EXPECT_EQ(strhash(nullptr, nullptr), 0);
+    EXPECT_TRUE(strhash("a", nullptr) == 154 && strhash("abc", nullptr) == 165);
+    EXPECT_TRUE(strhash("", nullptr) == 0 && strhash(nullptr, nullptr) == 0);
 
     // One-byte strings show the whole built-in table but its first entry: 255 different values.
     std::vector<bool> seen(256);
@@ -65,10 +63,7 @@ TEST(Strings, TokenizerKnowsTheLastToken)
 {
     EXPECT_EQ(tokens("a,,b", ","), "a|b!");
     EXPECT_EQ(tokens(",; a,\xFF;bc ;,", ",; "), "a|\xFF|bc!");
-    EXPECT_EQ(tokens("a\xFF"
-                     "b",
-                     "\xFF"),
-              "a|b!");
+    EXPECT_EQ(tokens("a\xFFy", "\xFF"), "a|y!");
     EXPECT_EQ(tokens("a,b", ""), "a,b!");
     EXPECT_EQ(tokens("", ","), "");
 
@@ -101,8 +96,8 @@ TEST(Strings, ControlCharactersBecomeVisible)
         EXPECT_STREQ(visible, expected);
     }
     char visible[64] = "old";
-    EXPECT_EQ(strcntrl(visible, "\tx\x01\x1B[\x7F"), 1);
-    EXPECT_STREQ(visible, "\tx<SOH><0x1B>[<0x7F>");
+    EXPECT_EQ(strcntrl(visible, "\tx\x01"), 1);
+    EXPECT_STREQ(visible, "\tx<SOH>");
     EXPECT_EQ(strcntrl(visible, nullptr), 0);
     EXPECT_STREQ(visible, "");
     EXPECT_EQ(strcntrl(nullptr, "a"), 0);
@@ -110,23 +105,16 @@ TEST(Strings, ControlCharactersBecomeVisible)
 
 TEST(Strings, AbbreviationsAreProperPrefixes)
 {
-    EXPECT_EQ(isabbrev("delete", "DeL", 3), 1);
-    EXPECT_EQ(isabbrev("delete", "del", 4), 0);
-    EXPECT_EQ(isabbrev("del", "delete", 3), 0);
-    EXPECT_EQ(isabbrev("Delete", "DELETE", 9), 1); // equality needs no minimum
-    EXPECT_EQ(isabbrev("delete", "dex", 1), 0);
-    EXPECT_EQ(isabbrev("delete", "", 0), 1);
-    EXPECT_EQ(isabbrev("delete", "", 1), 0);
-    EXPECT_EQ(isabbrev("delete", "d", INT_MIN), 1);
-    EXPECT_EQ(isabbrev(nullptr, nullptr, 5), 1);
-    EXPECT_EQ(isabbrev("a", nullptr, 0), 0);
-    EXPECT_EQ(isabbrev(nullptr, "a", 0), 0);
+    EXPECT_TRUE(isabbrev("delete", "DeL", 3) && !isabbrev("delete", "del", 4) && isabbrev("delete", "d", INT_MIN));
+    EXPECT_TRUE(isabbrev("Delete", "DELETE", 9)); // the whole word needs no minimum
+    EXPECT_FALSE(isabbrev("del", "delete", 3) || isabbrev("delete", "dex", 1));
+    EXPECT_TRUE(isabbrev("delete", "", 0) && !isabbrev("delete", "", 1));
+    EXPECT_TRUE(isabbrev(nullptr, nullptr, 5) && !isabbrev("a", nullptr, 0) && !isabbrev(nullptr, "a", 0));
 }
 
 TEST(Strings, IndexFindsTheTerminatorToo)
 {
-    const char text[] = "a\xFF"
-                        "ba";
+    const char text[] = "a\xFFza";
     EXPECT_TRUE(index(text, 'a') == text && rindex(text, 'a') == text + 3);
     EXPECT_TRUE(index(text, 0xFF) == text + 1 && rindex(text, -1) == text + 1); // converted to char
     EXPECT_TRUE(index(text, 0) == text + 4 && rindex(text, 0x100) == text + 4);
