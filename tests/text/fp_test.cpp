@@ -1,0 +1,89 @@
+#include "general/fp.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double quietNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double denormal = std::numeric_limits<double>::denorm_min();
+constexpr double greatest = std::numeric_limits<double>::max();
+
+TEST(Numbers, SplitIntoMantissaAndExponent)
+{
+    struct Case {
+        double x, mantissa;
+        int exponent;
+    };
+    for (const Case &c :
+         {Case{1234.5, 1.2345, 3}, Case{-0.002, -2, -3}, Case{0.05, 5, -2}, Case{0, 0, 0}, Case{-0.0, 0, 0},
+          Case{1, 1, 0}, Case{quietNan, 0, 0}, Case{infinity, 1, INT_MAX}, Case{-infinity, -1, INT_MAX},
+          Case{greatest, 1.7976931348623157, 308}, Case{denormal, 4.9406564584124654, -324}}) {
+        int exponent = 77;
+        EXPECT_NEAR(fp_scinotation(c.x, &exponent), c.mantissa, 1e-12) << c.x;
+        EXPECT_EQ(exponent, c.exponent) << c.x;
+    }
+    EXPECT_EQ(fp_scinotation(5, nullptr), 0);
+}
+
+TEST(Numbers, MantissaStaysInItsDecadeNearPowersOfTen)
+{
+    for (int power = -323; power <= 308; ++power) {
+        double exact = std::strtod(("1e" + std::to_string(power)).c_str(), nullptr);
+        for (double x : {std::nextafter(exact, 0.0), exact, std::nextafter(exact, infinity), -exact}) {
+            if (x == 0)
+                continue;
+            int exponent = 0;
+            double mantissa = fp_scinotation(x, &exponent);
+            EXPECT_TRUE(std::fabs(mantissa) >= 1 && std::fabs(mantissa) < 10) << x;
+            // In two steps: the power of ten of a denormal is not exact.
+            double rebuilt = mantissa * std::pow(10.0, exponent / 2) * std::pow(10.0, exponent - exponent / 2);
+            EXPECT_NEAR(rebuilt, x, std::fmax(std::fabs(x) * 1e-12, denormal)) << x;
+        }
+    }
+}
+
+TEST(Numbers, CompareByDigits)
+{
+    EXPECT_TRUE(fp_equal(1234.5, 1234.9, 3) && !fp_equal(1234.5, 1234.9, 5));
+    EXPECT_TRUE(fp_equal(9.99, 10.0, 2) && fp_equal(10.0, 9.99, 2) && !fp_equal(9.99, 10.0, 4));
+    EXPECT_TRUE(fp_equal(1, -1, 0) && !fp_equal(1, -1, 3)); // mantissas keep their signs
+    EXPECT_FALSE(fp_equal(1, 1000, 1));
+    EXPECT_TRUE(fp_equal(0, 0, 15) && fp_equal(0, 4, 0) && !fp_equal(0, 1e-9, 3));
+    EXPECT_TRUE(fp_equal(1, 9, INT_MIN) && !fp_equal(1, 9, INT_MAX) && fp_equal(7, 7, INT_MAX));
+    EXPECT_TRUE(fp_equal(quietNan, 0, 9) && fp_equal(infinity, infinity, 9) && !fp_equal(infinity, -infinity, 9));
+    EXPECT_FALSE(fp_equal(infinity, denormal, 1) || fp_equal(denormal, infinity, 1) || fp_equal(greatest, infinity, 1));
+}
+
+TEST(Numbers, CompareByTolerance)
+{
+    EXPECT_TRUE(fp_close(1.0, 1.00005) && fp_close(2.0, 1.99995) && !fp_close(1.0, 1.0002));
+    EXPECT_FALSE(fp_close(0.0001, 0) || fp_close(0, 0.0001)); // both bounds are strict
+    EXPECT_FALSE(fp_close(infinity, infinity) || fp_close(quietNan, quietNan));
+}
+
+TEST(Numbers, FiniteOnesAreValid)
+{
+    for (double x : {0.0, -0.0, 1.0, denormal, -denormal, greatest, -greatest})
+        EXPECT_EQ(fp_valid_d(x), 1) << x;
+    for (double x : {infinity, -infinity, quietNan, -quietNan, std::numeric_limits<double>::signaling_NaN()})
+        EXPECT_EQ(fp_valid_d(x), 0) << x;
+}
+
+TEST(Numbers, NextPowerOfTwo)
+{
+    for (unsigned small : {0u, 1u, 2u})
+        EXPECT_EQ(next_power_2(small), small);
+    for (unsigned power = 4; power != 0; power *= 2) {
+        EXPECT_EQ(next_power_2(power - 1), power);
+        EXPECT_EQ(next_power_2(power), power);
+        EXPECT_EQ(next_power_2(power + 1), power == 0x80000000 ? 1 : 2 * power);
+    }
+    EXPECT_EQ(next_power_2(UINT_MAX), 1u);
+}
+
+} // namespace
