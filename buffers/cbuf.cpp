@@ -57,9 +57,13 @@ void copyBytes(void *destination, const void *source, uint32_t count)
         copyEnds<8>(to, from, count);
     else if (count >= 4)
         copyEnds<4>(to, from, count);
-    else
-        for (uint32_t i = 0; i < count; ++i)
-            to[i] = from[i];
+    else if (count != 0) {
+        unsigned char middle = from[count / 2];
+        unsigned char last = from[count - 1];
+        to[0] = from[0];
+        to[count / 2] = middle;
+        to[count - 1] = last;
+    }
 }
 
 [[gnu::noinline]] CBufStat setLengthSlowly(CBuf *buffer, uint32_t length)
