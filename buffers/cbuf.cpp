@@ -32,11 +32,38 @@ bool isLive(const CBuf *buffer)
     return buffer != nullptr && buffer->magic == cbufMagic;
 }
 
-/// memcpy of possibly nothing from or to nowhere.
+/// Copies at least `size` and at most twice as many bytes, as two blocks that may overlap.
+template<size_t size>
+void copyEnds(unsigned char *destination, const unsigned char *source, uint32_t count)
+{
+    unsigned char first[size];
+    unsigned char last[size];
+    memcpy(first, source, size);
+    memcpy(last, source + count - size, size);
+    memcpy(destination, first, size);
+    memcpy(destination + count - size, last, size);
+}
+
+/// memcpy of possibly nothing from or to nowhere, without a call for the few bytes of most appends.
 void copyBytes(void *destination, const void *source, uint32_t count)
 {
-    if (count != 0)
-        memcpy(destination, source, count);
+    auto *to = static_cast<unsigned char *>(destination);
+    auto *from = static_cast<const unsigned char *>(source);
+    if (count > 32)
+        memcpy(to, from, count);
+    else if (count >= 16)
+        copyEnds<16>(to, from, count);
+    else if (count >= 8)
+        copyEnds<8>(to, from, count);
+    else if (count >= 4)
+        copyEnds<4>(to, from, count);
+    else if (count != 0) {
+        unsigned char middle = from[count / 2];
+        unsigned char last = from[count - 1];
+        to[0] = from[0];
+        to[count / 2] = middle;
+        to[count - 1] = last;
+    }
 }
 
 [[gnu::noinline]] CBufStat setLengthSlowly(CBuf *buffer, uint32_t length)

@@ -36,6 +36,7 @@ namespace {
 
 constexpr uint32_t mapMagic = 0x4D415020;
 constexpr uint32_t defaultBucketCount = 1024;
+constexpr size_t bucketSize = sizeof(void *);
 
 /// How many buckets ahead of an iteration the entries are fetched into the cache.
 constexpr uint32_t prefetchDistance = 8;
@@ -78,9 +79,9 @@ void moveEntries(const Map *map, Entry **buckets, uint32_t newMask)
 MapStat rehash(Map *map, uint32_t count)
 {
     size_t size = 0;
-    if (!general::checkedProduct(count, sizeof(Entry *), size))
+    if (!general::checkedProduct(count, bucketSize, size))
         return MAP_NO_MEMORY;
-    auto **buckets = static_cast<Entry **>(calloc(count, sizeof(Entry *)));
+    auto **buckets = static_cast<Entry **>(calloc(count, bucketSize));
     if (buckets == nullptr)
         return MAP_NO_MEMORY;
 

@@ -95,12 +95,17 @@ PQStat checkIndex(const PQueue *queue, int32_t index)
     return index >= 0 && static_cast<uint32_t>(index) < queue->count ? PQ_OK : PQ_BAD_INDEX;
 }
 
+void copyOne(void *destination, const void *source, uint32_t elementSize)
+{
+    if (elementSize == general::wordSize)
+        general::copyWord(destination, source);
+    else
+        general::copyElement(destination, source, elementSize);
+}
+
 void copyOut(const PQueue *queue, uint32_t number, void *element)
 {
-    if (queue->elementSize == general::wordSize)
-        general::copyWord(element, slot(queue, number));
-    else
-        general::copyElement(element, slot(queue, number), queue->elementSize);
+    copyOne(element, slot(queue, number), queue->elementSize);
 }
 
 } // namespace
@@ -148,7 +153,7 @@ uint32_t PQAdd(PQueue *queue, const void *element)
     unsigned char *place = slot(queue, number);
     if (queue->count > number)
         memmove(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
-    general::copyElement(place, element, queue->elementSize);
+    copyOne(place, element, queue->elementSize);
     ++queue->count;
     return PQ_OK;
 }

@@ -99,7 +99,7 @@ public:
     /// Prints the first `limit` words, 0 for all, in the manner of `uniq -c`.
     void print(uint32_t limit) const
     {
-        PQueue *ranking = PQCreate(sizeof(Counter *), moreFrequentFirst);
+        PQueue *ranking = PQCreate(sizeof(void *), moreFrequentFirst);
         require(ranking != nullptr);
         for (RbNode *leaf = RbFirst(words_); leaf != nullptr; leaf = RbNext(leaf)) {
             auto *counter = static_cast<Counter *>(RbVal(leaf));
@@ -108,7 +108,7 @@ public:
                 PQDelIndex(ranking, static_cast<int32_t>(limit)); // there is at most one too many
         }
         Counter *counter = nullptr;
-        while (PQRmv(ranking, &counter) == PQ_OK)
+        while (PQRmv(ranking, &counter) == PQ_OK && counter != nullptr)
             printf("%7lu %s\n", counter->count, counter->word);
         PQDestroy(ranking);
     }
