@@ -143,7 +143,12 @@ TEST(Processor, CountsThisMachineOnce)
     GetSystemInfo(&system);
     unsigned logical = 0, cores = 0, packages = 0;
     int status = KuCPUCount(&logical, &cores, &packages);
-    ASSERT_NE(status, KU_NOT_COUNTED) << "run the tests with all processors allowed";
+    DWORD_PTR allowed = 0, existing = 0;
+    GetProcessAffinityMask(GetCurrentProcess(), &allowed, &existing);
+    EXPECT_EQ(SetThreadAffinityMask(GetCurrentThread(), allowed), allowed) << "the thread was left bound";
+    if (allowed != existing)
+        GTEST_SKIP() << "the tests run on some processors only";
+    ASSERT_NE(status, KU_NOT_COUNTED);
     EXPECT_EQ(logical, system.dwNumberOfProcessors);
     EXPECT_GE(logical, cores);
     EXPECT_GE(cores, packages);
@@ -156,18 +161,31 @@ TEST(Processor, CountsThisMachineOnce)
     EXPECT_EQ(KuGet3LevelSubIDStr(), text);
 }
 
+int timesRaised;
+
+MMRESULT WINAPI noteRaisedTimer(UINT)
+{
+    ++timesRaised;
+    return TIMERR_NOERROR;
+}
+
 TEST(Processor, FrequencyIsMeasuredAndTheTimerReleased)
 {
-    FailingImport<MMRESULT WINAPI(UINT)> begin("timeBeginPeriod", 0, 0);
+    FailingImport<MMRESULT WINAPI(UINT)> end("timeEndPeriod", 0, 0);
+    ImportHook begin("timeBeginPeriod", noteRaisedTimer);
     EXPECT_EQ(Kucpuid_frequency(0), 0u);
     {
         FailingImport<MMRESULT WINAPI(TIMECAPS *, UINT)> capabilities("timeGetDevCaps", MMSYSERR_NODRIVER, 1);
         EXPECT_EQ(Kucpuid_frequency(5), 0u);
     }
-    EXPECT_EQ(begin.calls(), 0);
-    uint64_t frequency = Kucpuid_frequency(50);
-    EXPECT_GT(frequency, 200'000u);
-    EXPECT_LT(frequency, 20'000'000u);
+    EXPECT_EQ(timesRaised + end.calls(), 0);
+    auto likely = [](uint64_t frequency) { return 200'000 < frequency && frequency < 20'000'000; };
+    int measured = 1;
+    while (measured < 20 && !likely(Kucpuid_frequency(20))) // an interrupted measurement is worth nothing
+        ++measured;
+    EXPECT_LT(measured, 20);
+    EXPECT_EQ(timesRaised, measured);
+    EXPECT_EQ(end.calls(), measured);
 }
 
 } // namespace
