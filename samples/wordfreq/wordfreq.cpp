@@ -1,6 +1,7 @@
 // Counts the words of text files and prints the most frequent. The files' names are kept in a string
 // list and its vector, their text is read into a pooled buffer, each word is gathered in a character
 // buffer and finds its counter in a string-keyed tree, and a priority queue puts the counters in order.
+// The library reads the command line as well: getopt for the options, a glob pattern for the files.
 
 #include "general.h"
 
@@ -15,11 +16,12 @@
 
 namespace {
 
-constexpr const char *usage = "Usage: wordfreq [-n N] [FILE...]\n"
+constexpr const char *usage = "Usage: wordfreq [-n N] [--include GLOB] [FILE...]\n"
                               "Counts the words of the files, or of standard input, and prints the most frequent.\n"
                               "A word is a run of the letters A to Z; capitals count as small letters.\n"
                               "\n"
-                              "  -n N     print N words (default 10; 0 for all)\n"
+                              "  -n N                  print N words (default 10; 0 for all)\n"
+                              "  -i, --include GLOB    read only files whose name, without folders, matches\n"
                               "  -h, --help\n"
                               "\n"
                               "FILE may be - for standard input. Exit status: 0, 1 if a file could not be read,\n"
@@ -181,6 +183,16 @@ private:
     bool progressShown_ = false;
 };
 
+/// A file's name as it can be shown: control characters by their names.
+std::string visible(const char *name)
+{
+    constexpr size_t longestName = 12; // bytes that one byte can become
+    std::string text(strlen(name) * longestName + 1, '\0');
+    strcntrl(text.data(), name);
+    text.resize(strlen(text.c_str()));
+    return text;
+}
+
 bool readFile(WordCounter &counter, const char *name)
 {
     if (strcmp(name, "-") == 0) {
@@ -189,13 +201,13 @@ bool readFile(WordCounter &counter, const char *name)
     }
     FILE *file = fopen(name, "rb");
     if (file == nullptr) {
-        fprintf(stderr, "wordfreq: cannot read %s: %s\n", name, strerror(errno));
+        fprintf(stderr, "wordfreq: cannot read %s: %s\n", visible(name).c_str(), strerror(errno));
         return false;
     }
     counter.readStream(file);
     bool complete = ferror(file) == 0;
     if (!complete)
-        fprintf(stderr, "wordfreq: cannot read all of %s: %s\n", name, strerror(errno));
+        fprintf(stderr, "wordfreq: cannot read all of %s: %s\n", visible(name).c_str(), strerror(errno));
     fclose(file);
     return complete;
 }
@@ -203,33 +215,81 @@ bool readFile(WordCounter &counter, const char *name)
 uint32_t parseLimit(const char *text)
 {
     char *end = nullptr;
-    unsigned long limit = text == nullptr ? 0 : strtoul(text, &end, 10);
-    if (text == nullptr || *text < '0' || *text > '9' || *end != '\0')
+    unsigned long limit = strtoul(text, &end, 10);
+    if (*text < '0' || *text > '9' || *end != '\0')
         fail(2, "-n takes a number of words; see wordfreq --help");
     return limit > INT32_MAX ? INT32_MAX : static_cast<uint32_t>(limit);
+}
+
+const char *checkPattern(const char *pattern)
+{
+    int flags = 0;
+    int status = GlobCheck(pattern, &flags);
+    if (status != 0)
+        fail(2, "--include " + visible(pattern) + ": " + GlobError(status));
+    return pattern;
+}
+
+struct Options {
+    uint32_t limit = 10;
+    const char *include = "*";
+};
+
+/// Gives the options with long names the letters that getopt knows.
+void shortenOptions(char **arguments)
+{
+    static char include[] = "-i";
+    static char help[] = "-h";
+    for (char **argument = arguments; *argument != nullptr && strcmp(*argument, "--") != 0; ++argument) {
+        if (strcmp(*argument, "--include") == 0)
+            *argument = include;
+        else if (strcmp(*argument, "--help") == 0)
+            *argument = help;
+    }
+}
+
+/// Reads the options and leaves optind at the first file.
+Options parseOptions(int argc, char **argv)
+{
+    Options options;
+    shortenOptions(argv + 1);
+    for (int option; (option = getopt(argc, argv, "n:i:h")) != -1;) {
+        switch (option) {
+        case 'n':
+            options.limit = parseLimit(optarg);
+            break;
+        case 'i':
+            options.include = checkPattern(optarg);
+            break;
+        case 'h':
+            fputs(usage, stdout);
+            exit(0);
+        default:
+            fail(2, "see wordfreq --help");
+        }
+    }
+    return options;
+}
+
+bool isIncluded(const char *file, const char *pattern)
+{
+    const char *name = file + strlen(file);
+    while (name != file && name[-1] != '/' && name[-1] != '\\')
+        --name;
+    return strcmp(file, "-") == 0 || GlobEval(name, pattern) != 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    uint32_t limit = 10;
+    Options options = parseOptions(argc, argv);
     StrList names;
     StrListInit(&names, 256, 256);
-    for (int i = 1; i < argc; ++i) {
-        std::string argument = argv[i];
-        if (argument == "-h" || argument == "--help") {
-            fputs(usage, stdout);
-            return 0;
-        }
-        if (argument == "-n")
-            limit = parseLimit(i + 1 < argc ? argv[++i] : nullptr);
-        else if (argument.size() > 1 && argument[0] == '-')
-            fail(2, "unknown option " + argument + "; see wordfreq --help");
-        else
+    for (int i = optind; i < argc; ++i)
+        if (isIncluded(argv[i], options.include))
             require(StrListAppend(&names, argv[i]) != nullptr);
-    }
-    if (names.count == 0)
+    if (optind >= argc)
         require(StrListAppend(&names, "-") != nullptr);
     char **files = StrVecCreate(names.buffer, names.count);
     require(files != nullptr);
@@ -242,7 +302,7 @@ int main(int argc, char **argv)
     for (char **file = files; *file != nullptr; ++file)
         complete = readFile(counter, *file) && complete;
     counter.endProgress();
-    counter.print(limit);
+    counter.print(options.limit);
     StrVecDestroy(files);
     StrListDestroy(&names);
     return complete ? 0 : 1;
