@@ -33,15 +33,12 @@ TEST(ProcessorRules, NamesProcessorsByTheirRegisters)
         const char *name, *brand;
     } cases[] = {
         {intel, 0x543, 8, 5, 4, 3, "Intel Pentium with MMX", none},
-        {intel, 0x686, 2, 6, 8, 6, "Intel Pentium III", "Intel(R) Pentium(R) III processor"},
         {intel, 0x68A, 18, 6, 8, 10, "Intel Pentium III", "Intel(R) Pentium(R) III processor"}, // 18 counts as 2
         {intel, 0x695, 22, 6, 9, 5, "Intel Pentium M", "Intel(R) Pentium(R) M processor"},
-        {intel, 0x6B1, 3, 6, 11, 1, "Intel Pentium III", "Intel(R) Pentium(R) M processor"},
         {intel, 0xF12, 14, 15, 1, 2, "Intel Pentium 4", "Mobile Intel(R) Pentium(R) 4 processor-M"},
         {intel, 0xF13, 14, 15, 1, 3, "Intel Pentium 4", "Intel(R) Xeon(TM) processor"},
         {intel, 0xF13, 11, 15, 1, 3, "Intel Pentium 4", ""},
         {intel, 0xF29, 11, 15, 2, 9, "Intel Pentium 4", "Intel(R) Xeon(TM) processor"},
-        {intel, 0x906EA, 0, 6, 14, 10, "Intel Core (Kaby Lake, Coffee Lake)", "Intel(R) Pentium(R) M processor"},
         {amd, 0xA00F11, 0, 15, 1, 1, "AMD Zen 3", none},
         {amd, 0x6F0, 0, 6, 15, 0, "AMD Athlon", "Intel(R) Pentium(R) M processor"}, // no vendor in this rule
         {leaf0Of("CyrixInstead"), 0x540, 0, 5, 4, 0, "UNKNOWN CPU", none},
@@ -96,8 +93,7 @@ TEST(ProcessorRules, TopologyFromApicIdentifiers)
         {"two packages of one core and two threads", 2, 1, {0, 1, 6, 7}, 2, 2, 0},
         {"the same, switched off", 2, 1, {0, 6}, 2, 2, 1},
         {"two cores", 2, 2, {0, 1}, 2, 1, 3},
-        {"four cores, two threads", 8, 4, {0, 1, 2, 3, 4, 5, 6, 7}, 4, 1, 4},
-        {"the same, switched off", 8, 4, {0, 2, 4, 6}, 4, 1, 5},
+        {"four cores, two threads switched off", 8, 4, {0, 2, 4, 6}, 4, 1, 5},
         {"two packages of six cores in fields of eight", 6, 6, {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13}, 12, 2, 3},
         {"one thread stated, many cores", 1, 8, {0, 1, 2, 3}, 4, 4, 2},
         {"256 processors, 64 cores to the package", 128, 64, all, 128, 2, 4},
