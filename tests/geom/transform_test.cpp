@@ -6,7 +6,9 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <random>
+#include <tuple>
 
 namespace {
 
@@ -110,16 +112,13 @@ TEST(Geometry, ValidityLooksAtRowsAndColumnsButNotAtTheDeterminant)
     EXPECT_EQ(R3_is_valid_rotation(about({0, 0, 2}, 90).data(), 1), 0); // the axis is taken as it is
     EXPECT_EQ(R3_is_valid_rotation(identity3.data(), 1), 1);
     EXPECT_EQ(R3_is_valid_rotation(identity3.data(), 4), 0);
-    const struct {
-        size_t element;
-        double value;
-        int valid;
-    } changes[] = {{15, 1.00001, 0}, {12, 1e-5, 0}, {13, -1e-5, 0}, {14, nan, 0}, {14, 9e-6, 1},
-                   {0, 3, 0},        {10, -2, 1},   {1, 0.01, 0},   {6, nan, 0},  {3, 1e300, 1}};
-    for (const auto &c : changes) {
+    const std::tuple<size_t, double, int> changes[] = {{15, 1.00001, 0}, {12, 1e-5, 0}, {13, -1e-5, 0}, {14, nan, 0},
+                                                       {14, 9e-6, 1},    {0, 3, 0},     {10, -2, 1},    {1, 0.01, 0},
+                                                       {6, nan, 0},      {3, 1e300, 1}};
+    for (auto [element, value, valid] : changes) {
         Matrix4 m = {2, 0, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3, 0, 0, 0, 1};
-        m[c.element] = c.value;
-        EXPECT_EQ(T4_is_valid_transformation(m.data()), c.valid) << "element " << c.element << " = " << c.value;
+        m[element] = value;
+        EXPECT_EQ(T4_is_valid_transformation(m.data()), valid) << "element " << element << " = " << value;
     }
 }
 
@@ -214,8 +213,7 @@ template<typename Array, typename Operation>
 void expectElementwise(Operation add, Operation subtract)
 {
     auto a = randomArray<Array>(), b = randomArray<Array>(), sum = a;
-    for (size_t i = 0; i < a.size(); ++i)
-        sum[i] += b[i];
+    std::transform(a.begin(), a.end(), b.begin(), sum.begin(), std::plus<>());
     expectInPlace(a, b, sum, add);
     expectInPlace(sum, b, a, subtract);
 }
