@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <string>
 #include <windows.h>
@@ -46,26 +47,23 @@ TEST(InstructionProbe, SurvivesWhatTheInstructionRaises)
 
 TEST(Processor, AgreesWithItsOwnInstruction)
 {
-    unsigned leaf0[4] = {0, 9, 0, 9}, leaf1[4] = {1, 9, 0, 9}, expected[4];
-    Kucpuid32(leaf0);
-    Kucpuid32(leaf1);
+    unsigned leaf0[4] = {0, 9, 0, 9}, leaf1[4] = {1, 9, 0, 9}, extended[4] = {0x80000000, 0, 0, 0};
+    for (unsigned *registers : {leaf0, leaf1, extended})
+        Kucpuid32(registers);
+    unsigned expected[4];
     __cpuid(0, expected[0], expected[1], expected[2], expected[3]);
     EXPECT_EQ(std::memcmp(leaf0, expected, sizeof expected), 0);
     EXPECT_EQ(Kucpuid_supported(), static_cast<int>(leaf0[0]));
 
     char vendor[13] = "????????????";
     EXPECT_EQ(Kucpuid_vendorid(vendor), 1);
-    EXPECT_EQ(std::memcmp(vendor, &leaf0[1], 4), 0);
-    EXPECT_EQ(std::memcmp(vendor + 4, &leaf0[3], 4), 0);
-    EXPECT_EQ(std::memcmp(vendor + 8, &leaf0[2], 4), 0);
-    EXPECT_EQ(vendor[12], 0);
-
+    const unsigned spelled[] = {leaf0[1], leaf0[3], leaf0[2]};
+    EXPECT_EQ(std::memcmp(vendor, spelled, 12) | vendor[12], 0);
     int family = -1, model = -1, stepping = -1;
     EXPECT_EQ(Kucpuid_model(&family, &model, &stepping), 1);
     EXPECT_EQ(Kucpuid_model(nullptr, nullptr, nullptr), 1);
     EXPECT_EQ(static_cast<unsigned>(family << 8 | model << 4 | stepping), leaf1[0] & 0xFFF);
-    EXPECT_STREQ(Kucpuid_model_name(), Kucpuid_model_name());
-    EXPECT_STREQ(Kucpuid_get_brand_string(), Kucpuid_get_brand_string());
+    EXPECT_EQ(Kucpuid_get_brand_string(), Kucpuid_get_brand_string());
     EXPECT_EQ(KuMMX_supported(), static_cast<int>(leaf1[3] >> 23 & 1));
     EXPECT_EQ(KuXMMX_supported(), static_cast<int>(leaf1[3] >> 25 & 1));
     EXPECT_EQ(KuSSE2_supported(), static_cast<int>(leaf1[3] >> 26 & 1));
@@ -74,8 +72,6 @@ TEST(Processor, AgreesWithItsOwnInstruction)
 
     char brand[50];
     std::memset(brand, '?', sizeof brand);
-    unsigned extended[4] = {0x80000000, 0, 0, 0};
-    Kucpuid32(extended);
     EXPECT_EQ(Kucpuid_get_extended_brand_string(brand), extended[0] >= 0x80000004);
     EXPECT_LE(std::strlen(brand), 48u);
     EXPECT_EQ(brand[49], '?');
@@ -95,21 +91,18 @@ bool narrowAffinityIsReportedAndTriedAgain()
     auto notCounted = [] {
         unsigned logical = 9, cores = 9, packages = 9;
         return KuCPUCount(&logical, &cores, &packages) == KU_NOT_COUNTED && logical == 0 && cores == 1 &&
-               packages == 1 && *KuGet3LevelSubIDStr() == 0 && QVSsysconf(506) == 8192;
+               packages == 1 && *KuGet3LevelSubIDStr() == 0;
     };
-    {
-        ImportHook hook("GetProcessAffinityMask", answerMasks);
-        processMask = 1;
-        systemMask = 3;
-        if (!notCounted())
-            return false;
-        processMask = systemMask = 0; // no processor at all
-        if (!notCounted())
+    ImportHook hook("GetProcessAffinityMask", answerMasks);
+    for (DWORD_PTR existing : {3, 0}) { // more than the process's one; none at all
+        systemMask = existing;
+        processMask = existing & 1;
+        if (!notCounted() || QVSsysconf(506) != 8192)
             return false;
     }
+    processMask = systemMask = 1;
     FailingImport<BOOL WINAPI(HANDLE, DWORD_PTR *, DWORD_PTR *)> fails("GetProcessAffinityMask", FALSE, 1);
-    return KuCPUCount(nullptr, nullptr, nullptr) == KU_NOT_COUNTED &&
-           KuCPUCount(nullptr, nullptr, nullptr) != KU_NOT_COUNTED;
+    return notCounted() && QVSsysconf(506) > 0 && *KuGet3LevelSubIDStr() != 0;
 }
 
 DWORD_PTR WINAPI refuseHighest(HANDLE, DWORD_PTR mask)
@@ -139,8 +132,6 @@ TEST(CountDeathTest, AffinityMasks)
 
 TEST(Processor, CountsThisMachineOnce)
 {
-    SYSTEM_INFO system;
-    GetSystemInfo(&system);
     unsigned logical = 0, cores = 0, packages = 0;
     int status = KuCPUCount(&logical, &cores, &packages);
     DWORD_PTR allowed = 0, existing = 0;
@@ -149,10 +140,8 @@ TEST(Processor, CountsThisMachineOnce)
     if (allowed != existing)
         GTEST_SKIP() << "the tests run on some processors only";
     ASSERT_NE(status, KU_NOT_COUNTED);
-    EXPECT_EQ(logical, system.dwNumberOfProcessors);
-    EXPECT_GE(logical, cores);
-    EXPECT_GE(cores, packages);
-    EXPECT_GE(packages, 1u);
+    EXPECT_EQ(logical, static_cast<unsigned>(std::popcount(existing)));
+    EXPECT_TRUE(logical >= cores && cores >= packages && packages >= 1);
     std::string text = KuGet3LevelSubIDStr();
     EXPECT_EQ(text.rfind("  AffinityMask = 1; Initial APIC = ", 0), 0u);
     FailingImport<DWORD_PTR WINAPI(HANDLE, DWORD_PTR)> bind("SetThreadAffinityMask", 0, 0);

@@ -64,9 +64,10 @@ TEST(DomainName, IsKeptOnceThereIsOne)
         forgetDomain();
     }
     ImportHook find("GetProcAddress", findAnswerParams);
-    EXPECT_STREQ(QVSgetdomainname(), "");
-    EXPECT_STREQ(QVSgetdomainname(), "");
-    EXPECT_EQ(questions, 2); // in no domain: asked again
+    for (int asked : {1, 2}) { // in no domain: asked again
+        EXPECT_STREQ(QVSgetdomainname(), "");
+        EXPECT_EQ(questions, asked);
+    }
 
     for (int failing : {1, 2}) { // the usual block, then the larger one
         roomNeeded = 5000;
