@@ -449,8 +449,10 @@ DWORD WINAPI watchConnector(void *context)
     if (WaitForSingleObject(connection->processWaitEvent, INFINITE) != WAIT_OBJECT_0)
         return watcherFailed;
     DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
-    if (outcome == WAIT_ABANDONED)
+    if (outcome == WAIT_ABANDONED) { // the connector died inside its first call
+        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
         return giveUp(connection);
+    }
     if (outcome != WAIT_OBJECT_0)
         return watcherFailed;
     if (!isWatched(connection))
