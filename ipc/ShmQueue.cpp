@@ -324,9 +324,12 @@ bool removeRecord(ShmQueue *queue, Record &record)
 /// Waits for the signal that a request was accepted, for as long as there is a listener to give it.
 bool waitForReply(const ShmQueue *requester)
 {
-    DWORD outcome = WaitForSingleObject(requester->ownEvent, replyPoll);
-    while (outcome == WAIT_TIMEOUT && requester->recvRing->closed == 0)
-        outcome = WaitForSingleObject(requester->ownEvent, replyPoll);
+    DWORD outcome = WAIT_TIMEOUT;
+    bool isOver = false;
+    while (outcome == WAIT_TIMEOUT && !isOver) {
+        isOver = requester->recvRing->closed != 0; // what was accepted before that has been signalled
+        outcome = WaitForSingleObject(requester->ownEvent, isOver ? 0 : replyPoll);
+    }
     return outcome == WAIT_OBJECT_0;
 }
 
@@ -340,11 +343,13 @@ bool requestConnection(ShmQueue *requester, const char *name, Reply &reply)
     return addRecord(requester, request) && waitForReply(requester) && removeRecord(requester, reply);
 }
 
-/// Starts the acceptor's watcher, which reads this process's id.
+/// Starts the acceptor's watcher, which reads this process's id. Where another's stands already, the
+/// number in the reply is that of somebody else's connection, which an accept was refused for.
 bool announceProcess(const ShmQueue *connection, const Prefix &prefix)
 {
-    uint32_t processId = GetCurrentProcessId();
-    memcpy(connection->view, &processId, sizeof processId);
+    auto *processId = reinterpret_cast<volatile LONG *>(connection->view);
+    if (InterlockedCompareExchange(processId, static_cast<LONG>(GetCurrentProcessId()), 0) != 0)
+        return false;
     HANDLE processWait = SegmentObjects::toOpen(prefix).event("ProcessWaitEvent", autoReset);
     if (processWait == nullptr)
         return false;
@@ -425,34 +430,48 @@ DWORD acknowledge(const ShmQueue *connection)
     return 0;
 }
 
+/// Ends a watcher that cannot go on. The mutex is held and is left abandoned, so that the next call of
+/// either side fails once; whoever sleeps on this side is woken to make that call.
+DWORD giveUp(const ShmQueue *connection)
+{
+    if (connection->sendRing->waitMask != 0)
+        SetEvent(connection->ownWake);
+    if ((connection->sendRing->eventMask & SHMQUEUE_EVENT_CLOSE) != 0)
+        SetEvent(connection->ownEvent);
+    return watcherFailed;
+}
+
 /// A thread that looks after one accepted connection. Until it ends, nothing that it uses is released:
 /// destroy waits for its end.
 DWORD WINAPI watchConnector(void *context)
 {
     auto *connection = static_cast<ShmQueue *>(context);
-    if (WaitForSingleObject(connection->processWaitEvent, INFINITE) != WAIT_OBJECT_0 ||
-        WaitForSingleObject(connection->mutex, INFINITE) != WAIT_OBJECT_0)
+    if (WaitForSingleObject(connection->processWaitEvent, INFINITE) != WAIT_OBJECT_0)
+        return watcherFailed;
+    DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
+    if (outcome == WAIT_ABANDONED) { // the connector died inside its first call
+        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
+        return giveUp(connection);
+    }
+    if (outcome != WAIT_OBJECT_0)
         return watcherFailed;
     if (!isWatched(connection))
         return acknowledge(connection);
     HANDLE process = openConnector(connection);
     if (process == nullptr)
-        return watcherFailed; // the mutex is left abandoned: the next call of either side fails once
+        return giveUp(connection);
 
     releaseMutex(connection->mutex);
     if (!waitForDeath(connection, process))
         return watcherFailed;
-    DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
+    outcome = WaitForSingleObject(connection->mutex, INFINITE);
     if (outcome != WAIT_OBJECT_0 && outcome != WAIT_ABANDONED)
         return watcherFailed;
     if (!isWatched(connection))
         return acknowledge(connection);
     if (outcome == WAIT_ABANDONED) {
-        // The connector died inside a call. The mutex is left abandoned again, so that this side's next
-        // call learns of it; a select that sleeps is woken to be that call.
-        SetEvent(connection->ownWake);
-        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
-        return watcherFailed;
+        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE); // the connector died inside a call
+        return giveUp(connection);
     }
 
     CloseHandle(connection->watcherThread);

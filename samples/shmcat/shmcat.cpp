@@ -343,7 +343,7 @@ private:
             ShmQueue *queue = ShmQueueAccept(listener_, ++lastNumber_, options_.ringSize);
             if (queue == nullptr) {
                 complain(transferFailed, "a client could not be accepted");
-                continue;
+                return; // another request that waits has set the event again
             }
             HANDLE file = nullptr;
             if (!options_.file.empty())

@@ -5,8 +5,7 @@
 
 #include <aclapi.h>
 
-#include <deque>
-#include <future>
+#include <functional>
 #include <memory>
 #include <random>
 
@@ -124,18 +123,16 @@ TEST(ShmQueue, MakesItsSegmentsAndObjectsAsPeersExpectThem)
         EXPECT_TRUE(RawPeer(RawPeer::connector, name, 0).exists()) << name;
         EXPECT_EQ(ShmQueueDestroy(end), SHMQUEUE_OK);
     }
-    for (const char *suffix : {"", "Mutex", "Event1", "Event2", "IEvent1", "IEvent2", "ProcessWaitEvent"}) {
-        std::string name = "QVSShmlink07" + std::string(suffix);
-        HANDLE object = *suffix == '\0'  ? OpenFileMappingA(READ_CONTROL, FALSE, name.c_str())
-                        : *suffix == 'M' ? OpenMutexA(READ_CONTROL, FALSE, name.c_str())
-                                         : OpenEventA(READ_CONTROL, FALSE, name.c_str());
+    HANDLE objects[] = {OpenFileMappingA(READ_CONTROL, FALSE, "QVSShmlink07"),
+                        OpenMutexA(READ_CONTROL, FALSE, "QVSShmlink07Mutex"),
+                        OpenEventA(READ_CONTROL, FALSE, "QVSShmlink07ProcessWaitEvent")};
+    for (HANDLE object : objects) {
         ACL *list = nullptr;
         void *descriptor = nullptr;
         EXPECT_EQ(GetSecurityInfo(object, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
                                   &descriptor),
-                  0u)
-            << name;
-        EXPECT_EQ(list, nullptr) << name; // present and null: everyone may do everything
+                  0u);
+        EXPECT_EQ(list, nullptr); // present and null: everyone may do everything
         LocalFree(descriptor);
         CloseHandle(object);
     }
@@ -143,7 +140,7 @@ TEST(ShmQueue, MakesItsSegmentsAndObjectsAsPeersExpectThem)
 
 TEST(ShmQueue, RefusesWhatItCannotServe)
 {
-    Footprint before = Footprint::now();
+    Footprint before;
     {
         DWORD request = 0;
         uint32_t word = 0;
@@ -153,8 +150,7 @@ TEST(ShmQueue, RefusesWhatItCannotServe)
         }
         EXPECT_EQ(ShmQueueConnect("nobody"), nullptr);
         EXPECT_EQ(ShmQueueAccept(nullptr, 1, 1), nullptr);
-        for (auto *call : {ShmQueueDestroy})
-            EXPECT_EQ(call(nullptr), SHMQUEUE_BAD_HANDLE);
+        EXPECT_EQ(ShmQueueDestroy(nullptr), SHMQUEUE_BAD_HANDLE);
         EXPECT_EQ(ShmQueueAdd(nullptr, &request, &word), SHMQUEUE_BAD_HANDLE);
         EXPECT_EQ(ShmQueueRemove(nullptr, &request, &word), SHMQUEUE_BAD_HANDLE);
         EXPECT_EQ(ShmQueueSelect(nullptr, &word, 0, &word), SHMQUEUE_BAD_HANDLE);
@@ -172,8 +168,13 @@ TEST(ShmQueue, RefusesWhatItCannotServe)
         EXPECT_EQ(ShmQueueAccept(link.library, 8, 8), nullptr);
         EXPECT_EQ(ShmQueueAccept(link.listener, 7, 8), nullptr); // the number is in use
         EXPECT_EQ(link.handshake->word(296 + 16), 0u);
+        WaitForSingleObject(link.handshake->ownEvent(), 0); // a client of that name is let go, and refuses
+        SetEvent(link.handshake->ownEvent());
+        link.raw->word(0) = 1;
+        EXPECT_EQ(ShmQueueConnect("fifteen_letters"), nullptr);
+        EXPECT_EQ(link.raw->word(0), 1u);
     }
-    EXPECT_EQ(Footprint::now(), before);
+    EXPECT_TRUE(before.isBack());
     for (DWORD promised : {5000u, 0x7FFFFFD5u, 0x7FFFFFD6u, ~0u}) { // the segment is smaller than the reply says
         RawPeer listener(RawPeer::listener, "QVSShmInitliar", 256), acceptor(RawPeer::acceptor, "QVSShmliar01", 100);
         DWORD reply[2] = {1, promised};
@@ -181,61 +182,47 @@ TEST(ShmQueue, RefusesWhatItCannotServe)
         SetEvent(listener.peerEvent());
         EXPECT_EQ(ShmQueueConnect("liar"), nullptr);
     }
-    EXPECT_EQ(Footprint::now(), before);
+    EXPECT_TRUE(before.isBack());
 }
 
 TEST(ShmQueue, InteroperatesInBothRoles)
 {
     std::mt19937 random(5);
     for (bool libraryAccepts : {true, false})
-        for (DWORD capacity : {1u, 7u, 64u, 1001u}) {
+        for (uint32_t capacity : {1u, 7u, 64u, 1001u}) {
             Link link(libraryAccepts, capacity);
             ASSERT_NE(link.library, nullptr);
             EXPECT_EQ(link.raw->word(0), libraryAccepts ? 0 : GetCurrentProcessId());
             EXPECT_EQ(isSet(link.raw->processWait()), !libraryAccepts);
-            Bytes outward(1), inward(2), outwardSeen(1), inwardSeen(2);
-            std::deque<int> sent, received; // only their lengths matter
-            DWORD position = 0;             // of the next byte in the outward ring
+            Bytes streams[2] = {{1}, {2}}, seen[2] = {{1}, {2}};
+            uint32_t held[2] = {}, position = 0; // of the next byte in the outward ring
             uint8_t buffer[2100];
             for (int step = 0; step < 2000; ++step) {
-                uint32_t length = 1 + random() % (2 * capacity), expected;
-                Bytes *stream = nullptr;
-                switch (random() % 4) {
-                case 0:
-                    expected = std::min<uint32_t>(length, uint32_t(capacity - sent.size()));
-                    Bytes(outward).fill(buffer, length);
+                uint32_t length = 1 + random() % (2 * capacity), action = random() % 4, inward = action / 2;
+                bool adds = action % 2 == 0;
+                uint32_t expected = std::min<uint32_t>(length, adds ? capacity - held[inward] : held[inward]);
+                if (adds)
+                    Bytes(streams[inward]).fill(buffer, length);
+                if (action == 0) {
                     ASSERT_EQ(ShmQueueAdd(link.library, buffer, &length), expected == 0 ? SHMQUEUE_FULL : SHMQUEUE_OK);
-                    outward.fill(buffer, expected);
-                    ASSERT_EQ(expected == 0 ? 0 : length, expected);
-                    sent.resize(sent.size() + expected);
-                    position = (position + expected) % capacity;
-                    break;
-                case 1:
-                    expected = std::min<uint32_t>(length, uint32_t(sent.size()));
-                    ASSERT_EQ(link.raw->get(buffer, length), expected);
-                    ASSERT_TRUE(outwardSeen.match(buffer, expected));
-                    sent.resize(sent.size() - expected);
-                    position = sent.empty() ? 0 : position;
-                    break;
-                case 2:
-                    expected = std::min<uint32_t>(length, uint32_t(capacity - received.size()));
-                    stream = &inward;
-                    stream->fill(buffer, expected);
-                    ASSERT_EQ(link.raw->put(buffer, expected), expected);
-                    received.resize(received.size() + expected);
-                    break;
-                default:
-                    expected = std::min<uint32_t>(length, uint32_t(received.size()));
+                    ASSERT_TRUE(expected == 0 || length == expected);
+                } else if (action == 3) {
                     ASSERT_EQ(ShmQueueRemove(link.library, buffer, &length),
                               expected == 0 ? SHMQUEUE_EMPTY : SHMQUEUE_OK);
                     ASSERT_EQ(length, expected);
-                    ASSERT_TRUE(inwardSeen.match(buffer, length));
-                    received.resize(received.size() - expected);
-                    ASSERT_TRUE(!received.empty() || link.theirs(readPos) + link.theirs(writePos) == 0);
+                } else {
+                    ASSERT_EQ(adds ? link.raw->put(buffer, length) : link.raw->get(buffer, length), expected);
                 }
-                ASSERT_EQ(link.ours(count), sent.size());
+                if (adds)
+                    streams[inward].fill(buffer, expected);
+                else
+                    ASSERT_TRUE(seen[inward].match(buffer, expected));
+                held[inward] += adds ? expected : 0 - expected;
+                position = held[0] == 0 ? 0 : (position + (action == 0 ? expected : 0)) % capacity;
+                ASSERT_EQ(link.ours(count), held[0]);
                 ASSERT_EQ(link.ours(writePos), position);
-                ASSERT_EQ(link.select(3), (received.empty() ? 0 : 1) + (sent.size() == capacity ? 0u : 2u));
+                ASSERT_TRUE(held[1] != 0 || link.theirs(readPos) + link.theirs(writePos) == 0);
+                ASSERT_EQ(link.select(3), (held[1] == 0 ? 0 : 1) + (held[0] == capacity ? 0u : 2u));
             }
         }
 }
@@ -341,27 +328,34 @@ TEST(ShmQueue, TakesADamagedHeaderForAClosedRing)
         }
 }
 
+/// Woken once more, the watcher takes the process for ended.
+void endWatcher(Link &link)
+{
+    ShmQueueEventSelect(link.library, 32);
+    for (int i = 0; i < 100 && !isSet(ShmQueueGetEvent(link.library)); ++i) {
+        link.raw->announce(GetCurrentProcessId());
+        Sleep(20);
+    }
+}
+
 /// What can go wrong around the watcher: destroy neither hangs nor frees what the watcher still uses.
 TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
 {
-    Footprint before = Footprint::now();
+    Footprint before;
     for (int scenario = 0; scenario < 5; ++scenario) {
         Link link(true, 8);
         ASSERT_NE(link.library, nullptr);
         // Where write is chosen, the acknowledgement is set already.
-        EXPECT_EQ(ShmQueueEventSelect(link.library, scenario == 1 || scenario == 2 ? 2 : 0), SHMQUEUE_OK);
+        EXPECT_EQ(ShmQueueEventSelect(link.library, scenario == 1 || scenario == 2 ? 2u : 0), SHMQUEUE_OK);
         if (scenario >= 2)
             link.raw->announce(scenario == 3 ? 0xFFFFFFF0 : GetCurrentProcessId());
-        if (scenario >= 3)
-            Sleep(100);
-        if (scenario == 3) { // no such process: the watcher ends and leaves the mutex abandoned
-            EXPECT_EQ(link.add(1), SHMQUEUE_BAD_HANDLE);
+        if (scenario == 3) { // no such process: the watcher leaves the mutex abandoned, and wakes who sleeps
+            uint32_t flags = 1, ready = 0;
+            EXPECT_EQ(ShmQueueSelect(link.library, &flags, patience, &ready), SHMQUEUE_BAD_HANDLE);
             EXPECT_EQ(link.add(1), SHMQUEUE_OK);
         }
-        if (scenario == 4) { // woken once more, the watcher takes the process for ended
-            SetEvent(link.raw->processWait());
-            Sleep(100);
-        }
+        if (scenario == 4)
+            endWatcher(link);
         link.theirs(waitMask) = 3;
         link.theirs(eventMask) = 32;
         ShmQueue *library = std::exchange(link.library, nullptr);
@@ -370,11 +364,11 @@ TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
         EXPECT_EQ(link.theirs(pending), 32u);
         EXPECT_EQ(link.theirs(waitMask), scenario == 3 ? 3u : 2u); // only a reader is woken, with nothing to read
     }
-    EXPECT_EQ(Footprint::now(), before);
+    EXPECT_TRUE(before.isBack());
 }
 
 /// A whole life of a connection; any call may fail if something was made to.
-void liveThrough(bool libraryAccepts, const std::function<bool()> &mayFail)
+void liveThrough(bool libraryAccepts, bool watcherEnds, const std::function<bool()> &mayFail)
 {
     Link link(libraryAccepts, 64);
     if (link.library == nullptr) {
@@ -397,9 +391,8 @@ void liveThrough(bool libraryAccepts, const std::function<bool()> &mayFail)
     check(ShmQueueEnumEvents(link.library, &word));
     check(ShmQueueEventSelect(link.library, 1));
     check(ShmQueueEventSelect(link.library, 32));
-    if (libraryAccepts)
-        link.raw->announce(GetCurrentProcessId());
-    Sleep(5); // for the watcher
+    if (libraryAccepts && watcherEnds)
+        endWatcher(link);
     uint32_t status = ShmQueueDestroy(link.library);
     check(status);
     if (status == SHMQUEUE_OK)
@@ -411,21 +404,21 @@ template<typename Signature, typename Result>
 void failEachCall(const char *import, Result failure, unsigned long error = ERROR_NOT_ENOUGH_MEMORY)
 {
     SCOPED_TRACE(import);
-    Footprint before = Footprint::now();
+    Footprint before;
     int failures = 0;
-    for (bool libraryAccepts : {true, false}) {
+    for (int mode = 0; mode < 3; ++mode) {
         bool failed = true;
         for (int call = 1; failed && !testing::Test::HasFailure(); ++call) {
             test_support::HeapWatch watch;
             test_support::FailingImport<Signature> failing(import, failure, call, error);
-            liveThrough(libraryAccepts, [&] { return failing.failed(); });
+            liveThrough(mode < 2, mode == 1, [&] { return failing.failed(); });
             EXPECT_EQ(watch.liveBlocks(), 0);
             failed = failing.failed();
             failures += failed ? 1 : 0;
         }
     }
     EXPECT_GT(failures, 0);
-    EXPECT_EQ(Footprint::now(), before);
+    EXPECT_TRUE(before.isBack());
 }
 
 TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
@@ -449,39 +442,46 @@ TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
     failEachCall<BOOL WINAPI(HANDLE)>("ResetEvent", FALSE);
     failEachCall<BOOL WINAPI(HANDLE)>("ReleaseMutex", FALSE);
     for (bool libraryAccepts : {true, false})
-        test_support::failEachAllocation(
-            [&](test_support::HeapWatch &watch) { liveThrough(libraryAccepts, [&] { return watch.failed(); }); });
+        test_support::failEachAllocation([&](test_support::HeapWatch &watch) {
+            liveThrough(libraryAccepts, false, [&] { return watch.failed(); });
+        });
+}
+
+HANDLE hookedEvent;
+DWORD signalsSeen;
+
+void WINAPI seeSignal(DWORD)
+{
+    signalsSeen += isSet(hookedEvent) ? 1 : 0;
+}
+
+void WINAPI leave(DWORD)
+{
+    CloseHandle(std::exchange(hookedEvent, nullptr));
 }
 
 /// Two signals in a row are one to the system; an accept gives the client before time to see its own.
 TEST(ShmQueue, LetsEveryWaitingClientGo)
 {
-    auto waitTwice = [](void *event) -> DWORD {
-        Sleep(100);
-        return WaitForSingleObject(event, patience) | WaitForSingleObject(event, patience);
-    };
     ShmQueue *listener = ShmQueueListen("twice");
     RawPeer clients(RawPeer::requester, "QVSShmInittwice", 256);
     clients.put("12345678", 8);
-    std::future<DWORD> outcome = std::async(std::launch::async, waitTwice, clients.ownEvent());
+    hookedEvent = clients.ownEvent();
+    test_support::ImportHook hook("Sleep", seeSignal);
     for (uint32_t number : {1u, 2u})
         EXPECT_EQ(ShmQueueDestroy(ShmQueueAccept(listener, number, 1)), SHMQUEUE_OK);
-    EXPECT_EQ(outcome.get(), WAIT_OBJECT_0);
+    EXPECT_EQ(signalsSeen, 1u);
+    EXPECT_TRUE(isSet(hookedEvent));
     EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
 }
 
 /// A client that comes between a listener's first and last object makes one that it meant to open.
 TEST(ShmQueue, ListensDespiteAClientThatComesTooEarly)
 {
-    HANDLE early = CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitearlyEvent2");
+    hookedEvent = CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitearlyEvent2");
     EXPECT_EQ(ShmQueueListen("early"), nullptr);
-    auto leave = [early] {
-        Sleep(50);
-        return CloseHandle(early);
-    };
-    std::future<BOOL> left = std::async(std::launch::async, leave);
+    test_support::ImportHook hook("Sleep", leave);
     EXPECT_EQ(ShmQueueDestroy(ShmQueueListen("early")), SHMQUEUE_OK);
-    EXPECT_TRUE(left.get());
 }
 
 TEST(ShmQueue, IsEnabledByTheRegistry)

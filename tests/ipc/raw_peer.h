@@ -17,11 +17,10 @@ namespace ipc_test {
 class RawPeer {
 public:
     enum Kind { listener, requester, acceptor, connector };
-    static constexpr DWORD timeout = 10000;
 
     RawPeer(Kind kind, const std::string &prefix, DWORD capacity)
         : size_(capacity), maker_(kind == listener || kind == acceptor),
-          first_(kind == listener || kind == requester ? 0 : 4), prefix_(prefix)
+          first_(kind == listener || kind == requester ? 0 : 4)
     {
         bool init = first_ == 0;
         DWORD bytes = first_ + 2 * (40 + size_);
@@ -61,7 +60,7 @@ public:
     HANDLE peerWake() const { return wake_[!maker_]; }
     HANDLE processWait() const { return processWait_; }
 
-    void lock() { ASSERT_EQ(WaitForSingleObject(mutex_, timeout), WAIT_OBJECT_0); }
+    void lock() { ASSERT_EQ(WaitForSingleObject(mutex_, 60000), WAIT_OBJECT_0); }
     void unlock() { ReleaseMutex(mutex_); }
 
     /// Adds bytes; returns how many.
@@ -135,7 +134,6 @@ private:
     DWORD size_;
     bool maker_;
     DWORD first_;
-    std::string prefix_;
     HANDLE mapping_ = nullptr, mutex_ = nullptr, event_[2] = {}, wake_[2] = {}, processWait_ = nullptr;
     char *view_ = nullptr;
 };
