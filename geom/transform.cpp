@@ -21,7 +21,6 @@ constexpr T4 identityT4 = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 /// Two doubles side by side. The whole-matrix operations work on pairs: one SSE2 instruction does
 /// what takes two on single doubles.
 using Pair = double __attribute__((vector_size(16)));
-using Lanes = long long __attribute__((vector_size(16))); // chooses elements of two pairs, 0 to 3
 
 // Pairs pass between inlined functions only, so no calling convention is concerned where the
 // baseline processor has no SSE.
@@ -43,7 +42,7 @@ using Lanes = long long __attribute__((vector_size(16))); // chooses elements of
 /// The sum of each pair's two elements.
 [[gnu::always_inline]] inline Pair sumsOf(Pair a, Pair b)
 {
-    return __builtin_shuffle(a, b, Lanes{0, 2}) + __builtin_shuffle(a, b, Lanes{1, 3});
+    return __builtin_shufflevector(a, b, 0, 2) + __builtin_shufflevector(a, b, 1, 3);
 }
 
 /// Copies count doubles; the arrays may be one.

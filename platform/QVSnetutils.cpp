@@ -73,6 +73,6 @@ const char *QVSgetdomainname(void)
 
     bool answered = askNetworkParams(parameters);
     if (parameters != nullptr)
-        keepDomain(answered ? parameters->DomainName : "unknown");
-    return domain; // NOLINT(clang-analyzer-unix.Malloc)
+        keepDomain(answered ? parameters->DomainName : "unknown"); // NOLINT(clang-analyzer-unix.Malloc)
+    return domain;                                                 // NOLINT(clang-analyzer-unix.Malloc)
 }

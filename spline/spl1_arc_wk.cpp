@@ -258,8 +258,10 @@ void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count
     double middle = 0.5; // in substeps
     for (int32_t i = 0; i < count; ++i) {
         double end = (i + 1) * substeps;
-        for (; middle < end; ++middle)
+        while (middle < end) {
             sum += derivative.speedAt(from + middle * width);
+            middle += 1;
+        }
         sink(sum * width);
     }
 }

@@ -14,7 +14,7 @@ void narrowRecords(const SplineCoord *records, int32_t count, int32_t dimension,
 {
     for (int32_t i = 0; i < count; ++i) {
         const double components[largestDimension] = {records[i].x, records[i].y, records[i].z};
-        for (int32_t c = 0; c < dimension; ++c)
+        for (int32_t c = 0; c < dimension && c < largestDimension; ++c)
             *points++ = static_cast<float>(components[c]);
     }
 }

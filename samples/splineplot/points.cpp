@@ -61,7 +61,8 @@ Points readPoints(std::FILE *stream, const std::string &name, std::vector<std::s
             problem = "this row has " + std::to_string(numbers.size()) + " coordinates, those before have " +
                       std::to_string(points.dimension);
         if (!problem.empty()) {
-            problems.push_back(name + ":" + std::to_string(row) + ": " + problem);
+            std::string place = name + ":" + std::to_string(row) + ": ";
+            problems.push_back(place.append(problem));
             continue;
         }
         points.dimension = static_cast<int>(numbers.size());

@@ -413,8 +413,9 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
     double rowHeight = cellHeight + 4.2 * lineHeight;
     Svg svg(width, 2 * rowHeight + margin - lineHeight);
     for (size_t i = 0; i < pictures.size(); ++i) {
+        size_t row = i / columns;
         Spot corner{margin + static_cast<double>(i % columns) * (cell + gap),
-                    margin + static_cast<double>(i / columns) * rowHeight};
+                    margin + static_cast<double>(row) * rowHeight};
         Frame frame({corner.x, corner.y + lineHeight}, cell, cellHeight);
         for (const Picture &picture : pictures)
             include(frame, options, picture);
