@@ -160,7 +160,8 @@ private:
             return;
         }
         auto *counter = static_cast<Counter *>(malloc(sizeof(Counter) + length));
-        require(counter != nullptr);
+        if (counter == nullptr)
+            fail(1, "not enough memory");
         counter->count = 1;
         memcpy(counter->word, word, length + 1);
         require(RbInsert_b(position, counter->word, counter) != nullptr);
