@@ -242,13 +242,15 @@ uint32_t ShmQueueEventSelect(ShmQueue *queue, uint32_t mask)
 
     RingHeader *words = queue->sendRing;
     uint32_t newlyChosen = mask & ~words->eventMask;
+    uint32_t due = newlyChosen & dueEvents(queue);
     uint32_t pending = words->pendingEvents;
-    words->eventMask = mask;
-    if (pending != 0 && (pending & mask) == 0)
+    uint32_t kept = pending & mask;
+    if (kept == 0 && due != 0 && !SetEvent(queue->ownEvent))
+        return SHMQUEUE_BAD_HANDLE; // the mask stays as it was, so that another call finds the same bits due
+    if (pending != 0 && kept == 0 && due == 0)
         ResetEvent(queue->ownEvent);
-    words->pendingEvents = pending & mask;
-    if (!raiseEvents(thisSide(queue), newlyChosen & dueEvents(queue)))
-        return SHMQUEUE_BAD_HANDLE;
+    words->eventMask = mask;
+    words->pendingEvents = kept + due;
     return SHMQUEUE_OK;
 }
 
