@@ -349,9 +349,15 @@ private:
             if (!options_.file.empty())
                 file = CreateFileA(options_.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
                                    nullptr);
-            clients_.push_back(std::make_unique<Client>(queue, lastNumber_, file, options_.ringSize));
             if (!options_.keepListening)
                 stopListening();
+            if (file == INVALID_HANDLE_VALUE) {
+                failed_ = true;
+                complain(transferFailed, "cannot read " + options_.file);
+                destroy(queue);
+                continue;
+            }
+            clients_.push_back(std::make_unique<Client>(queue, lastNumber_, file, options_.ringSize));
         }
     }
 
