@@ -9,6 +9,7 @@
 
 #include <stdint.h>
 
+/// @cond
 #if !defined(_WIN32) || defined(GENERAL_STATIC)
 #define GENERAL_IMPORT_EXPORT
 #elif defined(GENERAL_BUILDING_DLL)
@@ -22,5 +23,6 @@
 #else
 #define GENERAL_API extern GENERAL_IMPORT_EXPORT
 #endif
+/// @endcond
 
 #endif
