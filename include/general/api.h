@@ -23,7 +23,6 @@
 #else
 #define GENERAL_API extern GENERAL_IMPORT_EXPORT
 #endif
-/// @endcond
 
 // Lets the compiler check the arguments of a function in the manner of printf.
 #ifdef __GNUC__
@@ -31,5 +30,6 @@
 #else
 #define GENERAL_PRINTF_LIKE(format, first)
 #endif
+/// @endcond
 
 #endif
