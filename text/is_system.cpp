@@ -1,3 +1,4 @@
+#include "base/library_function.h"
 #include "base/module_id.h"
 
 #include "general/validators.h"
@@ -23,22 +24,16 @@ struct Winsock {
     bool isComplete;
 };
 
-template<typename Function>
-bool find(HMODULE library, const char *name, Function *&function)
-{
-    function = reinterpret_cast<Function *>(reinterpret_cast<void *>(GetProcAddress(library, name)));
-    return function != nullptr;
-}
-
 Winsock loadWinsock()
 {
     Winsock winsock{};
     HMODULE library = LoadLibraryA("wsock32.dll");
-    winsock.isComplete =
-        library != nullptr && find(library, "WSAStartup", winsock.startup) &&
-        find(library, "WSACleanup", winsock.cleanup) && find(library, "gethostname", winsock.hostName) &&
-        find(library, "gethostbyname", winsock.lookUpName) && find(library, "gethostbyaddr", winsock.lookUpAddress) &&
-        find(library, "inet_addr", winsock.address);
+    winsock.isComplete = general::findFunction(library, "WSAStartup", winsock.startup) &&
+                         general::findFunction(library, "WSACleanup", winsock.cleanup) &&
+                         general::findFunction(library, "gethostname", winsock.hostName) &&
+                         general::findFunction(library, "gethostbyname", winsock.lookUpName) &&
+                         general::findFunction(library, "gethostbyaddr", winsock.lookUpAddress) &&
+                         general::findFunction(library, "inet_addr", winsock.address);
     return winsock;
 }
 
@@ -117,7 +112,7 @@ int isloadable(const char *file, char *dir_out)
     DWORD length = SearchPathA(nullptr, file, nullptr, ISLOADABLE_DIR_SIZE, dir_out, &name);
     if (length == 0 || length >= ISLOADABLE_DIR_SIZE)
         return 0;
-    size_t directoryLength = (name == nullptr ? length : static_cast<size_t>(name - dir_out)) - 1;
+    size_t directoryLength = (name == nullptr || name == dir_out ? length : static_cast<size_t>(name - dir_out)) - 1;
     memset(dir_out + directoryLength, 0, ISLOADABLE_DIR_SIZE - directoryLength);
     return 1;
 }
