@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fstream>
 #include <io.h>
+#include <latch>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -215,12 +216,14 @@ TEST_F(FileLog, WritesALineToTheByte)
 {
     const std::string name(40, 'n'), logged = name.substr(0, 31);
     logName(name.c_str());
+    const std::string start = timeText(); // the library may be late by a tick of the system's
     // 31 of the name, 8 of the format and 15 of the time are 54: at 74 more the pieces begin.
     for (size_t length : {0U, 70U, 71U, 72U, 5000U}) {
         const std::string text(length, 'x'), before = timeText();
         logMessage("who", text.c_str());
         const std::string after = timeText(), rest = " " + logged + ": who: <" + text + ">\r";
-        EXPECT_THAT(lines().back(), testing::AnyOf(before + rest, after + rest)); // at once: it was flushed
+        EXPECT_THAT(lines().back(),
+                    testing::AnyOf(start + rest, before + rest, after + rest)); // at once: it was flushed
     }
     std::ofstream(path, std::ios::app) << "another's line\n";
     logMessage(nullptr, "last");
@@ -265,17 +268,19 @@ TEST_F(FileLog, ANewNameClosesTheFile)
 
 TEST_F(FileLog, LinesOfThreadsStayWhole)
 {
-    constexpr size_t threads = 4, rounds = 100;
+    constexpr size_t threads = 4, rounds = 300;
     logName("n");
     auto text = [](size_t thread, size_t round) {
-        return std::string(round % 3 == 0 ? 9000 : 30 + round % 80, static_cast<char>('a' + thread));
+        return std::string(round % 3 == 0 ? 9000 : 30 + round % 200, static_cast<char>('a' + thread));
     };
+    std::latch together(threads);
     std::vector<std::thread> running;
     std::vector<std::string> expected, found;
     for (size_t thread = 0; thread < threads; ++thread) {
         for (size_t round = 0; round < rounds; ++round)
             expected.push_back(" n: t: <" + text(thread, round) + ">\r");
-        running.emplace_back([this, text, thread] {
+        running.emplace_back([&, thread] {
+            together.arrive_and_wait();
             for (size_t round = 0; round < rounds; ++round)
                 logMessage("t", text(thread, round).c_str());
         });
