@@ -46,11 +46,12 @@ TEST(InstructionProbe, SurvivesWhatTheInstructionRaises)
 
 TEST(Processor, AgreesWithItsOwnInstruction)
 {
-    unsigned leaf0[4] = {0, 9, 0, 9}, leaf1[4] = {1, 9, 0, 9}, extended[4] = {0x80000000, 0, 0, 0}, expected[4];
-    for (unsigned *registers : {leaf0, leaf1, extended})
+    unsigned leaf0[4] = {0, 9, 0, 9}, leaf1[4] = {1, 9, 0, 9}, extended[4] = {0x80000000, 0, 0, 0},
+             subleaf[4] = {13, 0, 1, 0}, expected[4];
+    for (unsigned *registers : {leaf0, leaf1, extended, subleaf})
         Kucpuid32(registers);
-    __cpuid(0, expected[0], expected[1], expected[2], expected[3]);
-    EXPECT_EQ(std::memcmp(leaf0, expected, sizeof expected), 0);
+    __cpuid_count(13, 1, expected[0], expected[1], expected[2], expected[3]);
+    EXPECT_EQ(std::memcmp(subleaf, expected, sizeof expected), 0);
     EXPECT_EQ(Kucpuid_supported(), static_cast<int>(leaf0[0]));
 
     char vendor[13] = "????????????";
