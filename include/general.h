@@ -10,6 +10,8 @@
 #include "general/cache.h"
 #include "general/cbuf.h"
 #include "general/chrono.h"
+#include "general/dynld.h"
+#include "general/errortext.h"
 #include "general/fp.h"
 #include "general/geometry.h"
 #include "general/getopt.h"
