@@ -23,4 +23,11 @@
 #define GENERAL_API extern GENERAL_IMPORT_EXPORT
 #endif
 
+// Lets the compiler check the arguments of a function in the manner of printf.
+#ifdef __GNUC__
+#define GENERAL_PRINTF_LIKE(format, first) __attribute__((__format__(__printf__, format, first)))
+#else
+#define GENERAL_PRINTF_LIKE(format, first)
+#endif
+
 #endif

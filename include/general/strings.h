@@ -10,12 +10,6 @@
 
 #include "general/api.h"
 
-#ifdef __GNUC__
-#define GENERAL_PRINTF_LIKE(format, first) __attribute__((__format__(__printf__, format, first)))
-#else
-#define GENERAL_PRINTF_LIKE(format, first)
-#endif
-
 /// Hashes a string to 8 bits (P. K. Pearson, 1990): h = table[h XOR byte] for each byte, from h = 0.
 /// @param string  null counts as the empty string
 /// @param table   a permutation of 0 to 255; null for the built-in one, which makes 154 of "a"

@@ -1,0 +1,123 @@
+#include "base/crt_stdio.h"
+
+#include "base/module_id.h"
+#include "diag/log_backend.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <string.h>
+#include <time.h>
+#include <windows.h>
+
+GENERAL_MODULE_ID("$Id$");
+
+namespace general {
+
+namespace {
+
+constexpr size_t nameSize = 32;
+char logName[nameSize];
+FILE *logFile;
+
+constexpr const char *defaultPath = R"(c:\tmp\local7.info)";
+
+/// Month, day and time, as in "Jan  1 12:30:00": a part of the runtime's standard time text.
+constexpr size_t timeStart = 4;
+constexpr size_t timeLength = 15;
+
+/// Lines whose parts are no longer than this together are written in one piece.
+constexpr size_t longestShortLine = 128;
+
+/// Reads the file's path from the registry.
+/// @param path  registryTextSize bytes and one for a terminating zero
+bool readPath(char *path)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\KLT\QVS)", 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS)
+        return false;
+    DWORD size = registryTextSize;
+    LSTATUS status = RegQueryValueExA(key, "LogFileName", nullptr, nullptr, reinterpret_cast<BYTE *>(path), &size);
+    RegCloseKey(key);
+    if (status != ERROR_SUCCESS || size < leastTextSize)
+        return false;
+    path[size] = '\0';
+    return true;
+}
+
+void open(const char *name)
+{
+    strncpy(logName, name, nameSize - 1);
+    logName[nameSize - 1] = '\0';
+    char path[registryTextSize + 1];
+    if (!readPath(path))
+        strcpy(path, defaultPath);
+    int mask = _umask(0); // any user may write to the log
+    logFile = fopen(path, "a");
+    _umask(mask);
+}
+
+void close()
+{
+    if (logFile != nullptr)
+        fclose(logFile);
+    logFile = nullptr;
+}
+
+void copyTime(char *text)
+{
+    time_t now = time(nullptr);
+    const char *standard = ctime(&now);
+    memcpy(text, standard == nullptr ? "--- -- --:--:--" : standard + timeStart, timeLength);
+    text[timeLength] = '\0';
+}
+
+/// Writes a line in one piece.
+/// @return false, with nothing written, if it is too long for that
+bool writeShortLine(const char *format, const char *now, const char *first, const char *second)
+{
+    if (strlen(logName) + strlen(format) + strlen(first) + strlen(second) + timeLength > longestShortLine)
+        return false;
+    constexpr size_t punctuation = sizeof " : \n";
+    char line[longestShortLine + punctuation];
+    int prefix = sprintf(line, "%s %s: ", now, logName);
+    size_t left = sizeof line - 1 - static_cast<size_t>(prefix);
+    int message = _snprintf(line + prefix, left, format, first, second);
+    if (message < 0 || static_cast<size_t>(message) > left)
+        return false;
+    size_t length = static_cast<size_t>(prefix + message);
+    line[length] = '\n';
+    fwrite(line, 1, length + 1, logFile);
+    return true;
+}
+
+void writeLine(const char *format, const char *first, const char *second)
+{
+    char now[timeLength + 1];
+    copyTime(now);
+    fseek(logFile, 0, SEEK_END);
+    if (format == nullptr) {
+        fprintf(logFile, "%s %s:\n", now, logName);
+    } else if (!writeShortLine(format, now, first, second)) {
+        fprintf(logFile, "%s %s: ", now, logName);
+        fprintf(logFile, format, first, second);
+        fputc('\n', logFile);
+    }
+    fflush(logFile);
+}
+
+/// Holds the stream for a whole line, against other threads.
+void write(uint16_t, const char *format, const char *first, const char *second)
+{
+    FILE *stream = logFile;
+    if (stream == nullptr)
+        return;
+    _lock_file(stream);
+    writeLine(format, first, second == nullptr ? "" : second);
+    _unlock_file(stream);
+}
+
+} // namespace
+
+const LogBackend fileLogBackend = {open, close, write};
+
+} // namespace general

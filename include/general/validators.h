@@ -1,0 +1,95 @@
+/// @file
+/// Yes-or-no tests: of textual option values, paths, host names, and the running system's version.
+///
+/// Not 0 means yes. Digits and letters are what the C runtime takes for such in its current locale.
+/// A null pointer is never a yes.
+
+#ifndef GENERAL_VALIDATORS_H
+#define GENERAL_VALIDATORS_H
+
+#include "general/api.h"
+
+/// The room that isloadable needs for a directory, in bytes.
+#define ISLOADABLE_DIR_SIZE 512
+
+/// Tells whether a string is a whole number: an optional `-`, then digits.
+/// @return 1 or 0; no `+`, no white space
+GENERAL_API int isinteger(const char *s);
+
+/// Tells whether a string is a whole number without sign: digits only.
+/// @return 1 or 0
+GENERAL_API int isnatural(const char *s);
+
+/// Tells whether a string is a real number: an optional `-`, then digits with at most one `.` among
+/// them. No exponent, no `+`, no white space. Callers rely on `.` and `-.` being accepted.
+/// @return 1 or 0
+GENERAL_API int isreal(const char *s);
+
+/// Reads a boolean word, ignoring case: on, yes, true or 1; off, no, false or 0.
+/// @param value_out  receives 1 or 0; untouched if s is no such word
+/// @return 1 or 0
+GENERAL_API int isboolean(const char *s, int *value_out);
+
+/// Reads a size: a number as strtol does with base 0 (white space and a sign before it, 0x for
+/// hexadecimal, 0 for octal), multiplied by 1024 if `K` or `k` follows it, by 1048576 if `M` or `m`
+/// does. Whatever else follows is ignored: "12abc" is 12.
+/// @param size_out  receives the size modulo 2^32, untouched if there is no number; may be null
+/// @return 1, or 0 if s does not start with a number
+GENERAL_API int issize(const char *s, unsigned *size_out);
+
+/// Tells whether a string is an identifier: a letter or `_`, then letters, digits and `_`.
+/// @return the string's length, or 0
+GENERAL_API int isident(const char *s);
+
+#ifdef _WIN32
+
+/// Tells whether a path exists and is a directory.
+/// @param ignored  any value
+/// @return 1; 0 also if the path cannot be queried
+GENERAL_API int isdirectory(const char *path, int ignored);
+
+/// Tells whether a path exists and is no directory.
+/// @param ignored  any value
+/// @return 1; 0 also if the path cannot be queried
+GENERAL_API int isfile(const char *path, int ignored);
+
+/// Tells whether a host name or a dotted IPv4 address is this machine: whether the official name
+/// that the system's look-up gives, up to its first `.`, is this machine's host name, in the same
+/// case. A look-up may ask the network and take as long as that does. Winsock is loaded on first use,
+/// and started for the length of the call.
+/// @param host  what holds a `.` and starts with a digit is an address; it is looked up by address,
+///              and the name found by name
+/// @return 1; 0 also if a look-up fails
+GENERAL_API int islocal(const char *host);
+
+/// Finds a file on the system's standard search path: the program's directory, the current one, the
+/// system's, and those of PATH.
+/// @param file     the name with its extension, none is added; or a path
+/// @param dir_out  ISLOADABLE_DIR_SIZE bytes; receives the file's directory without a separator at
+///                 the end ("C:" for a root directory), then zeros. Unspecified if the result is 0
+/// @return 1; 0 also if the path takes more than dir_out
+GENERAL_API int isloadable(const char *file, char *dir_out);
+
+// The version tests read the system's version on their first call and keep the answer. It is what
+// the system tells this program, which may be less than the truth for programs in a compatibility
+// mode. Systems other than these four, and later ones, make all four 0.
+
+/// Tells whether this is Windows 95 or one of its family.
+/// @return 1 or 0
+GENERAL_API int iswin95(void);
+
+/// Tells whether this is Windows NT 4.0.
+/// @return 1 or 0; on the Windows 95 family -1, which is not 0 either: ask iswin95 first
+GENERAL_API int iswinNT(void);
+
+/// Tells whether this is Windows 2000 (5.0).
+/// @return 1 or 0
+GENERAL_API int iswin2K(void);
+
+/// Tells whether this is Windows XP (5.1).
+/// @return 1 or 0
+GENERAL_API int iswinXP(void);
+
+#endif
+
+#endif
