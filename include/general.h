@@ -30,6 +30,7 @@
 #include "general/shmqueue.h"
 #include "general/spline.h"
 #include "general/stack.h"
+#include "general/stacktrace.h"
 #include "general/strings.h"
 #include "general/strlist.h"
 #include "general/strvec.h"
