@@ -19,6 +19,7 @@
 #include "general/glob.h"
 #include "general/keycall.h"
 #include "general/list.h"
+#include "general/mail.h"
 #include "general/map.h"
 #include "general/message_log.h"
 #include "general/perf.h"
