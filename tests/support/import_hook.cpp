@@ -46,7 +46,8 @@ void store(void **entry, void *function)
 
 } // namespace
 
-ImportHook::ImportHook(const char *name, void *replacement) : entry_(findEntry(GetModuleHandleA("general.dll"), name))
+ImportHook::ImportHook(const char *name, void *replacement, void *module, int)
+    : entry_(findEntry(module == nullptr ? GetModuleHandleA("general.dll") : static_cast<HMODULE>(module), name))
 {
     if (entry_ == nullptr) {
         std::fprintf(stderr, "general.dll does not import %s\n", name);

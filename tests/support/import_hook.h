@@ -15,8 +15,10 @@ public:
     /// @param name         the imported function's name, e.g. "CreateEventA". A name that
     ///                     general.dll does not import ends the test program with a message
     /// @param replacement  a function of exactly the imported one's type and calling convention
+    /// @param module       another copy of the library, such as FreshLibrary's; null for general.dll
     template<typename Function>
-    ImportHook(const char *name, Function *replacement) : ImportHook(name, reinterpret_cast<void *>(replacement))
+    ImportHook(const char *name, Function *replacement, void *module = nullptr)
+        : ImportHook(name, reinterpret_cast<void *>(replacement), module, 0)
     {
     }
     ~ImportHook();
@@ -31,7 +33,7 @@ public:
     }
 
 private:
-    ImportHook(const char *name, void *replacement);
+    ImportHook(const char *name, void *replacement, void *module, int);
 
     void **entry_;
     void *original_;
