@@ -34,7 +34,8 @@ uint32_t number(const void *pointer)
 std::array<uint32_t, 64> addresses;
 std::array<QVSTraceEntry, 64> entries;
 uint32_t returnAddress; ///< of the function that took the last trace
-int traceLine, taken;
+int traceLine;
+volatile int taken; // stored on the line of the call, which is thus where the call returns to
 
 [[gnu::noinline]] int takeAddresses(int max)
 {
@@ -48,7 +49,7 @@ int traceLine, taken;
 {
     returnAddress = number(__builtin_return_address(0));
     traceLine = __LINE__ + 1;
-    taken = QVSgetStackTraceWithSyms(entries.data(), max); // the store is what it returns to, on the same line
+    taken = QVSgetStackTraceWithSyms(entries.data(), max);
     return taken;
 }
 
