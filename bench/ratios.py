@@ -18,6 +18,11 @@ def readable(nanoseconds):
     return f"{nanoseconds:.3g} ns"
 
 
+def load(path):
+    with open(path, encoding="utf-8") as file:
+        return json.load(file)
+
+
 def rows_of(report):
     medians = any(run.get("aggregate_name") == "median" for run in report["benchmarks"])
     rows = {}
@@ -58,8 +63,7 @@ def table_of(rows):
 
 def main():
     for path in sys.argv[1:]:
-        with open(path, encoding="utf-8") as file:
-            lines, missed = table_of(rows_of(json.load(file)))
+        lines, missed = table_of(rows_of(load(path)))
         print("\n".join(lines))
         print(f"\n{missed} rows below their aim" if missed else "\nEvery row reaches its aim")
 

@@ -25,6 +25,9 @@ target_link_libraries(general_library_options INTERFACE general_options)
 target_compile_options(general_library_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 if(WIN32)
+    # Nothing throws through the library, so nothing unwinds it: debuggers read .debug_frame instead.
+    target_compile_options(general_library_options INTERFACE
+        $<$<COMPILE_LANGUAGE:CXX>:-fno-asynchronous-unwind-tables>)
     # Callers guarantee a stack aligned to 4 bytes and no more.
     target_compile_options(general_library_options INTERFACE
         -mincoming-stack-boundary=2 -mpreferred-stack-boundary=2)

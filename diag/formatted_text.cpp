@@ -41,7 +41,7 @@ bool FormattedText::reserve(size_t extra)
     if (needed <= room_)
         return true;
     bool isInside = text_ == inside_;
-    auto *larger = static_cast<char *>(realloc(isInside ? nullptr : text_, needed));
+    auto *larger = static_cast<char *>(isInside ? malloc(needed) : realloc(text_, needed));
     if (larger == nullptr)
         return false;
     if (isInside)

@@ -244,9 +244,26 @@ double integrationStep(const Spline1 *spline)
     return std::max(step, std::min(1.0, range / mostEvaluations));
 }
 
+/// Refers to a function that takes lengths one by one. Its type is not part of this one, so that each
+/// integration is compiled once for all that use it.
+class LengthSink {
+public:
+    template<typename Function>
+    explicit LengthSink(Function &function)
+        : function_(&function), call_([](void *target, double length) { (*static_cast<Function *>(target))(length); })
+    {
+    }
+
+    void operator()(double length) const { call_(function_, length); }
+
+private:
+    void *function_;
+    void (*call_)(void *function, double length);
+};
+
 /// Midpoint rule over [from, to]: hands `count` cumulative lengths, at equal distances, to `sink`.
-template<int Points, int Dimension, typename Sink>
-void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count, double step, Sink sink)
+template<int Points, int Dimension>
+void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count, double step, LengthSink sink)
 {
     Derivative<Points, Dimension> derivative(spline);
     double distance = (to - from) / count;
@@ -268,8 +285,8 @@ void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count
 
 /// A polygon's speed is constant between control points. Splitting the substeps there makes the
 /// midpoint rule exact, whatever the step.
-template<int Dimension, typename Sink>
-void addUpPolygon(const Spline1 *spline, double from, double to, int32_t count, Sink sink)
+template<int Dimension>
+void addUpPolygon(const Spline1 *spline, double from, double to, int32_t count, LengthSink sink)
 {
     Derivative<2, Dimension> derivative(spline);
     double distance = (to - from) / count;
@@ -287,8 +304,7 @@ void addUpPolygon(const Spline1 *spline, double from, double to, int32_t count, 
     }
 }
 
-template<typename Sink>
-void integrate(const Spline1 *spline, double from, double to, int32_t count, double step, Sink sink)
+void integrateInto(const Spline1 *spline, double from, double to, int32_t count, double step, LengthSink sink)
 {
     forShape(spline, [&]<int Points, int Dimension>() {
         if constexpr (Points == 2)
@@ -296,6 +312,12 @@ void integrate(const Spline1 *spline, double from, double to, int32_t count, dou
         else
             integrateSpeed<Points, Dimension>(spline, from, to, count, step, sink);
     });
+}
+
+template<typename Function>
+void integrate(const Spline1 *spline, double from, double to, int32_t count, double step, Function take)
+{
+    integrateInto(spline, from, to, count, step, LengthSink(take));
 }
 
 struct Sample {

@@ -2,6 +2,8 @@
 
 #include "spline/evaluator.h"
 
+#include <utility>
+
 #include <math.h>
 #include <stdlib.h>
 
@@ -183,8 +185,9 @@ private:
         bool hasAfter = spans_.index(place.span, 2) > current;
         float *before = scratch;
         float *after = scratch + Dimension;
-        point(hasBefore ? place.u - 1 : place.u, before);
-        point(hasAfter ? place.u + 1 : place.u, after);
+        for (auto [parameter, result] :
+             {std::pair(hasBefore ? place.u - 1 : place.u, before), std::pair(hasAfter ? place.u + 1 : place.u, after)})
+            point(parameter, result);
         double advance = 0;
         for (int c = 0; c < Dimension; ++c)
             advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(before[c]));

@@ -31,10 +31,12 @@ GENERAL_API Action *ActionCreate(void);
 
 /// Frees the registry and its entries; while an ActionDo runs on it, as soon as the outermost returns.
 /// Nothing marks a destroyed registry: do not use it again.
+/// @param action  a live registry
 /// @return ACTION_OK or ACTION_BAD_HANDLE
 GENERAL_API uint32_t ActionDestroy(Action *action);
 
 /// Appends an entry, in time linear in the number of entries.
+/// @param action    a live registry
 /// @param callback  what to invoke; null for an entry that does nothing
 /// @param userData  handed to it
 /// @return the entry's id, 1 or more and never given twice; 0 if the registry is not live, memory is
@@ -42,25 +44,32 @@ GENERAL_API uint32_t ActionDestroy(Action *action);
 GENERAL_API int32_t ActionAdd(Action *action, ActionCallback callback, void *userData);
 
 /// Removes the entry with an id.
+/// @param action  a live registry
+/// @param id      what ActionAdd gave
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
 GENERAL_API uint32_t ActionRmv(Action *action, int32_t id);
 
 /// Removes the first entry with a callback.
+/// @param action    a live registry
+/// @param callback  the callback as it was added
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
 GENERAL_API uint32_t ActionRmvCall(Action *action, ActionCallback callback);
 
 /// Removes every entry.
+/// @param action  a live registry
 /// @return ACTION_OK or ACTION_BAD_HANDLE
 GENERAL_API uint32_t ActionRmvAll(Action *action);
 
 /// Invokes every entry.
+/// @param action  a live registry
 /// @param first   handed to each callback
 /// @param second  handed to each callback
 /// @return ACTION_OK or ACTION_BAD_HANDLE
 GENERAL_API uint32_t ActionDo(Action *action, void *first, void *second);
 
 /// Counts the entries that have not been removed.
-/// @param count  receives their number
+/// @param action  a live registry
+/// @param count   receives their number
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY (count is null), looked for in that order
 GENERAL_API uint32_t ActionCount(const Action *action, uint32_t *count);
 

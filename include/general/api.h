@@ -9,6 +9,7 @@
 
 #include <stdint.h>
 
+/// @cond
 #if !defined(_WIN32) || defined(GENERAL_STATIC)
 #define GENERAL_IMPORT_EXPORT
 #elif defined(GENERAL_BUILDING_DLL)
@@ -29,5 +30,6 @@
 #else
 #define GENERAL_PRINTF_LIKE(format, first)
 #endif
+/// @endcond
 
 #endif

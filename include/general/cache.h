@@ -43,7 +43,9 @@ GENERAL_API Cache *CacheCreate(int32_t size, CacheMake make, CacheDispose dispos
 
 /// Finds a key's value, or makes it, and takes a reference on it. A value that has to give way is
 /// disposed of first.
+/// @param cache     a live cache
 /// @param key       length bytes, which are copied
+/// @param length    the key's length in bytes
 /// @param value     receives the value; untouched on failure; not null
 /// @param argument  handed to the callback that makes the value
 /// @return CACHE_OK, CACHE_BAD_HANDLE or CACHE_NO_MEMORY. When a longer key cannot be copied, its slot
@@ -54,15 +56,22 @@ GENERAL_API uint32_t CacheAccess(Cache *cache, const void *key, uint32_t length,
 ///
 /// This looks at the keys of all slots, also of those whose value is gone and of those never used,
 /// which hold four zero bytes: such a slot answers CACHE_NO_REFERENCE.
+/// @param cache   a live cache
+/// @param key     length bytes
+/// @param length  the key's length in bytes
 /// @return CACHE_OK, CACHE_BAD_HANDLE, CACHE_NO_ENTRY or CACHE_NO_REFERENCE
 GENERAL_API uint32_t CacheFinish(Cache *cache, const void *key, int32_t length);
 
 /// Disposes of a key's value, referenced or not, and frees its slot. Looks keys up as CacheFinish
 /// does; a slot without a value answers CACHE_OK.
+/// @param cache   a live cache
+/// @param key     length bytes
+/// @param length  the key's length in bytes
 /// @return CACHE_OK, CACHE_BAD_HANDLE or CACHE_NO_ENTRY
 GENERAL_API uint32_t CacheRemove(Cache *cache, const void *key, int32_t length);
 
 /// Disposes of every value, referenced or not, in the order of the slots, and frees the cache.
+/// @param cache  a live cache
 /// @return CACHE_OK or CACHE_BAD_HANDLE
 GENERAL_API uint32_t CacheDelete(Cache *cache);
 

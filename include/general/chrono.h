@@ -25,13 +25,13 @@ typedef struct ChronoRec {
 
 /// A local date and time of day.
 typedef struct ChronoLocal {
-    uint32_t year;
-    uint32_t month;     ///< 1 to 12
-    uint32_t dayOfWeek; ///< 0 is Sunday
-    uint32_t day;       ///< of the month, from 1
-    uint32_t hour;      ///< 0 to 23
-    uint32_t minute;
-    uint32_t second;
+    uint32_t year;        ///< with the century
+    uint32_t month;       ///< 1 to 12
+    uint32_t dayOfWeek;   ///< 0 is Sunday
+    uint32_t day;         ///< of the month, from 1
+    uint32_t hour;        ///< 0 to 23
+    uint32_t minute;      ///< 0 to 59
+    uint32_t second;      ///< 0 to 59
     uint32_t microsecond; ///< a multiple of 1000: the system counts milliseconds
 } ChronoLocal;
 
@@ -65,6 +65,7 @@ GENERAL_API uint64_t ChronoTicks(ChronoRec *stopwatch, int restart);
 GENERAL_API double ChronoTime(ChronoRec *stopwatch, int restart);
 
 /// Converts ticks, taken as an unsigned number, to seconds.
+/// @param ticks  a difference of two ChronoTicks
 /// @return seconds; 0 for any number of ticks until ChronoInit, ChronoNow, ChronoTicks or ChronoTime
 ///         has been called once in the process
 GENERAL_API double ChronoSecs(uint64_t ticks);

@@ -25,6 +25,9 @@ GENERAL_API void qvs_debug_log(const char *who, const char *format, ...) GENERAL
 
 /// Reports an assertion that does not hold, through qvs_debug:
 /// "WHO: QVS assertion failed: (EXPRESSION) at line LINE" and a newline. Then returns.
+/// @param expression  what does not hold
+/// @param who         who reports
+/// @param line        the line number of the assertion
 GENERAL_API void qvs_assert(const char *expression, const char *who, int line);
 
 #endif

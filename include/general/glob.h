@@ -61,6 +61,7 @@ GENERAL_API int GlobCheck(const char *pattern, int *flags);
 GENERAL_API int GlobEval(const char *string, const char *pattern);
 
 /// Describes a result of GlobCheck.
+/// @param status  what a call returned
 /// @return a constant text, never null; "<unknown status>" for a number that is no GlobStat
 GENERAL_API const char *GlobError(int status);
 

@@ -26,14 +26,17 @@ typedef enum KeyCallStat {
 GENERAL_API KeyCall *KeyCallCreate(void);
 
 /// Frees the registry and its entries.
+/// @param registry  a live registry
 /// @return KEYCALL_OK or KEYCALL_BAD_HANDLE
 GENERAL_API uint32_t KeyCallDestroy(KeyCall *registry);
 
 /// Gives out a fresh key: 1, 2, 3 ...
+/// @param registry  a live registry
 /// @return the key; 0 if the registry is not live
 GENERAL_API uint32_t KeyCallNext(KeyCall *registry);
 
 /// Appends an entry, in time linear in the number of entries. Keys may repeat.
+/// @param registry  a live registry
 /// @param key       any number
 /// @param callback  stored as given
 /// @param data      stored as given
@@ -41,19 +44,35 @@ GENERAL_API uint32_t KeyCallNext(KeyCall *registry);
 GENERAL_API uint32_t KeyCallAdd(KeyCall *registry, uint32_t key, void *callback, void *data);
 
 /// Removes the first entry with a key and hands it out.
+/// @param registry  a live registry
+/// @param key       the key looked for
+/// @param callback  receives what was stored
+/// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY
 GENERAL_API uint32_t KeyCallRmv(KeyCall *registry, uint32_t key, void **callback, void **data);
 
 /// Removes the oldest entry and hands it out.
+/// @param registry  a live registry
+/// @param key       receives its key
+/// @param callback  receives what was stored
+/// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY
 GENERAL_API uint32_t KeyCallRmvAny(KeyCall *registry, uint32_t *key, void **callback, void **data);
 
 /// Shows the first entry with a key. It stays.
+/// @param registry  a live registry
+/// @param key       the key looked for
+/// @param callback  receives what was stored
+/// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY
 GENERAL_API uint32_t KeyCallGet(const KeyCall *registry, uint32_t key, void **callback, void **data);
 
 /// Shows the entry at an index. It stays.
-/// @param index  0 is the oldest entry
+/// @param registry  a live registry
+/// @param index     0 is the oldest entry
+/// @param key       receives its key
+/// @param callback  receives what was stored
+/// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY (also for a negative index)
 GENERAL_API uint32_t KeyCallGetI(const KeyCall *registry, int32_t index, uint32_t *key, void **callback, void **data);
 

@@ -20,17 +20,17 @@
 
 /// The two links that every node begins with.
 typedef struct ListNode {
-    struct ListNode *next;
-    struct ListNode *previous;
+    struct ListNode *next;     ///< towards the end
+    struct ListNode *previous; ///< towards the beginning
 } ListNode;
 
 /// A list. Callers read `links` (`next` is the first node, `previous` the last, both the handle
 /// itself when the list is empty) and leave the rest alone.
 typedef struct List {
-    ListNode links;
-    uint32_t nodeSize;
-    ListNode *spares;
-    uint32_t magic;
+    ListNode links;    ///< first and last node
+    uint32_t nodeSize; ///< bytes per node
+    ListNode *spares;  ///< nodes to hand out again, chained by their first link
+    uint32_t magic;    ///< what tells a live list
 } List;
 
 /// Makes an empty list.
@@ -40,11 +40,13 @@ typedef struct List {
 GENERAL_API List *ListMake(uint32_t nodeSize);
 
 /// Frees every node on the list, every spare node and the list itself.
+/// @param list  a live list
 /// @return 1, or 0 for a null handle or one that is not a live list
 GENERAL_API int ListDestroy(List *list);
 
 /// Hands out a node that is on no list: the one that ListFreeNode was given last if there is a
 /// spare, a new block otherwise. Its contents are not cleared.
+/// @param list  a live list
 /// @return nodeSize bytes that belong to the list; null if the handle is null or not a live list, or
 ///         if memory is exhausted
 GENERAL_API void *ListMakeNode(List *list);
@@ -61,6 +63,7 @@ GENERAL_API void ListInsert(ListNode *position, ListNode *node);
 
 /// Unlinks a node from the list that holds it. The node's own links are left as they were. Nothing
 /// is checked.
+/// @param node  a node that is on a list
 GENERAL_API void ListRmvItem(ListNode *node);
 
 #endif

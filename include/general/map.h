@@ -31,26 +31,35 @@ enum { MAP_ERROR_NO_MEMORY = 12, MAP_ERROR_INVALID_ARGUMENT = 22 };
 GENERAL_API Map *MapCreate(uint32_t bucketCount);
 
 /// Frees the map and its entries.
+/// @param map  a live map
 /// @return MAP_OK or MAP_BAD_HANDLE
 GENERAL_API uint32_t MapDestroy(Map *map);
 
 /// Adds an entry, in constant time on average. There is no check for duplicates: a second entry with
 /// the same key hides the first from MapFind, until the buckets next double: that turns chains
 /// round, and the older entry is found.
+/// @param map    a live map
+/// @param key    any 32-bit value
+/// @param value  any 32-bit value
 /// @return MAP_OK, MAP_BAD_HANDLE or MAP_NO_MEMORY. With MAP_NO_MEMORY nothing is added, and yet the
 ///         count that MapSize reports is one higher from then on
 GENERAL_API uint32_t MapAdd(Map *map, uint32_t key, uint32_t value);
 
 /// Finds the value of a key, in constant time on average.
+/// @param map    a live map
+/// @param key    the key looked for
 /// @param value  receives the value; not null
 /// @return MAP_OK; MAP_BAD_HANDLE or MAP_NOT_FOUND with value untouched
 GENERAL_API uint32_t MapFind(const Map *map, uint32_t key, uint32_t *value);
 
 /// Removes every entry with a key, duplicates included.
+/// @param map  a live map
+/// @param key  the key looked for
 /// @return MAP_OK if there was at least one, MAP_BAD_HANDLE or MAP_NOT_FOUND
 GENERAL_API uint32_t MapRemove(Map *map, uint32_t key);
 
 /// Begins an iteration. The order is that of the buckets, which says nothing about the keys.
+/// @param map    a live map
 /// @param key    receives the first entry's key; not null
 /// @param value  receives its value; not null
 /// @return MAP_OK; MAP_NOT_FOUND with both set to 0 if the map is empty; MAP_BAD_HANDLE with both
@@ -60,6 +69,7 @@ GENERAL_API uint32_t MapFirst(const Map *map, uint32_t *key, uint32_t *value);
 /// Takes an iteration one step on. Entries other than the current one may be removed on the way;
 /// entries that are added may double the buckets, which changes the order. A map that holds
 /// duplicates is iterated for ever: each duplicate leads to the successor of the first.
+/// @param map         a live map
 /// @param currentKey  the key that the last step gave
 /// @param key         receives the next entry's key; not null
 /// @param value       receives its value; not null
@@ -68,6 +78,7 @@ GENERAL_API uint32_t MapFirst(const Map *map, uint32_t *key, uint32_t *value);
 GENERAL_API uint32_t MapNext(const Map *map, uint32_t currentKey, uint32_t *key, uint32_t *value);
 
 /// The number of entries, plus one for each MapAdd that found memory exhausted.
+/// @param map  a live map
 /// @return the count; 0 if the map is null or not live
 GENERAL_API int32_t MapSize(const Map *map);
 

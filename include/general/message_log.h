@@ -26,6 +26,7 @@ GENERAL_API void LogMessage(const char *who, const char *text);
 
 /// Logs a message that is formatted in the manner of printf, by the system's C runtime. Its length is
 /// not limited; only when memory is exhausted is it cut to 1023 characters.
+/// @param who     who reports; null stands for the empty string
 /// @param format  null logs an empty text
 GENERAL_API void LogPrintf(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
 

@@ -25,25 +25,25 @@ typedef enum PerfStat {
     PERF_NO_SEGMENT = 3 ///< the segment could not be created
 } PerfStat;
 
-/// Describes one counter to PerfInit. The reserved fields are not looked at.
+/// Describes one counter to PerfInit.
 typedef struct PerfCounterDef {
-    uint32_t id;
-    uint32_t reserved2;
-    uint32_t reserved3;
-    uint32_t isPrivate; ///< not 0: the counter is counted in recordCount, but not published
-    uint32_t reserved5;
-    uint32_t initialValue;
+    uint32_t id;           ///< names the counter to readers and to PerfSetValue
+    uint32_t reserved2;    ///< not looked at
+    uint32_t reserved3;    ///< not looked at
+    uint32_t isPrivate;    ///< not 0: the counter is counted in recordCount, but not published
+    uint32_t reserved5;    ///< not looked at
+    uint32_t initialValue; ///< what readers see first
 } PerfCounterDef;
 
-/// Describes a group of counters to PerfInit. The reserved fields are not looked at.
+/// Describes a group of counters to PerfInit.
 typedef struct PerfObjectDef {
-    uint32_t reserved1;
-    uint32_t reserved2;
-    uint32_t reserved3;
-    const PerfCounterDef *counters;
-    uint32_t counterCount;
-    uint32_t reserved6;
-    uint32_t reserved7;
+    uint32_t reserved1;             ///< not looked at
+    uint32_t reserved2;             ///< not looked at
+    uint32_t reserved3;             ///< not looked at
+    const PerfCounterDef *counters; ///< counterCount descriptions
+    uint32_t counterCount;          ///< how many counters are described
+    uint32_t reserved6;             ///< not looked at
+    uint32_t reserved7;             ///< not looked at
 } PerfObjectDef;
 
 /// The head of the segment.
@@ -54,9 +54,9 @@ typedef struct PerfSegment {
 
 /// One published counter in the segment.
 typedef struct PerfRecord {
-    uint32_t id;
+    uint32_t id;     ///< as it was described
     uint32_t length; ///< bytes from this record to the next: 12
-    uint32_t value;
+    uint32_t value;  ///< the present value
 } PerfRecord;
 
 /// Creates the segment and fills it with every counter's initial value, object by object.
@@ -66,17 +66,22 @@ typedef struct PerfRecord {
 /// else still holds open is taken over, provided that it is large enough.
 /// @param name         name of the segment, not null
 /// @param objects      objectCount descriptions, which are not needed after the call
+/// @param objectCount  how many objects are described
 /// @return PERF_OK; PERF_NO_SEGMENT when the system refuses the segment, when name, objects or an
 ///         object's counters are null (with a count above 0), or when the segment's size or count
 ///         exceeds 32 bits
 GENERAL_API int PerfInit(const char *name, const PerfObjectDef *objects, uint32_t objectCount);
 
 /// Sets the first counter that has this identifier. Nothing happens when there is none or no segment.
+/// @param id     the identifier that the counter was described with
+/// @param value  the new value
 /// @return 0
 GENERAL_API int PerfSetValue(uint32_t id, uint32_t value);
 
 /// Adds to the first counter that has this identifier, modulo 2 to the 32nd: 0xFFFFFFFF takes 1 off.
 /// Nothing happens when there is none or no segment.
+/// @param id     the identifier that the counter was described with
+/// @param delta  what is added, modulo 2 to the 32nd
 /// @return 0
 GENERAL_API int PerfApplyDelta(uint32_t id, uint32_t delta);
 

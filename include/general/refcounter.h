@@ -22,18 +22,22 @@ typedef void (*RefCounterRelease)(void *value, void *context);
 /// @return the counter, which its last release frees; null if memory is exhausted
 GENERAL_API RefCounter *RefCounterCreate(void *value, RefCounterRelease release, void *context);
 
+/// @param counter  a live counter
 /// @return the value
 GENERAL_API void *RefCounterGetValue(const RefCounter *counter);
 
+/// @param counter  a live counter
 /// @return the number of references
 GENERAL_API uint32_t RefCounterGetReferenceCount(const RefCounter *counter);
 
 /// Takes one more reference.
+/// @param counter  a live counter
 /// @return the counter
 GENERAL_API RefCounter *RefCounterAddReference(RefCounter *counter);
 
 /// Drops one reference. With the last one the callback runs, and then the counter is freed. A release
 /// from inside the callback does nothing.
+/// @param counter  a live counter
 GENERAL_API void RefCounterReleaseReference(RefCounter *counter);
 
 #endif

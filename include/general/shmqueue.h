@@ -67,6 +67,7 @@ GENERAL_API ShmQueue *ShmQueueListen(const char *name);
 
 /// Connects to the listener of a name, and waits until the request is accepted: without limit for as
 /// long as the listener has not been destroyed.
+/// @param name  what the server listens under, at most 15 characters
 /// @return this end of the connection, which the caller hands to ShmQueueDestroy; null if the name is
 ///         null or longer than 15 characters, if nobody listens on it or the listener is destroyed, if
 ///         its request ring is full, if the accepting side failed to set the connection up or set it up
@@ -94,6 +95,7 @@ GENERAL_API ShmQueue *ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32
 ///
 /// Not to be called from a DllMain: it waits for the end of the thread that watches the client. Destroy
 /// every connection before the library is unloaded.
+/// @param queue  a live connection or listener
 /// @return SHMQUEUE_OK; SHMQUEUE_BAD_HANDLE if the handle is not live, or if the mutex or the thread
 ///         could not be waited for. In the latter case nothing is freed, the handle is still live, and
 ///         a second call will usually succeed
@@ -103,10 +105,12 @@ GENERAL_API uint32_t ShmQueueDestroy(ShmQueue *queue);
 /// HKEY_LOCAL_MACHINE\\Software\\Borvik\\FastConnection says so: its default value must be "on", and no
 /// value called exactly like the name may be "off". Case counts in the names and not in the data. Values
 /// listed behind one whose name has 16 or more characters are not seen.
+/// @param name  the name of a queue
 /// @return 1 or 0
 GENERAL_API int ShmQueueEnabled(const char *name);
 
 /// Adds bytes to the outgoing ring, as many as fit.
+/// @param queue   a live connection
 /// @param data    *length bytes
 /// @param length  in: how many bytes to add; out: how many were added, untouched unless the result is
 ///                SHMQUEUE_OK
@@ -117,9 +121,10 @@ GENERAL_API int ShmQueueEnabled(const char *name);
 GENERAL_API uint32_t ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *length);
 
 /// Removes bytes from the incoming ring, as many as it holds.
+/// @param queue   a live connection
 /// @param buffer  room for *length bytes
-/// @param length  in: how many bytes to remove at most; out: how many were removed, 0 when there
-///                were none
+/// @param length  in: how many bytes to remove at most; out: how many were removed, 0 when there were
+///                none
 /// @return SHMQUEUE_OK (at once for a length of 0); SHMQUEUE_BAD_HANDLE; when the ring holds nothing,
 ///         SHMQUEUE_CLOSED if the connection was destroyed and SHMQUEUE_EMPTY if not. A client that
 ///         ended without destroying its end leaves the ring open: SHMQUEUE_EMPTY, with
@@ -127,8 +132,9 @@ GENERAL_API uint32_t ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *le
 GENERAL_API uint32_t ShmQueueRemove(ShmQueue *queue, void *buffer, uint32_t *length);
 
 /// Sleeps until the connection is ready.
-/// @param flags    in: SHMQUEUE_SELECT_READ and SHMQUEUE_SELECT_WRITE as wanted, other bits are
-///                 ignored; out: those of them that are ready. With neither the call returns at once
+/// @param queue    a live connection or listener
+/// @param flags    in: SHMQUEUE_SELECT_READ and SHMQUEUE_SELECT_WRITE as wanted, other bits are ignored;
+///                 out: those of them that are ready. With neither the call returns at once
 /// @param timeout  milliseconds; 0 polls, 0xFFFFFFFF waits without limit
 /// @param ready    receives how many of the two are ready: 0 (time-out), 1 or 2
 /// @return SHMQUEUE_OK, or SHMQUEUE_BAD_HANDLE with nothing received
@@ -140,13 +146,15 @@ GENERAL_API uint32_t ShmQueueSelect(ShmQueue *queue, uint32_t *flags, uint32_t t
 /// Chooses the network events that this end wants to see on its event object. Those newly chosen are
 /// raised at once if they are due by the present state: read and accept if bytes are waiting, write if
 /// there is room, close if the connection is closed. Raised events that are no longer chosen are dropped.
-/// @param mask  any of SHMQUEUE_EVENT_*; 0 for none
+/// @param queue  a live connection or listener
+/// @param mask   any of SHMQUEUE_EVENT_*; 0 for none
 /// @return SHMQUEUE_OK or SHMQUEUE_BAD_HANDLE
 GENERAL_API uint32_t ShmQueueEventSelect(ShmQueue *queue, uint32_t mask);
 
 /// Hands over the events raised since the last call, and resets the event object. Call it each time the
 /// event object was found set, before removing or adding: an event that is raised a second time is added
 /// to the first as a number, not merged with it, so that READ twice reads like WRITE.
+/// @param queue   a live connection or listener
 /// @param events  receives the events
 /// @return SHMQUEUE_OK or SHMQUEUE_BAD_HANDLE
 GENERAL_API uint32_t ShmQueueEnumEvents(ShmQueue *queue, uint32_t *events);
@@ -154,6 +162,7 @@ GENERAL_API uint32_t ShmQueueEnumEvents(ShmQueue *queue, uint32_t *events);
 /// Tells the Win32 event object (manual reset) that chosen events are raised on. It may be waited on
 /// together with other objects. It belongs to the connection: never close it, leave setting and
 /// resetting it to the library.
+/// @param queue  a live connection or listener
 /// @return the event's HANDLE, or null for null or a handle that is not live
 GENERAL_API void *ShmQueueGetEvent(const ShmQueue *queue);
 

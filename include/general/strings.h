@@ -51,11 +51,13 @@ GENERAL_API int isabbrev(const char *full, const char *abbrev, int min_len);
 
 /// Prints to the standard error stream in the manner of printf. The text is formatted by the system's
 /// C runtime. The stream is not flushed.
+/// @param format  as for printf
 /// @return what vfprintf returns: the number of characters, negative for an error; 0 if format is null
 GENERAL_API int eprintf(const char *format, ...) GENERAL_PRINTF_LIKE(1, 2);
 
 /// Prints to the standard output stream in the manner of printf, then flushes the stream. The text is
 /// formatted by the system's C runtime.
+/// @param format  as for printf
 /// @return what fflush returns, unlike eprintf: 0, or EOF for an error. A null format prints nothing
 GENERAL_API int uprintf(const char *format, ...) GENERAL_PRINTF_LIKE(1, 2);
 
@@ -65,11 +67,13 @@ GENERAL_API int uprintf(const char *format, ...) GENERAL_PRINTF_LIKE(1, 2);
 #endif
 
 /// Finds the first occurrence of a byte.
+/// @param string     a NUL-terminated string
 /// @param character  converted to char; 0 finds the string's end
 /// @return its place in the string; null if there is none, or if string is null
 GENERAL_API char *index(const char *string, int character);
 
 /// Finds the last occurrence of a byte.
+/// @param string     a NUL-terminated string
 /// @param character  converted to char; 0 finds the string's end
 /// @return its place in the string; null if there is none, or if string is null
 GENERAL_API char *rindex(const char *string, int character);

@@ -10,8 +10,9 @@
 
 #include "general/api.h"
 
+/// A list. Its fields are read, and changed by these functions only.
 typedef struct StrList {
-    char *buffer;
+    char *buffer;             ///< the strings, back to back; null without memory
     uint32_t allocated;       ///< bytes of memory; less than there is after a failed append
     uint32_t growthIncrement; ///< least number of bytes to grow by
     uint32_t used;            ///< bytes taken by the strings and their terminators
@@ -20,11 +21,13 @@ typedef struct StrList {
 
 /// Fills a record as an empty list with memory to begin with. When memory is exhausted, `allocated`
 /// is 0 and the list is usable all the same.
+/// @param list             the caller's record
 /// @param size             bytes to begin with
 /// @param growthIncrement  least number of bytes to grow by; may be 0
 GENERAL_API void StrListInit(StrList *list, uint32_t size, uint32_t growthIncrement);
 
 /// Appends a copy of a string.
+/// @param list    an initialised record
 /// @param string  may not lie inside this list's buffer
 /// @return the copy, valid until the next append; null if memory is exhausted. The strings then stay
 ///         as they were, but `allocated` goes down by the bytes that the string would have taken,
@@ -32,6 +35,7 @@ GENERAL_API void StrListInit(StrList *list, uint32_t size, uint32_t growthIncrem
 GENERAL_API char *StrListAppend(StrList *list, const char *string);
 
 /// Frees the buffer and sets every field to zero.
+/// @param list  an initialised record
 GENERAL_API void StrListDestroy(StrList *list);
 
 #endif

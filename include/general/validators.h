@@ -13,19 +13,23 @@
 #define ISLOADABLE_DIR_SIZE 512
 
 /// Tells whether a string is a whole number: an optional `-`, then digits.
+/// @param s  the text
 /// @return 1 or 0; no `+`, no white space
 GENERAL_API int isinteger(const char *s);
 
 /// Tells whether a string is a whole number without sign: digits only.
+/// @param s  the text
 /// @return 1 or 0
 GENERAL_API int isnatural(const char *s);
 
-/// Tells whether a string is a real number: an optional `-`, then digits with at most one `.` among
-/// them. No exponent, no `+`, no white space. Callers rely on `.` and `-.` being accepted.
+/// Tells whether a string is a real number: an optional minus, then digits with at most one point among
+/// them. No exponent, no plus, no white space. Callers rely on a point without digits being accepted.
+/// @param s  the text
 /// @return 1 or 0
 GENERAL_API int isreal(const char *s);
 
 /// Reads a boolean word, ignoring case: on, yes, true or 1; off, no, false or 0.
+/// @param s          the text
 /// @param value_out  receives 1 or 0; untouched if s is no such word
 /// @return 1 or 0
 GENERAL_API int isboolean(const char *s, int *value_out);
@@ -33,31 +37,35 @@ GENERAL_API int isboolean(const char *s, int *value_out);
 /// Reads a size: a number as strtol does with base 0 (white space and a sign before it, 0x for
 /// hexadecimal, 0 for octal), multiplied by 1024 if `K` or `k` follows it, by 1048576 if `M` or `m`
 /// does. Whatever else follows is ignored: "12abc" is 12.
+/// @param s         the text
 /// @param size_out  receives the size modulo 2^32, untouched if there is no number; may be null
 /// @return 1, or 0 if s does not start with a number
 GENERAL_API int issize(const char *s, unsigned *size_out);
 
 /// Tells whether a string is an identifier: a letter or `_`, then letters, digits and `_`.
+/// @param s  the text
 /// @return the string's length, or 0
 GENERAL_API int isident(const char *s);
 
 #ifdef _WIN32
 
 /// Tells whether a path exists and is a directory.
+/// @param path     relative paths begin at the current directory
 /// @param ignored  any value
 /// @return 1; 0 also if the path cannot be queried
 GENERAL_API int isdirectory(const char *path, int ignored);
 
 /// Tells whether a path exists and is no directory.
+/// @param path     relative paths begin at the current directory
 /// @param ignored  any value
 /// @return 1; 0 also if the path cannot be queried
 GENERAL_API int isfile(const char *path, int ignored);
 
 /// Tells whether a host name or a dotted IPv4 address is this machine: whether the official name
-/// that the system's look-up gives, up to its first `.`, is this machine's host name, in the same
+/// that the system's look-up gives, up to its first dot, is this machine's host name, in the same
 /// case. A look-up may ask the network and take as long as that does. Winsock is loaded on first use,
 /// and started for the length of the call.
-/// @param host  what holds a `.` and starts with a digit is an address; it is looked up by address,
+/// @param host  what holds a dot and starts with a digit is an address; it is looked up by address,
 ///              and the name found by name
 /// @return 1; 0 also if a look-up fails
 GENERAL_API int islocal(const char *host);

@@ -7,6 +7,7 @@
 #include "general/api.h"
 
 /// Stores its argument in a variable that nothing reads.
+/// @param value  any number
 /// @return the argument
 GENERAL_API int VeryStupidFunction(int value);
 

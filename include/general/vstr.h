@@ -25,25 +25,30 @@ typedef enum VstrStat {
 GENERAL_API Vstr *VstrCreate(int32_t growthIncrement);
 
 /// Frees the string. Nothing marks a destroyed string: do not use it again.
+/// @param string  a live string
 /// @return VSTR_OK or VSTR_BAD_HANDLE
 GENERAL_API uint32_t VstrDestroy(Vstr *string);
 
 /// Appends a copy of a text.
-/// @param text  may not lie inside this string's buffer
+/// @param string  a live string
+/// @param text    may not lie inside this string's buffer
 /// @return VSTR_OK, VSTR_BAD_HANDLE or VSTR_NO_MEMORY
 GENERAL_API uint32_t VstrAppend(Vstr *string, const char *text);
 
 /// Sets the length to 0. Memory and bytes stay: until the next append, VstrGet shows the old text.
+/// @param string  a live string
 /// @return VSTR_OK or VSTR_BAD_HANDLE
 GENERAL_API uint32_t VstrEmpty(Vstr *string);
 
 /// Shows the text in place.
-/// @param text  receives its address, null if nothing was ever appended; valid until the next append;
-///              not null
+/// @param string  a live string
+/// @param text    receives its address, null if nothing was ever appended; valid until the next append;
+///                not null
 /// @return VSTR_OK or VSTR_BAD_HANDLE
 GENERAL_API uint32_t VstrGet(const Vstr *string, char **text);
 
 /// Tells how long the text is.
+/// @param string  a live string
 /// @param length  receives the number of bytes with the terminating NUL: 4 for "abc", 0 for an empty
 ///                string; not null
 /// @return VSTR_OK or VSTR_BAD_HANDLE

@@ -50,3 +50,6 @@ step() {
     fi
     printf '  ok    %-58s %4d s\n' "$title" $((SECONDS - started))
 }
+
+# library_version: MAJOR.MINOR.PATCH, as the headers say.
+library_version() { sed -n 's/^#define GENERAL_VERSION_[A-Z]* \([0-9]*\).*/\1/p' "$project_root/include/general/version.h" | paste -sd .; }

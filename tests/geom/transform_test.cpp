@@ -1,6 +1,6 @@
 #include "general/geometry.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
@@ -30,7 +30,8 @@ template<typename Array>
 Array randomArray()
 {
     Array result;
-    std::generate(result.begin(), result.end(), [] { return number(-3, 3); });
+    for (double &element : result)
+        element = number(-3, 3);
     return result;
 }
 
@@ -51,8 +52,7 @@ Matrix3 about(const Vector &axis, double angle)
 template<typename Array>
 void expectNear(const Array &actual, const Array &expected, double tolerance = 1e-12)
 {
-    for (size_t i = 0; i < actual.size(); ++i)
-        ASSERT_NEAR(actual[i], expected[i], tolerance) << "element " << i;
+    EXPECT_THAT(actual, testing::Pointwise(testing::DoubleNear(tolerance), expected));
 }
 
 /// The product by its definition.
@@ -71,13 +71,12 @@ auto product(const std::array<double, size * size> &a, const std::array<double, 
 template<typename Array, typename Equal>
 void expectStrict(const Array &base, Equal equal)
 {
-    for (size_t i = 0; i < base.size(); ++i) {
+    for (size_t i = 0; i < base.size(); ++i)
         for (double change : {0.0, 9.9e-6, -9.9e-6, 1e-5, -1.00001e-5, nan}) {
             Array changed = base;
             changed[i] += change;
             EXPECT_EQ(equal(changed.data()), std::fabs(change) < 1e-5) << "element " << i << " and " << change;
         }
-    }
 }
 
 TEST(Geometry, ToleranceIsStrictForEveryElement)
@@ -106,12 +105,12 @@ TEST(Geometry, VectorsHaveLengths)
 
 TEST(Geometry, ValidityLooksAtRowsAndColumnsButNotAtTheDeterminant)
 {
+    auto isValid = [](const Matrix3 &m, double norm2) { return R3_is_valid_rotation(m.data(), norm2); };
     // A rotation times a diagonal: all rows are within the tolerance, the columns' lengths are not.
     const Matrix3 stretch = {std::sqrt(1 + 1.3e-5), 0, 0, 0, 1, 0, 0, 0, std::sqrt(1 - 1.3e-5)};
-    EXPECT_EQ(R3_is_valid_rotation(product<3, 3>(composed(0, 22.5, 0), stretch).data(), 1), 0);
-    EXPECT_EQ(R3_is_valid_rotation(about({0, 0, 2}, 90).data(), 1), 0); // the axis is taken as it is
-    EXPECT_EQ(R3_is_valid_rotation(identity3.data(), 1), 1);
-    EXPECT_EQ(R3_is_valid_rotation(identity3.data(), 4), 0);
+    EXPECT_EQ(isValid(product<3, 3>(composed(0, 22.5, 0), stretch), 1), 0);
+    EXPECT_EQ(isValid(about({0, 0, 2}, 90), 1), 0); // the axis is taken as it is
+    EXPECT_TRUE(isValid(identity3, 1) == 1 && isValid(identity3, 4) == 0);
     const std::tuple<size_t, double, int> changes[] = {{15, 1.00001, 0}, {12, 1e-5, 0}, {13, -1e-5, 0}, {14, nan, 0},
                                                        {14, 9e-6, 1},    {0, 3, 0},     {10, -2, 1},    {1, 0.01, 0},
                                                        {6, nan, 0},      {3, 1e300, 1}};
@@ -139,83 +138,84 @@ TEST(Geometry, RotationsAreComposed)
 
 TEST(Geometry, RotationsAreDecomposed)
 {
+    auto decomposed = [](const Matrix3 &m) {
+        Vector angles;
+        R3_decompose(m.data(), &angles[0], &angles[1], &angles[2]);
+        return angles;
+    };
     // Gimbal lock, where the difference or the sum survives; beside it; angles out of range.
     const Vector cases[][2] = {{{30, 90, 20}, {10, 90, 0}},      {{20, 90, 30}, {-10, 90, 0}},
                                {{30, -90, 20}, {50, -90, 0}},    {{-30, -90, -20}, {-50, -90, 0}},
                                {{30, 90.0005, 20}, {10, 90, 0}}, {{10, 120, 20}, {-170, 60, -160}}};
-    Vector found;
-    auto decompose = [&](const Matrix3 &m) { R3_decompose(m.data(), &found[0], &found[1], &found[2]); };
-    for (const auto &[angles, expected] : cases) {
-        decompose(composed(angles[0], angles[1], angles[2]));
-        expectNear(found, expected, 1e-5);
-    }
-    decompose({1 + 1e-9, 0, 0, 0, 1, 0, 0, 0, 1 + 1e-9}); // clamped
-    EXPECT_EQ(found, Vector{});
-    decompose({0, 0, 1, 0, 1, 0, -1 - 1e-9, 0, 0});
-    expectNear(found, {0, 90, 0});
+    for (const auto &[angles, expected] : cases)
+        expectNear(decomposed(composed(angles[0], angles[1], angles[2])), expected, 1e-5);
+    expectNear(decomposed({1 + 1e-9, 0, 0, 0, 1, 0, 0, 0, 1 + 1e-9}), Vector{}); // clamped
+    expectNear(decomposed({0, 0, 1, 0, 1, 0, -1 - 1e-9, 0, 0}), {0, 90, 0});
     R3_decompose(identity3.data(), nullptr, nullptr, nullptr);
     for (int round = 0; round < 2000; ++round) {
         const Vector angles = {number(-180, 180), number(-89, 89), number(-180, 180)};
-        decompose(composed(angles[0], angles[1], angles[2]));
-        expectNear(found, angles, 1e-4); // an inverse cosine near 1 keeps half of the digits
+        // An inverse cosine near 1 keeps half of the digits.
+        expectNear(decomposed(composed(angles[0], angles[1], angles[2])), angles, 1e-4);
     }
 }
 
+// A composed transform maps a point as its parts do, and decomposes into them; its inverse leads back.
+// Row 3 takes no part.
 TEST(Geometry, TransformsAreComposedDecomposedInvertedAndApplied)
 {
-    Matrix3 foundRotation;
-    Vector foundTranslation, back;
-    double foundScale = 0;
     Matrix4 m = {}, inverse;
-    T4_decompose(m.data(), foundRotation.data(), &foundScale, foundTranslation.data());
-    EXPECT_TRUE(foundScale == 0 && std::isnan(foundRotation[0]));
+    Matrix3 rotation, found;
+    Vector translation, moved, back;
+    double scale = 7;
+    T4_decompose(m.data(), found.data(), &scale, translation.data());
+    EXPECT_TRUE(scale == 0 && std::isnan(found[0]));
     for (int round = 0; round < 200; ++round) {
-        Matrix3 rotation = composed(number(-180, 180), number(-90, 90), number(-180, 180));
-        Vector translation = randomArray<Vector>(), point = randomArray<Vector>(),
-               moved = product<3, 1>(rotation, point);
-        double scale = number(0.2, 3);
-        T4_compose(rotation.data(), scale, translation.data(), m.data());
-        T4_decompose(m.data(), foundRotation.data(), &foundScale, foundTranslation.data());
-        expectNear(foundRotation, rotation);
-        EXPECT_NEAR(foundScale, scale, 1e-12);
-        EXPECT_EQ(foundTranslation, translation);
+        const auto offset = randomArray<Vector>(), point = randomArray<Vector>();
+        const double factor = number(0.2, 3);
+        rotation = composed(number(-180, 180), number(-90, 90), number(-180, 180));
+        T4_compose(rotation.data(), factor, offset.data(), m.data());
         T4_invert(m.data(), inverse.data());
         expectNear(product<4, 4>(inverse, m), identity4);
+        m[12] = m[13] = m[14] = m[15] = 5;
+        T4_decompose(m.data(), found.data(), &scale, translation.data());
+        expectNear(found, rotation);
+        EXPECT_NEAR(scale, factor, 1e-12);
+        EXPECT_EQ(translation, offset);
+        T4_mult_V3(m.data(), point.data(), moved.data());
         for (size_t i = 0; i < 3; ++i)
-            moved[i] = scale * moved[i] + translation[i];
-        m[12] = m[13] = m[14] = m[15] = 5; // row 3 takes no part in these
-        T4_invert(m.data(), m.data());
-        EXPECT_EQ(m, inverse);
-        inverse[12] = inverse[15] = 5;
+            EXPECT_NEAR(moved[i], (factor * product<3, 1>(rotation, point)[i] + offset[i]), 1e-12);
         T4_mult_V3(inverse.data(), moved.data(), back.data());
         expectNear(back, point);
+        T4_invert(m.data(), m.data());
+        EXPECT_EQ(m, inverse);
     }
 }
 
 /// Runs one operation into its second input, at the poorest alignment, and into its first.
-template<size_t aSize, size_t bSize, typename Operation>
-void expectInPlace(std::array<double, aSize> a, const std::array<double, bSize> &b,
-                   const std::array<double, bSize> &expected, Operation operation)
+template<typename A, typename B, typename Operation>
+void expectInPlace(A a, const B &b, const B &expected, Operation operation)
 {
     alignas(16) unsigned char memory[4 + sizeof b];
     auto *apart = reinterpret_cast<double *>(memory + 4);
     std::memcpy(apart, b.data(), sizeof b);
     operation(a.data(), apart, apart);
-    std::array<double, bSize> out;
+    B out;
     std::memcpy(out.data(), apart, sizeof out);
     expectNear(out, expected);
     operation(a.data(), b.data(), a.data());
-    for (size_t i = 0; aSize == bSize && i < aSize; ++i)
-        EXPECT_NEAR(a[i], expected[i], 1e-12);
+    if constexpr (sizeof a == sizeof b)
+        expectNear(a, expected);
 }
 
-template<typename Array, typename Operation>
-void expectElementwise(Operation add, Operation subtract)
+template<typename Array, typename Operation, typename Copy>
+void expectElementwise(Operation add, Operation subtract, Copy copy)
 {
-    auto a = randomArray<Array>(), b = randomArray<Array>(), sum = a;
+    auto a = randomArray<Array>(), b = randomArray<Array>(), sum = a, copied = b;
     std::transform(a.begin(), a.end(), b.begin(), sum.begin(), std::plus<>());
     expectInPlace(a, b, sum, add);
     expectInPlace(sum, b, a, subtract);
+    copy(a.data(), copied.data());
+    EXPECT_EQ(copied, a);
 }
 
 TEST(Geometry, OperationsWorkInPlaceAndAtAnyAlignment)
@@ -228,13 +228,12 @@ TEST(Geometry, OperationsWorkInPlaceAndAtAnyAlignment)
     expectInPlace(ra, rb, product<3, 3>(ra, rb), R3_mult_R3);
     expectInPlace(ra, va, product<3, 1>(ra, va), R3_mult_V3);
     expectInPlace(ta, tb, product<4, 4>(ta, tb), T4_mult_T4);
-    expectElementwise<Vector>(V3_add_V3, V3_subtract_V3);
-    expectElementwise<Matrix3>(R3_add_R3, R3_subtract_R3);
-    expectElementwise<Matrix4>(T4_add_T4, T4_subtract_T4);
+    expectElementwise<Vector>(V3_add_V3, V3_subtract_V3, V3_copy_V3);
+    expectElementwise<Matrix3>(R3_add_R3, R3_subtract_R3, R3_copy_R3);
+    expectElementwise<Matrix4>(T4_add_T4, T4_subtract_T4, T4_copy_T4);
     R3_set_identity(ra.data());
     T4_set_identity(ta.data());
-    EXPECT_EQ(ra, identity3);
-    EXPECT_EQ(ta, identity4);
+    EXPECT_TRUE(ra == identity3 && ta == identity4);
 }
 
 } // namespace

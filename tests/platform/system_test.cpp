@@ -19,10 +19,8 @@ using test_support::ImportHook;
 
 TEST(Sysconf, KnowsTwoNames)
 {
-    EXPECT_EQ(QVSsysconf(508), 64);
-    EXPECT_EQ(8192 % QVSsysconf(506), 0);
-    for (int name : {0, 22, 507, -1})
-        EXPECT_EQ(QVSsysconf(name), 22);
+    EXPECT_TRUE(QVSsysconf(508) == 64 && 8192 % QVSsysconf(506) == 0);
+    EXPECT_TRUE(QVSsysconf(0) == 22 && QVSsysconf(507) == 22 && QVSsysconf(-1) == 22);
 }
 
 // The IP helper that the library finds: answers with a domain, after asking for more room if so told.

@@ -37,11 +37,7 @@ TEST(Decimation, PicksTheDocumentedPoints)
     EXPECT_THAT(picks(SPLINE_OPEN, 4, 4), ElementsAre(0, 1, 2, 3));
     EXPECT_THAT(picks(SPLINE_OPEN, 9, 1), ElementsAre(0));
     EXPECT_THAT(picks(SPLINE_CLOSED, 1, 3), ElementsAre(0, 0, 0));
-}
-
-// With far more points wanted than given, the blend of ramp and smooth step leaves the list on both sides.
-TEST(Decimation, StaysInsideTheList)
-{
+    // With far more points wanted than given, the blend of ramp and smooth step leaves the list on both sides.
     for (int form : {SPLINE_OPEN, SPLINE_CLOSED})
         EXPECT_THAT(picks(form, 3, 100), testing::Each(testing::AllOf(testing::Ge(0), testing::Lt(3))));
 }

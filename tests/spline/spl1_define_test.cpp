@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 
 #include <functional>
-#include <limits>
 
 namespace {
 
@@ -45,15 +44,6 @@ TEST(SplineObject, ChangesOfTypeKeepPointsOfTheSameDimension)
     EXPECT_EQ(Spline1DPoint(spline.get(), 3, nullptr, out), SPLINE_BAD_ARG); // to be loaded again
 }
 
-TEST(SplineObject, ChecksAccuracyAndSpace)
-{
-    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 1, 2});
-    EXPECT_EQ(Spline1SetSpace(spline.get(), 3), SPLINE_BAD_ARG); // no points
-    for (double accuracy : {0.0, -0.1, 1.0, std::numeric_limits<double>::quiet_NaN()})
-        EXPECT_EQ(Spline1SetAcc(spline.get(), accuracy, 8), SPLINE_BAD_ARG);
-    EXPECT_EQ(Spline1SetAcc(spline.get(), 0.5, 0), SPLINE_BAD_ARG);
-}
-
 TEST(SplineObject, CopiesWhatTheSourceHas)
 {
     SplinePtr source = make({SPLINE_OPEN, SPLINE_B, 3, 2}, {0, 0, 1, 1, 2, 0});
@@ -70,76 +60,121 @@ TEST(SplineObject, CopiesWhatTheSourceHas)
     EXPECT_EQ(pack(target.get()).size(), 72u);
 }
 
+template<typename... Results>
+void expectEach(uint32_t expected, Results... results)
+{
+    EXPECT_THAT(std::vector<uint32_t>({results...}), testing::Each(expected));
+}
+
 // The handle is looked at first: everything else that is passed here is wrong as well.
 TEST(SplineObject, RefusesWhatIsNone)
 {
     uint32_t foreign[32] = {};
     for (Spline1 *none : {static_cast<Spline1 *>(nullptr), reinterpret_cast<Spline1 *>(foreign)}) {
-        const uint32_t results[] = {
-            Spline1Verify(none),
-            Spline1Destroy(none),
-            Spline1Encode(none, 9, 9, 9, 9, 0),
-            Spline1Copy(none, none),
-            Spline1SetAcc(none, 0, 0),
-            Spline1GetAcc(none, nullptr, nullptr),
-            Spline1FitCPoints(none, 0, nullptr),
-            Spline1DCtl(none, 0, nullptr, nullptr),
-            Spline1CPoint(none, 0, nullptr, nullptr),
-            Spline1DTangent(none, 0, nullptr, nullptr),
-            Spline1Index(none, 0, nullptr, nullptr),
-            Spline1Pack(none, 0, nullptr),
-            Spline1Unpack(nullptr, none),
-            Spline1CDecimate(none, 0, nullptr, 0, nullptr),
-        };
-        EXPECT_THAT(results, testing::Each(uint32_t{SPLINE_BAD_HANDLE}));
+        expectEach(SPLINE_BAD_HANDLE, Spline1Verify(none), Spline1Destroy(none), Spline1Copy(none, none),
+                   Spline1Encode(none, 9, 9, 9, 9, 0), Spline1Decode(none, nullptr, nullptr, nullptr, nullptr, nullptr),
+                   Spline1SetSpace(none, 0), Spline1GetSpace(none, nullptr), Spline1CountPoints(none, nullptr),
+                   Spline1SetAcc(none, 0, 0), Spline1GetAcc(none, nullptr, nullptr),
+                   Spline1CalcAcc(none, 0, 0, nullptr, nullptr), Spline1FitCPoints(none, 0, nullptr),
+                   Spline1DCtl(none, 0, nullptr, nullptr), Spline1CPoint(none, 0, nullptr, nullptr),
+                   Spline1DTangent(none, 0, nullptr, nullptr), Spline1Index(none, 0, nullptr, nullptr),
+                   Spline1PacketSize(none, nullptr), Spline1Pack(none, 0, nullptr), Spline1Unpack(nullptr, none),
+                   Spline1CDecimate(none, 0, nullptr, 0, nullptr));
+        EXPECT_EQ(Spline1LinXform(none, nullptr), SPLINE_BAD_ARG); // unlike every other call
     }
 }
 
-// Each call that runs out of memory leaves a valid object, and the same call then succeeds.
+TEST(SplineObject, RefusesWrongArgumentsAndStaysAsItIs)
+{
+    constexpr Type plane{SPLINE_OPEN, SPLINE_B, 3, 2};
+    SplinePtr held = make(plane, {0, 0, 1, 1}), unloaded = make(plane), untyped(Spline1Create());
+    Spline1 *spline = held.get(), *empty = unloaded.get(), *typeless = untyped.get();
+    LXPtr map(SplineCreateLX());
+    std::vector<char> before = pack(spline);
+    double values[8] = {}, error = 7;
+    float params[4] = {};
+    int32_t intervals = 7;
+    SplineCoord records[2] = {};
+    expectEach(SPLINE_BAD_ARG, Spline1Decode(spline, nullptr, nullptr, nullptr, nullptr, nullptr),
+               Spline1SetSpace(empty, 3), Spline1GetSpace(spline, nullptr), Spline1CountPoints(spline, nullptr),
+               Spline1FitDCtl(spline, 0, values), Spline1FitCPoints(spline, 1, nullptr),
+               Spline1FitDPoints(typeless, 1, values), Spline1DCtl(spline, 0, nullptr, values),
+               Spline1DCtl(spline, 2, nullptr, nullptr), Spline1DCtl(empty, 1, nullptr, values),
+               Spline1CCtl(spline, 2, nullptr, records));
+    expectEach(SPLINE_BAD_ARG, Spline1DPoint(spline, 0, nullptr, values), Spline1DTangent(spline, 1, nullptr, nullptr),
+               Spline1DPoint(empty, 1, nullptr, values),
+               Spline1CTangent(spline, INT32_MAX, nullptr, records)); // no space, before memory
+    expectEach(SPLINE_BAD_ARG, Spline1SetAcc(spline, 0, 8), Spline1SetAcc(spline, -0.1, 8), Spline1SetAcc(spline, 1, 8),
+               Spline1SetAcc(spline, NAN, 8), Spline1SetAcc(spline, 0.5, 0), Spline1GetAcc(spline, nullptr, &intervals),
+               Spline1GetAcc(spline, &error, nullptr), Spline1GetAcc(empty, &error, &intervals),
+               Spline1CalcAcc(spline, 0, 1, &error, &intervals), Spline1CalcAcc(spline, 0, NAN, &error, &intervals),
+               Spline1CalcAcc(spline, 0, 0.1, nullptr, &intervals), Spline1CalcAcc(spline, 0, 0.1, &error, nullptr),
+               Spline1CalcAcc(empty, 0, 0.1, &error, &intervals), Spline1ArcLen(spline, 0, nullptr, params),
+               Spline1Index(spline, 1, params, nullptr), Spline1ArcLen(empty, 1, nullptr, params));
+    expectEach(SPLINE_BAD_ARG, Spline1PacketSize(spline, nullptr), Spline1Pack(spline, 1000, nullptr),
+               Spline1Unpack(nullptr, spline), Spline1Unpack(values, spline), Spline1LinXform(spline, nullptr),
+               Spline1LinXform(spline, map.get()), SplineDeleteLX(nullptr), SplineEncodeLX(nullptr, 1, values, values),
+               SplineEncodeLX(map.get(), 0, values, values), SplineEncodeLX(map.get(), 1, nullptr, values),
+               SplineEncodeLX(map.get(), 1, values, nullptr), SplineDecodeLX(nullptr, &intervals, values, values),
+               SplineDecodeLX(map.get(), nullptr, values, values));
+    expectEach(SPLINE_BAD_ARG, Spline1DDecimate(spline, 0, values, 1, values + 4),
+               Spline1DDecimate(spline, 1, nullptr, 1, values), Spline1DDecimate(spline, 1, values, 0, values + 4),
+               Spline1CDecimate(spline, 1, records, 1, nullptr),
+               Spline1CDecimate(typeless, 1, records, 1, records + 1));
+    EXPECT_THAT(values, testing::Each(0));
+    EXPECT_TRUE(pack(spline) == before && error == 7 && intervals == 7);
+
+    EXPECT_EQ(Spline1SetSpace(spline, 1), SPLINE_OK);
+    expectEach(SPLINE_NO_MEMORY, Spline1DPoint(spline, INT32_MAX, nullptr, values),
+               Spline1CTangent(spline, INT32_MAX, nullptr, records), SplineEncodeLX(map.get(), 65535, values, values));
+    EXPECT_EQ(Spline1FitDCtl(spline, INT32_MAX, values), SPLINE_NO_MEMORY);
+    EXPECT_EQ(Spline1DPoint(spline, 1, nullptr, values), SPLINE_BAD_ARG); // nothing is held now
+}
+
+// Each call that runs out of memory leaves a valid object, and the same call then succeeds. Repeated, it
+// allocates nothing.
 TEST(SplineObject, SurvivesExhaustedMemory)
 {
     test_support::failEachAllocation([](test_support::HeapWatch &watch) {
-        Spline1 *spline = Spline1Create();
-        Spline1 *copy = Spline1Create();
-        SplineLX *lx = SplineCreateLX();
-        if (spline != nullptr && copy != nullptr && lx != nullptr) {
-            const double values[] = {0, 0, 4, 1, 3, 7, -2, 5};
-            const double matrix[] = {1, 2, 3, 4};
-            double points[40];
-            float lengths[20];
-            SplineCoord records[20];
-            unsigned char packet[2000];
-            double error = 0;
-            int32_t number = 0;
-            EXPECT_EQ(Spline1Encode(spline, SPLINE_CLOSED, SPLINE_B, 3, 2, 0), SPLINE_OK);
-            const std::function<uint32_t()> calls[] = {
-                [&] { return Spline1FitDCtl(spline, 2, values); },
-                [&] { return Spline1DTangent(spline, 20, nullptr, points); },
-                [&] { return Spline1FitDPoints(spline, 4, values); },
-                [&] { return Spline1SetSpace(spline, 1), Spline1CTangent(spline, 20, nullptr, records); },
-                [&] { return Spline1ArcLen(spline, 20, nullptr, lengths); },
-                [&] { return Spline1GetAcc(spline, &error, &number); },
-                [&] { return Spline1CalcAcc(spline, 2, 0.001, &error, &number); },
-                [&] { return Spline1Copy(spline, copy); },
-                [&] { return Spline1Pack(copy, sizeof packet, packet); },
-                [&] { return Spline1Unpack(packet, copy); },
-                [&] { return SplineEncodeLX(lx, 2, matrix, values); },
-                [&] { return Spline1LinXform(copy, lx); },
-            };
-            for (const auto &call : calls) {
-                uint32_t result = call();
-                if (result == SPLINE_NO_MEMORY && watch.failed())
-                    result = call();
-                EXPECT_EQ(result, SPLINE_OK);
+        SplinePtr owned(Spline1Create()), other(Spline1Create());
+        LXPtr map(SplineCreateLX());
+        Spline1 *spline = owned.get(), *copy = other.get();
+        if (spline == nullptr || copy == nullptr || map == nullptr)
+            return;
+        const double values[] = {0, 0, 4, 1, 3, 7, -2, 5};
+        double points[40], error = 0, accuracy = 0.1;
+        float lengths[20];
+        SplineCoord records[20];
+        unsigned char packet[2000];
+        int32_t number = 0;
+        EXPECT_EQ(Spline1Encode(spline, SPLINE_CLOSED, SPLINE_B, 3, 2, 0), SPLINE_OK);
+        const std::function<uint32_t()> steps[] = {
+            [&] { return Spline1FitDCtl(spline, 2, values); },
+            [&] { return Spline1DTangent(spline, 20, nullptr, points); },
+            [&] { return Spline1FitDPoints(spline, 4, values); },
+            [&] { return Spline1SetSpace(spline, 1), Spline1CTangent(spline, 20, nullptr, records); },
+            [&] { return Spline1SetAcc(spline, accuracy /= 2, 16), Spline1ArcLen(spline, 20, nullptr, lengths); },
+            [&] { return Spline1SetAcc(spline, accuracy /= 2, 16), Spline1GetAcc(spline, &error, &number); },
+            [&] { return SplineEncodeLX(map.get(), 2, values, values); },
+            [&] { return Spline1LinXform(spline, map.get()); },
+            // From here on every call makes blocks of its own.
+            [&] { return Spline1CalcAcc(spline, 2, 0.001, &error, &number); },
+            [&] { return Spline1Copy(spline, copy); },
+            [&] { return Spline1Pack(spline, sizeof packet, packet), Spline1Unpack(packet, copy); },
+        };
+        for (const auto &step : steps) {
+            uint32_t result = step();
+            if (result == SPLINE_NO_MEMORY && watch.failed())
+                result = step();
+            EXPECT_EQ(result, SPLINE_OK);
+            int allocations = watch.allocations();
+            if (&step - steps < 8) {
+                EXPECT_EQ(step(), SPLINE_OK);
+                EXPECT_EQ(watch.allocations(), allocations) << "step " << &step - steps;
             }
         }
-        for (Spline1 *object : {spline, copy})
-            if (object != nullptr) {
-                EXPECT_EQ(Spline1Destroy(object), SPLINE_OK);
-                EXPECT_EQ(watch.firstWordOfLastFreedBlock(), 0u) << "a destroyed spline keeps its magic";
-            }
-        if (lx != nullptr)
-            SplineDeleteLX(lx);
+        EXPECT_EQ(Spline1Destroy(owned.release()), SPLINE_OK);
+        EXPECT_EQ(watch.firstWordOfLastFreedBlock(), 0u) << "a destroyed spline keeps its magic";
     });
 }
 

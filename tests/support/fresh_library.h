@@ -44,7 +44,7 @@ private:
             Copy()
             {
                 char original[MAX_PATH], folder[MAX_PATH];
-                GetModuleFileNameA(GetModuleHandleA("general.dll"), original, sizeof original);
+                GetModuleFileNameA(LoadLibraryA("general.dll"), original, sizeof original);
                 GetTempPathA(sizeof folder, folder);
                 path = folder + ("fresh" + std::to_string(GetCurrentProcessId())) + ".dll";
                 CopyFileA(original, path.c_str(), FALSE);

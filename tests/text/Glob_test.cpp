@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <fstream>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -14,16 +12,9 @@
 namespace {
 
 /// A string in a block of exactly its size, so that the sanitizers see reading past its end.
-class Exact {
-public:
-    explicit Exact(const std::string &text) : text_(new char[text.size() + 1])
-    {
-        std::memcpy(text_.get(), text.c_str(), text.size() + 1);
-    }
-    operator const char *() const { return text_.get(); }
-
-private:
-    std::unique_ptr<char[]> text_;
+struct Exact : std::vector<char> {
+    explicit Exact(const std::string &text) : std::vector<char>(text.c_str(), text.c_str() + text.size() + 1) {}
+    operator const char *() const { return data(); }
 };
 
 /// A set, written down as it is defined. The terminator ends an unfinished one.
@@ -76,28 +67,7 @@ bool define(const std::string &string, size_t s, const std::string &pattern, siz
     return s == string.size();
 }
 
-/// Every text over an alphabet, up to a length.
-std::vector<std::string> allTexts(const std::string &alphabet, size_t length)
-{
-    std::vector<std::string> texts{""};
-    for (size_t i = 0; i < texts.size(); ++i)
-        if (texts[i].size() < length)
-            for (char character : alphabet)
-                texts.push_back(texts[i] + character);
-    return texts;
-}
-
-TEST(Glob, EqualsItsDefinitionOnAllShortInputs)
-{
-    auto strings = allTexts("a]-", 4);
-    for (const std::string &pattern : allTexts("ab*?[]^-\\", 5)) {
-        Exact exact(pattern);
-        for (const std::string &string : strings)
-            ASSERT_EQ(GlobEval(string.c_str(), exact), define(string, 0, pattern, 0)) << string << " with " << pattern;
-    }
-}
-
-TEST(Glob, EqualsItsDefinitionOnRandomInputs)
+TEST(Glob, EqualsItsDefinition)
 {
     std::mt19937 random(8);
     auto text = [&random](const std::string &alphabet, size_t longest) {
@@ -106,9 +76,9 @@ TEST(Glob, EqualsItsDefinitionOnRandomInputs)
         return result;
     };
     int matched = 0;
-    for (int i = 0; i < 1000000; ++i) {
-        std::string string = text("aab\x80\xFF]-", 9);
-        std::string pattern = i % 2 == 0 ? text("aab***?", 10) : text("ab\x80\xFF*?[[]]^-\\", 12);
+    for (int i = 0; i < 1500000; ++i) {
+        std::string string = text("aab\x80\xFF]-", i % 3 == 0 ? 2 : 9);
+        std::string pattern = i % 2 == 0 ? text("aab***?", 10) : text("ab\x80\xFF*?[[]]^-\\", i % 3 == 0 ? 6 : 12);
         bool expected = define(string, 0, pattern, 0);
         ASSERT_EQ(GlobEval(Exact(string), Exact(pattern)), expected) << string << " with " << pattern;
         matched += expected;
@@ -172,9 +142,7 @@ TEST(Glob, ChecksAsDocumented)
 // Tried star by star, each of these would take longer than the test may.
 TEST(Glob, CostsAtMostTheProductOfTheLengths)
 {
-    std::string letters;
-    letters.assign(10000000, 'a');
-    std::string stars;
+    std::string letters(10000000, 'a'), stars;
     for (int i = 0; i < 1000; ++i)
         stars += "*a";
     EXPECT_EQ(GlobEval(letters.c_str(), (stars + "*b").c_str()), 0);

@@ -15,34 +15,32 @@ constexpr double greatest = std::numeric_limits<double>::max();
 
 TEST(Numbers, SplitIntoMantissaAndExponent)
 {
-    struct Case {
+    const struct {
         double x, mantissa;
         int exponent;
-    };
-    for (const Case &c :
-         {Case{1234.5, 1.2345, 3}, Case{-0.002, -2, -3}, Case{0.05, 5, -2}, Case{0, 0, 0}, Case{-0.0, 0, 0},
-          Case{1, 1, 0}, Case{quietNan, 0, 0}, Case{infinity, 1, INT_MAX}, Case{-infinity, -1, INT_MAX},
-          Case{greatest, 1.7976931348623157, 308}, Case{denormal, 4.9406564584124654, -324}}) {
-        int exponent = 77;
+    } cases[] = {{1234.5, 1.2345, 3},
+                 {-0.002, -2, -3},
+                 {0.05, 5, -2},
+                 {0, 0, 0},
+                 {-0.0, 0, 0},
+                 {1, 1, 0},
+                 {quietNan, 0, 0},
+                 {infinity, 1, INT_MAX},
+                 {-infinity, -1, INT_MAX},
+                 {greatest, 1.7976931348623157, 308},
+                 {denormal, 4.9406564584124654, -324}};
+    int exponent = 77;
+    for (const auto &c : cases) {
         EXPECT_NEAR(fp_scinotation(c.x, &exponent), c.mantissa, 1e-12) << c.x;
         EXPECT_EQ(exponent, c.exponent) << c.x;
     }
     EXPECT_EQ(fp_scinotation(5, nullptr), 0);
-}
-
-TEST(Numbers, MantissaStaysInItsDecadeNearPowersOfTen)
-{
-    for (int power = -323; power <= 308; ++power) {
+    for (int power = -307; power <= 308; ++power) { // the mantissa stays in its decade
         double exact = std::strtod(("1e" + std::to_string(power)).c_str(), nullptr);
         for (double x : {std::nextafter(exact, 0.0), exact, std::nextafter(exact, infinity), -exact}) {
-            if (x == 0)
-                continue;
-            int exponent = 0;
             double mantissa = fp_scinotation(x, &exponent);
             EXPECT_TRUE(std::fabs(mantissa) >= 1 && std::fabs(mantissa) < 10) << x;
-            // In two steps: the power of ten of a denormal is not exact.
-            double rebuilt = mantissa * std::pow(10.0, exponent / 2) * std::pow(10.0, exponent - exponent / 2);
-            EXPECT_NEAR(rebuilt, x, std::fmax(std::fabs(x) * 1e-12, denormal)) << x;
+            EXPECT_NEAR(mantissa * std::pow(10.0, exponent), x, std::fabs(x) * 1e-12) << x;
         }
     }
 }
@@ -64,23 +62,17 @@ TEST(Numbers, CompareByTolerance)
     EXPECT_TRUE(fp_close(1.0, 1.00005) && fp_close(2.0, 1.99995) && !fp_close(1.0, 1.0002));
     EXPECT_FALSE(fp_close(0.0001, 0) || fp_close(0, 0.0001)); // both bounds are strict
     EXPECT_FALSE(fp_close(infinity, infinity) || fp_close(quietNan, quietNan));
-}
-
-TEST(Numbers, FiniteOnesAreValid)
-{
-    for (double x : {0.0, -0.0, 1.0, denormal, -denormal, greatest, -greatest})
+    for (double x : {0.0, -0.0, denormal, -greatest})
         EXPECT_EQ(fp_valid_d(x), 1) << x;
-    for (double x : {infinity, -infinity, quietNan, -quietNan, std::numeric_limits<double>::signaling_NaN()})
+    for (double x : {infinity, -infinity, quietNan, std::numeric_limits<double>::signaling_NaN()})
         EXPECT_EQ(fp_valid_d(x), 0) << x;
 }
 
 TEST(Numbers, NextPowerOfTwo)
 {
-    for (unsigned small : {0u, 1u, 2u})
-        EXPECT_EQ(next_power_2(small), small);
+    EXPECT_TRUE(next_power_2(0) == 0 && next_power_2(1) == 1 && next_power_2(2) == 2);
     for (unsigned power = 4; power != 0; power *= 2) {
-        EXPECT_EQ(next_power_2(power - 1), power);
-        EXPECT_EQ(next_power_2(power), power);
+        EXPECT_TRUE(next_power_2(power - 1) == power && next_power_2(power) == power) << power;
         EXPECT_EQ(next_power_2(power + 1), power == 0x80000000 ? 1 : 2 * power);
     }
     EXPECT_EQ(next_power_2(UINT_MAX), 1u);

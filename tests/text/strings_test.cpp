@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -17,19 +16,15 @@ TEST(Strings, HashIsThePermutationsChain)
 {
     EXPECT_TRUE(strhash("a", nullptr) == 154 && strhash("abc", nullptr) == 165);
     EXPECT_TRUE(strhash("", nullptr) == 0 && strhash(nullptr, nullptr) == 0);
-
-    // One-byte strings show the whole built-in table but its first entry: 255 different values.
-    std::vector<bool> seen(256);
+    // One-byte strings show the built-in table but its first entry; the sum knows each one's place.
+    unsigned sum = 0;
     unsigned char next[256];
-    for (int i = 1; i < 256; ++i) {
+    for (unsigned i = 1; i < 256; ++i) {
         const char text[] = {static_cast<char>(i), '\0'};
-        int hash = strhash(text, nullptr);
-        ASSERT_TRUE(hash >= 0 && hash < 256 && !seen[static_cast<size_t>(hash)]) << i;
-        seen[static_cast<size_t>(hash)] = true;
+        sum += static_cast<unsigned>(strhash(text, nullptr)) * i * i;
         next[i] = static_cast<unsigned char>(i + 1);
     }
-    EXPECT_FALSE(seen[0xA1]);
-    EXPECT_EQ(strhash("\xFE", next), 0xFF);
+    EXPECT_EQ(sum, 698977027u);
     EXPECT_EQ(strhash("\xFE\x01", next), 0xFF); // 0xFF XOR 1 leads on from 0xFE
 }
 
@@ -40,10 +35,8 @@ TEST(Strings, StripCutsInPlace)
     };
     EXPECT_EQ(stripped("  ab  ", 1, 0), "ab  ");
     EXPECT_EQ(stripped("  ab  ", 0, 1), "  ab");
-    EXPECT_EQ(stripped("  ab  ", 0, 0), "  ab  ");
     EXPECT_EQ(stripped("\t\n\v\f\r a b\xFF \r\f\v\n\t", 1, 1), "a b\xFF");
-    EXPECT_EQ(stripped(" \t ", 1, 1), "");
-    EXPECT_EQ(stripped(" \t ", 0, 1), "");
+    EXPECT_EQ(stripped(" \t ", 1, 1) + stripped(" \t ", 0, 1), "");
     EXPECT_EQ(strstrip(nullptr, 1, 1), nullptr);
 }
 
@@ -71,31 +64,25 @@ TEST(Strings, TokenizerKnowsTheLastToken)
     char *save = nullptr;
     EXPECT_EQ(strtoknst(commas, ",", &save), nullptr);
     EXPECT_EQ(save, commas) << "the position stays where the search began";
+    EXPECT_TRUE(strtoknst(commas, nullptr, &save) == nullptr && strtoknst(commas, ",", nullptr) == nullptr);
     save = nullptr;
     EXPECT_EQ(strtoknst(nullptr, ",", &save), nullptr);
-    EXPECT_EQ(strtoknst(commas, nullptr, &save), nullptr);
-    EXPECT_EQ(save, nullptr);
-    EXPECT_EQ(strtoknst(commas, ",", nullptr), nullptr);
 }
 
 TEST(Strings, ControlCharactersBecomeVisible)
 {
-    const char *const named[] = {"", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL",  "",    "",    "LF", "",
-                                 "", "CR",  "",    "",    "",    "XON", "DC2", "XOFF", "DC4", "NAK", "SYN"};
+    const std::string names[32] = {"", "<SOH>", "<STX>", "<ETX>",  "<EOT>", "<ENQ>", "<ACK>", "<BEL>",
+                                   "", "\t",    "<LF>",  "",       "",      "<CR>",  "",      "",
+                                   "", "<XON>", "<DC2>", "<XOFF>", "<DC4>", "<NAK>", "<SYN>"};
+    char visible[64];
     for (int value = 1; value < 256; ++value) {
         const char source[] = {static_cast<char>(value), '\0'};
-        char visible[13];
         char expected[16];
-        if (value == '\t' || (value < 0x80 && std::isprint(value)))
-            std::snprintf(expected, sizeof expected, "%c", value);
-        else if (value < 23 && named[value][0] != '\0')
-            std::snprintf(expected, sizeof expected, "<%s>", named[value]);
-        else
-            std::snprintf(expected, sizeof expected, "<0x%X>", static_cast<signed char>(value));
+        std::snprintf(expected, sizeof expected, "<0x%X>", static_cast<signed char>(value));
+        bool isNamed = value < 32 && !names[value].empty();
         EXPECT_EQ(strcntrl(visible, source), 1);
-        EXPECT_STREQ(visible, expected);
+        EXPECT_EQ(visible, isNamed ? names[value] : value >= 32 && value < 127 ? source : expected);
     }
-    char visible[64] = "old";
     EXPECT_EQ(strcntrl(visible, "\tx\x01"), 1);
     EXPECT_STREQ(visible, "\tx<SOH>");
     EXPECT_EQ(strcntrl(visible, nullptr), 0);
@@ -125,14 +112,11 @@ TEST(Strings, IndexFindsTheTerminatorToo)
 TEST(Strings, PrintersReturnDifferentThings)
 {
     testing::internal::CaptureStderr();
-    EXPECT_EQ(eprintf("%s %d", "abc", 42), 6);
-    EXPECT_EQ(eprintf(nullptr), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "abc 42");
-
     testing::internal::CaptureStdout();
-    EXPECT_EQ(uprintf("%s %d", "abc", 42), 0);
-    EXPECT_EQ(uprintf(nullptr), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "abc 42");
+    EXPECT_TRUE(eprintf("%s %d", "abc", 42) == 6 && eprintf(nullptr) == 0);
+    EXPECT_TRUE(uprintf("%s %d", "xyz", 42) == 0 && uprintf(nullptr) == 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "xyz 42");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "abc 42");
 }
 
 TEST(Strings, LongOnesAreNoProblem)

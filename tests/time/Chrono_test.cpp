@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
-#include <string>
 #include <windows.h>
 
 namespace {
@@ -57,55 +56,45 @@ LONGLONG realFrequency()
     return frequency.QuadPart;
 }
 
-template<typename Work>
-std::string standardErrorOf(Work work)
+bool secondsAreKnownFromTheFirstReading()
 {
-    testing::internal::CaptureStderr();
-    work();
-    return testing::internal::GetCapturedStderr();
+    ChronoRec stopwatch{};
+    bool unknown = ChronoSecs(1000) == 0;
+    ChronoTime(&stopwatch, 0);
+    return unknown && ChronoSecs(static_cast<uint64_t>(realFrequency())) == 1;
 }
 
-/// Ends a child process with what it found; the parent sees the text when something was wrong.
-[[noreturn]] void finish(bool right, const char *what)
+bool millisecondsStandInForGood()
 {
-    std::fputs(what, stderr);
-    std::exit(right ? 0 : 1);
+    ChronoRec stopwatch;
+    std::optional<ImportHook> frequency(std::in_place, "QueryPerformanceFrequency", readFrequency);
+    ImportHook milliseconds("GetTickCount", readMilliseconds);
+    counterTicks = 0xFFFFFFF0;
+    ChronoInit(&stopwatch);
+    frequency.reset(); // the counter is back, but the source stays
+    counterTicks = 5;  // an interval across the wrap of the count is left as it comes out
+    return ChronoTicks(&stopwatch, 0) == 5 - uint64_t{0xFFFFFFF0} && ChronoSecs(1000) == 1;
 }
 
-// Everything here runs in a process of its own, in which the clock is unused so far.
+bool elapsedStartsAtTheClocksOrigin()
+{
+    ImportHook frequency("QueryPerformanceFrequency", readFrequency);
+    ImportHook counter("QueryPerformanceCounter", readCounter);
+    counterFrequency = 1000;
+    counterTicks = 7'654'321;
+    bool fromOrigin = elapsed_time("first") == 7'654'321 * (1.0 / 1000);
+    counterTicks += 250;
+    return fromOrigin && elapsed_time("next") == 0.25;
+}
+
+// Each in a process of its own, in which the clock is unused so far.
 TEST(FreshClockDeathTest, ChoosesItsSourceOnFirstUse)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    static ChronoRec stopwatch;
-    EXPECT_EXIT(
-        {
-            bool zero = ChronoSecs(1000) == 0;
-            ChronoTime(&stopwatch, 0);
-            finish(zero && ChronoSecs(static_cast<uint64_t>(realFrequency())) == 1, "seconds");
-        },
-        testing::ExitedWithCode(0), "seconds");
-    EXPECT_EXIT(
-        {
-            std::optional<ImportHook> frequency(std::in_place, "QueryPerformanceFrequency", readFrequency);
-            ImportHook milliseconds("GetTickCount", readMilliseconds);
-            counterTicks = 0xFFFFFFF0;
-            ChronoInit(&stopwatch);
-            frequency.reset(); // the counter is back, but the source stays
-            counterTicks = 5;  // an interval across the wrap of the count is left as it comes out
-            finish(ChronoTicks(&stopwatch, 0) == 5 - uint64_t{0xFFFFFFF0} && ChronoSecs(1000) == 1, "milliseconds");
-        },
-        testing::ExitedWithCode(0), "milliseconds");
-    EXPECT_EXIT(
-        {
-            ImportHook frequency("QueryPerformanceFrequency", readFrequency);
-            ImportHook counter("QueryPerformanceCounter", readCounter);
-            counterFrequency = 1000;
-            counterTicks = 7'654'321;
-            bool fromOrigin = elapsed_time("first") == 7'654'321 * (1.0 / 1000);
-            counterTicks += 250;
-            finish(fromOrigin && elapsed_time("next") == 0.25, "origin");
-        },
-        testing::ExitedWithCode(0), "first: 7654.321 secs\r?\nnext: 0.250 secs\r?\norigin");
+    EXPECT_EXIT(std::exit(!secondsAreKnownFromTheFirstReading()), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(!millisecondsStandInForGood()), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(!elapsedStartsAtTheClocksOrigin()), testing::ExitedWithCode(0),
+                "first: 7654.321 secs\r?\nnext: 0.250 secs");
 }
 
 TEST(Clock, StopwatchesRestartOnlyWhenAsked)
@@ -123,10 +112,7 @@ TEST(Clock, StopwatchesRestartOnlyWhenAsked)
     counterTicks -= 1;
     EXPECT_EQ(ChronoTicks(&stopwatch, 0), UINT64_MAX); // unsigned, also when the counter steps back
     EXPECT_DOUBLE_EQ(ChronoSecs(UINT64_MAX), 18446744073709551616.0 * ChronoSecs(1));
-}
 
-TEST(Clock, LocalTimeFillsEightIntegers)
-{
     ImportHook localTime("GetLocalTime", readLocalTime);
     ChronoLocal local;
     EXPECT_EQ(ChronoLocalTime(&local), &local);
@@ -140,15 +126,17 @@ TEST(Elapsed, PrintsItsLineAndTruncates)
     LONGLONG second = realFrequency();
     counterTicks = 100 * second;
     elapsed_time(nullptr);
+    testing::internal::CaptureStderr();
     counterTicks += second * 19999 / 10000;
-    EXPECT_EQ(standardErrorOf([] { EXPECT_EQ(elapsed("load %s"), 1999); }), "load %s: 2.000 secs\n");
+    EXPECT_EQ(elapsed("load %s"), 1999);
     counterTicks += second * 3;
-    EXPECT_EQ(standardErrorOf([] { EXPECT_DOUBLE_EQ(elapsed_time(nullptr), 3); }), "");
+    EXPECT_DOUBLE_EQ(elapsed_time(nullptr), 3);
     counterTicks += second * 86400 * 30;
     EXPECT_EQ(elapsed(nullptr), INT_MAX);
     counterTicks = second * 12 + second / 4;
-    EXPECT_EQ(standardErrorOf([] { time_stamp("here"); }), "here: @ 12.250\n");
-    EXPECT_EQ(standardErrorOf([] { time_stamp(nullptr); }), "");
+    time_stamp(nullptr);
+    time_stamp("here");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "load %s: 2.000 secs\nhere: @ 12.250\n");
 }
 
 TEST(CpuTime, MeasuresFromTheReference)
@@ -156,33 +144,25 @@ TEST(CpuTime, MeasuresFromTheReference)
     ImportHook times("GetProcessTimes", readProcessTimes);
     const uint64_t start = 0xFFFFFFF0; // the differences carry into the high word
     userTime = kernelTime = start;
-    EXPECT_EQ(standardErrorOf([] { EXPECT_EQ(CpuTime("none", 0), 0); }), "");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(CpuTime("none", 0), 0);
     userTime = start + 12'345'678;
     kernelTime = start + 5'009'999;
-
-    const struct {
-        int selector;
-        int32_t milliseconds;
-        const char *line;
-    } cases[] = {{1, 1234, "used: 1.235 secs\n"},
-                 {2, 500, "used: 0.501 secs\n"},
-                 {3, 1234, "used: 1.235 secs\n"},
-                 {4, 500, "used: 0.501 secs\n"},
-                 {5, 1735, "used: 1.736 secs\n"},
-                 {6, 0, ""},
-                 {-1, 0, ""}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(standardErrorOf([&] { EXPECT_EQ(CpuTime("used", c.selector), c.milliseconds); }), c.line)
-            << "selector " << c.selector;
-        EXPECT_EQ(standardErrorOf([&] { EXPECT_EQ(CpuTime(nullptr, c.selector), c.milliseconds); }), "");
+    const int32_t milliseconds[] = {1234, 500, 1234, 500, 1735, 0};
+    for (int selector = 1; selector <= 6; ++selector) {
+        EXPECT_EQ(CpuTime("used", selector), milliseconds[selector - 1]) << "selector " << selector;
+        EXPECT_EQ(CpuTime(nullptr, selector), milliseconds[selector - 1]) << "selector " << selector;
     }
+    EXPECT_EQ(CpuTime("used", -1), 0);
     userTime = start + 30 * uint64_t{864'000'000'000};
     EXPECT_EQ(CpuTime(nullptr, 1), INT_MAX);
 
     timesAvailable = FALSE; // no times, no line, and the reference stays
-    EXPECT_EQ(standardErrorOf([] { EXPECT_EQ(CpuTime("used", 1) + CpuTime("used", 0), 0); }), "");
+    EXPECT_EQ(CpuTime("used", 1) + CpuTime("used", 0), 0);
     timesAvailable = TRUE;
     EXPECT_EQ(CpuTime(nullptr, 2), 500);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "used: 1.235 secs\nused: 0.501 secs\nused: 1.235 secs\n"
+                                                      "used: 0.501 secs\nused: 1.736 secs\n");
 }
 
 } // namespace

@@ -2,6 +2,9 @@
 
 #include <general.h>
 
+#ifdef __cplusplus
+extern "C"
+#endif
 int start(void)
 {
     int value = 42;
