@@ -1,0 +1,34 @@
+/// @file
+/// Catches what a copy of the library logs, in place of the event log.
+
+#pragma once
+
+#include "tests/support/import_hook.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+#include <windows.h>
+
+class CapturedEvents {
+public:
+    /// @param module  as for ImportHook
+    explicit CapturedEvents(void *module = nullptr) : hook_("ReportEventA", &capture, module) { texts().clear(); }
+
+    /// "who: text" of every message since the last call.
+    static std::vector<std::string> take() { return std::exchange(texts(), {}); }
+
+private:
+    static std::vector<std::string> &texts()
+    {
+        static std::vector<std::string> kept;
+        return kept;
+    }
+    static BOOL WINAPI capture(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCSTR *strings, LPVOID)
+    {
+        texts().push_back(std::string(strings[0]) + ": " + strings[1]);
+        return TRUE;
+    }
+
+    test_support::ImportHook hook_;
+};
