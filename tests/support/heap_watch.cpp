@@ -1,4 +1,5 @@
 #include "tests/support/heap_watch.h"
+#include "tests/support/fault_count.h"
 #include "tests/support/heap_watch_record.h"
 
 #include <malloc.h>
@@ -87,6 +88,8 @@ HeapWatch::~HeapWatch()
 {
     releaseHeapCalls();
     record.counts = nullptr;
+    if (failed())
+        countFault("allocations_failed");
 }
 
 void *watchedMalloc(std::size_t size, MallocFunction *real)

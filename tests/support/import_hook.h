@@ -4,6 +4,8 @@
 
 #pragma once
 
+#include "tests/support/fault_count.h"
+
 #include <optional>
 
 namespace test_support {
@@ -59,6 +61,14 @@ public:
         active_ = this;
         hook_.emplace(name, &replacement);
     }
+
+    ~FailingImport()
+    {
+        if (failed())
+            countFault("calls_failed");
+    }
+    FailingImport(const FailingImport &) = delete;
+    FailingImport &operator=(const FailingImport &) = delete;
 
     /// How many times the function was called so far.
     int calls() const { return calls_; }

@@ -1,0 +1,78 @@
+"""Prints the figures of docs/reliability.md from what script/reliability left: the tests' XML files in
+the folder given, and the logs of fuzzing, soak and checks."""
+
+import collections
+import datetime
+import glob
+import os
+import re
+import subprocess
+import sys
+import xml.etree.ElementTree as xml
+
+LOGS = "build/logs"
+FAULTS = ("allocations_failed", "calls_failed")
+
+
+def log_of(title):
+    """The log that the step with this title left; see script/lib/console.sh."""
+    name = re.sub(r"[^A-Za-z0-9]+", "-", title)
+    with open(f"{LOGS}/{name}.log", encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def counts_of(path):
+    counts = collections.Counter()
+    for case in xml.parse(path).iter("testcase"):
+        counts["tests"] += 1
+        counts["failed"] += case.find("failure") is not None
+        for prop in case.iter("property"):
+            if prop.get("name") in FAULTS:
+                counts[prop.get("name")] += int(prop.get("value"))
+    return counts
+
+
+def test_table(folder):
+    families = collections.defaultdict(dict)
+    for path in glob.glob(f"{folder}/*.xml"):
+        half, family = os.path.basename(path)[:-4].split("-", 1)
+        families[family][half] = counts_of(path)
+    lines = ["| family | tests, DLL under Wine | tests, sanitizers | allocations made to fail | system calls made to fail |",
+             "|---|---:|---:|---:|---:|"]
+    total = collections.Counter()
+    for family, halves in sorted(families.items()):
+        win32, host = halves.get("win32", collections.Counter()), halves.get("host", collections.Counter())
+        allocations = win32["allocations_failed"] + host["allocations_failed"]
+        lines.append(f"| {family} | {win32['tests']} | {host['tests']} | {allocations} | {win32['calls_failed']} |")
+        total.update({"win32": win32["tests"], "host": host["tests"], "allocations": allocations,
+                      "calls": win32["calls_failed"], "failed": win32["failed"] + host["failed"]})
+    lines.append(f"| **all** | **{total['win32']}** | **{total['host']}** | **{total['allocations']}** | **{total['calls']}** |")
+    return lines, total["failed"]
+
+
+def fuzz_lines(seconds):
+    names = sorted(os.path.basename(folder) for folder in glob.glob("fuzz/corpora/*"))
+    lines = ["| fuzz target | inputs run | findings |", "|---|---:|---:|"]
+    for name in names:
+        log = log_of(f"fuzz {name} for {seconds} s")
+        runs = int(re.search(r"stat::number_of_executed_units: (\d+)", log)[1])
+        lines.append(f"| {name} | {runs:,} | {len(glob.glob(f'build/fuzz/{name}-crash-*') + glob.glob(f'build/fuzz/{name}-timeout-*'))} |")
+    return lines
+
+
+def main():
+    folder, seconds = sys.argv[1:]
+    tests, failed = test_table(folder)
+    soak = re.search(r"moved .*", log_of(f"soak, {seconds} s"))[0]
+    commit = subprocess.run(["git", "describe", "--always", "--dirty"], check=True, capture_output=True, text=True).stdout.strip()
+    print(f"Taken on {datetime.date.today().isoformat()} at {commit}; {failed} tests failed.\n")
+    print("\n".join(tests), end="\n\n")
+    print("An allocation or a call counts once for each run of a scenario in which it was the one that failed. The tests under")
+    print("sanitizers ran with AddressSanitizer and UndefinedBehaviorSanitizer, which end a test at their first finding.\n")
+    print("\n".join(fuzz_lines(seconds)), end="\n\n")
+    print(f"Shared-memory queue, {seconds} s under load with peers killed and replaced: {soak.strip()}.\n")
+    print("`script/check`: clang-tidy over library and samples without a finding, imports, exports, layout, hardening as recorded.\n")
+
+
+if __name__ == "__main__":
+    main()
