@@ -3,6 +3,8 @@
 
 #include "general/stacktrace.h"
 
+#include <string.h>
+
 GENERAL_MODULE_ID("$Id$");
 
 namespace {
@@ -12,6 +14,40 @@ uint32_t chosenFrame; ///< 0: the walk starts in the caller's own
 ADDRESS64 flatAddress(uint32_t offset)
 {
     return ADDRESS64{.Offset = offset, .Segment = 0, .Mode = AddrModeFlat};
+}
+
+bool isInside(DWORD64 address, DWORD size, uintptr_t start, uintptr_t end)
+{
+    return address >= start && address <= end && size <= end - address;
+}
+
+/// Whether these bytes are in the calling thread's stack or information block, which are always there.
+bool isThreadsOwn(DWORD64 address, DWORD size)
+{
+    constexpr uintptr_t blockSize = 4096;
+    uintptr_t stackLimit = 0;
+    uintptr_t stackBase = 0;
+    uintptr_t block = 0;
+    asm("movl %%fs:8, %0\n"
+        "movl %%fs:4, %1\n"
+        "movl %%fs:0x18, %2"
+        : "=&r"(stackLimit), "=&r"(stackBase), "=r"(block));
+    return isInside(address, size, stackLimit, stackBase) || isInside(address, size, block, block + blockSize);
+}
+
+/// Reads memory for the walk: the thread's own directly, all else through the system, which survives a
+/// wild address and takes a thousand times as long.
+BOOL CALLBACK readMemory(HANDLE process, DWORD64 address, PVOID buffer, DWORD size, LPDWORD bytesRead)
+{
+    auto *source = reinterpret_cast<const void *>(static_cast<uintptr_t>(address));
+    SIZE_T count = size;
+    BOOL isRead = TRUE;
+    if (isThreadsOwn(address, size))
+        memcpy(buffer, source, size);
+    else
+        isRead = ReadProcessMemory(process, source, buffer, size, &count);
+    *bytesRead = isRead != FALSE ? static_cast<DWORD>(count) : 0;
+    return isRead;
 }
 
 } // namespace
@@ -33,7 +69,7 @@ bool StackWalk::next(uint32_t &address)
         return false;
     BOOL stepped =
         help_->StackWalk64(IMAGE_FILE_MACHINE_I386, GetCurrentProcess(), GetCurrentThread(), &frame_, &context_,
-                           nullptr, help_->SymFunctionTableAccess64, help_->SymGetModuleBase64, nullptr);
+                           readMemory, help_->SymFunctionTableAccess64, help_->SymGetModuleBase64, nullptr);
     if (stepped == FALSE || frame_.AddrFrame.Offset == 0)
         return false;
     address = static_cast<uint32_t>(frame_.AddrPC.Offset);
