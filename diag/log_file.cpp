@@ -63,12 +63,20 @@ void close()
     logFile = nullptr;
 }
 
-void copyTime(char *text)
+/// The time of a line, for the holder of the stream. The clock is read again only when the system's
+/// tick count has moved, for the two move together, and reading costs as much as writing a short line.
+const char *timeText()
 {
-    time_t now = time(nullptr);
-    const char *standard = ctime(&now);
-    memcpy(text, standard == nullptr ? "--- -- --:--:--" : standard + timeStart, timeLength);
-    text[timeLength] = '\0';
+    static char text[timeLength + 1];
+    static DWORD askedAt;
+    DWORD tick = GetTickCount();
+    if (text[0] == '\0' || tick != askedAt) {
+        askedAt = tick;
+        time_t now = time(nullptr);
+        const char *standard = ctime(&now);
+        memcpy(text, standard == nullptr ? "--- -- --:--:--" : standard + timeStart, timeLength);
+    }
+    return text;
 }
 
 /// Writes a line in one piece.
@@ -92,8 +100,7 @@ bool writeShortLine(const char *format, const char *now, const char *first, cons
 
 void writeLine(const char *format, const char *first, const char *second)
 {
-    char now[timeLength + 1];
-    copyTime(now);
+    const char *now = timeText();
     fseek(logFile, 0, SEEK_END);
     if (format == nullptr) {
         fprintf(logFile, "%s %s:\n", now, logName);

@@ -3,6 +3,7 @@
 #include "general/chrono.h"
 #include "general/processor.h"
 #include "general/system.h"
+#include "general/validators.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -133,27 +134,32 @@ Section processors()
              number("running on APIC id", KuGetAPIC_ID(), "%.0f")}};
 }
 
-struct WindowsVersion {
-    bool isNt;
-    std::string number;
-};
+const char *windowsName()
+{
+    if (iswin95() != 0)
+        return "95 family"; // first: iswinNT is not 0 there either
+    if (iswinNT() != 0)
+        return "NT 4.0";
+    if (iswin2K() != 0)
+        return "2000";
+    return iswinXP() != 0 ? "XP" : "another of the NT family";
+}
 
-WindowsVersion windowsVersion()
+std::string windowsVersion()
 {
     OSVERSIONINFOA version = {};
     version.dwOSVersionInfoSize = sizeof version;
     GetVersionExA(&version);
-    return {version.dwPlatformId == VER_PLATFORM_WIN32_NT,
-            format("%lu.%lu.%lu", version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber & 0xFFFF)};
+    return format("%lu.%lu.%lu", version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber & 0xFFFF);
 }
 
 Section system()
 {
-    WindowsVersion version = windowsVersion();
+    bool is95 = iswin95() != 0;
     return {"system",
-            {text("Windows version", version.number), yesNo("Windows 95 family", !version.isNt),
-             yesNo("Windows NT family", version.isNt), text("DNS domain", QVSgetdomainname()),
-             number("sysconf 506", QVSsysconf(QVS_SC_PER_THREAD), "%.0f"),
+            {text("Windows", windowsName()), text("Windows version", windowsVersion()),
+             yesNo("Windows 95 family", is95), yesNo("Windows NT family", !is95),
+             text("DNS domain", QVSgetdomainname()), number("sysconf 506", QVSsysconf(QVS_SC_PER_THREAD), "%.0f"),
              number("sysconf 508", QVSsysconf(QVS_SC_64), "%.0f")}};
 }
 
