@@ -30,7 +30,7 @@ void setMessageFile(HKEY key, const char *name)
     file.append(name);
     file.append(".message.dll");
     RegSetValueExA(key, "EventMessageFile", 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE *>(file.text()),
-                   static_cast<DWORD>(file.length() + 1));
+                   static_cast<DWORD>(file.length()) + 1);
 }
 
 /// Tells the event viewer of the source. The path's doubled separators are what installed systems
