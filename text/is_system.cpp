@@ -21,20 +21,21 @@ struct Winsock {
     decltype(&gethostbyname) lookUpName;
     decltype(&gethostbyaddr) lookUpAddress;
     decltype(&inet_addr) address;
-    bool isComplete;
 };
 
-Winsock loadWinsock()
+/// Loads Winsock when first asked for.
+/// @return false where there is none, or an incomplete one
+bool findWinsock(Winsock &winsock)
 {
-    Winsock winsock{};
-    HMODULE library = LoadLibraryA("wsock32.dll");
-    winsock.isComplete = general::findFunction(library, "WSAStartup", winsock.startup) &&
-                         general::findFunction(library, "WSACleanup", winsock.cleanup) &&
-                         general::findFunction(library, "gethostname", winsock.hostName) &&
-                         general::findFunction(library, "gethostbyname", winsock.lookUpName) &&
-                         general::findFunction(library, "gethostbyaddr", winsock.lookUpAddress) &&
-                         general::findFunction(library, "inet_addr", winsock.address);
-    return winsock;
+    static HMODULE library;
+    if (library == nullptr)
+        library = LoadLibraryA("wsock32.dll");
+    return general::findFunction(library, "WSAStartup", winsock.startup) &&
+           general::findFunction(library, "WSACleanup", winsock.cleanup) &&
+           general::findFunction(library, "gethostname", winsock.hostName) &&
+           general::findFunction(library, "gethostbyname", winsock.lookUpName) &&
+           general::findFunction(library, "gethostbyaddr", winsock.lookUpAddress) &&
+           general::findFunction(library, "inet_addr", winsock.address);
 }
 
 constexpr size_t localNameSize = 128;
@@ -91,13 +92,9 @@ int isfile(const char *path, int)
 
 int islocal(const char *host)
 {
-    static Winsock winsock; // filled again by every call until it is complete
-    if (host == nullptr)
-        return 0;
-    if (!winsock.isComplete)
-        winsock = loadWinsock();
+    Winsock winsock{};
     WSADATA data;
-    if (!winsock.isComplete || winsock.startup(MAKEWORD(1, 1), &data) != 0)
+    if (host == nullptr || !findWinsock(winsock) || winsock.startup(MAKEWORD(1, 1), &data) != 0)
         return 0;
     int answer = isThisMachine(winsock, host) ? 1 : 0;
     winsock.cleanup();
