@@ -136,7 +136,7 @@ TEST(SplineObject, SurvivesExhaustedMemory)
         for (Spline1 *object : {spline, copy})
             if (object != nullptr) {
                 EXPECT_EQ(Spline1Destroy(object), SPLINE_OK);
-                EXPECT_EQ(watch.firstWordOfLastFreedBlock(), 0u) << "a destroyed spline keeps its magic";
+                EXPECT_EQ(watch.wordOfLastFreedBlock(), 0u) << "a destroyed spline keeps its magic";
             }
         if (lx != nullptr)
             SplineDeleteLX(lx);

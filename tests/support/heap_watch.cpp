@@ -3,8 +3,10 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace test_support {
 
@@ -17,11 +19,12 @@ constexpr std::uintptr_t removedPlace = 1;
 struct Record {
     bool active;
     bool failed;
+    bool failedUnasked; ///< and nobody has asked since
     int failingAllocation;
     int allocations;
     int liveBlocks;
     std::size_t lastSize;
-    unsigned firstWordOfLastFreed;
+    unsigned lastFreed[8];          ///< the first words of the last block freed
     std::uintptr_t blocks[1 << 16]; ///< open-addressed set of the blocks obtained
 
     static constexpr std::size_t places = sizeof blocks / sizeof blocks[0];
@@ -35,7 +38,7 @@ struct Record {
         lastSize = size;
         if (++allocations != failingAllocation)
             return false;
-        failed = true;
+        failed = failedUnasked = true;
         return true;
     }
 
@@ -112,9 +115,14 @@ bool HeapWatch::failed() const
     return record.failed;
 }
 
-unsigned HeapWatch::firstWordOfLastFreedBlock() const
+bool HeapWatch::justFailed()
 {
-    return record.firstWordOfLastFreed;
+    return std::exchange(record.failedUnasked, false);
+}
+
+unsigned HeapWatch::wordOfLastFreedBlock(std::size_t index) const
+{
+    return record.lastFreed[index];
 }
 
 void *watchedMalloc(std::size_t size, MallocFunction *real)
@@ -142,8 +150,10 @@ void *watchedRealloc(void *block, std::size_t size, ReallocFunction *real)
 
 void watchedFree(void *block, FreeFunction *real)
 {
-    if (record.released(block) && sizeOf(block) >= sizeof record.firstWordOfLastFreed)
-        std::memcpy(&record.firstWordOfLastFreed, block, sizeof record.firstWordOfLastFreed);
+    if (record.released(block)) {
+        std::memset(record.lastFreed, 0, sizeof record.lastFreed);
+        std::memcpy(record.lastFreed, block, std::min(sizeOf(block), sizeof record.lastFreed));
+    }
     real(block);
 }
 

@@ -29,8 +29,10 @@ public:
     std::size_t lastSize() const;
     /// Whether the chosen allocation has been made to fail.
     bool failed() const;
-    /// The first word of the last block of at least a word that was freed, as it stood then.
-    unsigned firstWordOfLastFreedBlock() const;
+    /// Whether the chosen allocation has failed since this was last asked.
+    bool justFailed();
+    /// A word of the last block freed, as it stood then; one of the first eight. 0 beyond its end.
+    unsigned wordOfLastFreedBlock(std::size_t index = 0) const;
 };
 
 /// Runs a scenario with its first allocation failing, then with its second, and so on until one
