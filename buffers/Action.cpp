@@ -80,14 +80,15 @@ void destroy(Action *action)
     free(action);
 }
 
-/// Removes the first entry that a predicate picks. One that waits to be freed is gone already.
+/// Removes the first entry that a predicate picks. Until it is freed, a removed entry is still found:
+/// callers see success again, and removing by callback does not reach a second entry in one pass.
 template<typename Predicate>
 ActionStat removeFirst(Action *action, Predicate picked)
 {
     if (!isLive(action))
         return ACTION_BAD_HANDLE;
     for (Entry *entry = action->first; entry != nullptr; entry = entry->next)
-        if (entry->removed == 0 && picked(*entry)) {
+        if (picked(*entry)) {
             entry->removed = 1;
             purge(action);
             return ACTION_OK;

@@ -43,13 +43,15 @@ GENERAL_API uint32_t ActionDestroy(Action *action);
 ///         exhausted, or all 2^31 - 1 ids have been given
 GENERAL_API int32_t ActionAdd(Action *action, ActionCallback callback, void *userData);
 
-/// Removes the entry with an id.
+/// Removes the entry with an id. While an ActionDo runs, a removed entry is still found: removing it again
+/// gives ACTION_OK and changes nothing.
 /// @param action  a live registry
 /// @param id      what ActionAdd gave
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
 GENERAL_API uint32_t ActionRmv(Action *action, int32_t id);
 
-/// Removes the first entry with a callback.
+/// Removes the first entry with a callback. While an ActionDo runs, that may be one removed already, as
+/// for ActionRmv, even if there is another behind it: remove several of one callback by their ids.
 /// @param action    a live registry
 /// @param callback  the callback as it was added
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY

@@ -1,10 +1,10 @@
 #include "general/bufpool.h"
+#include "general/verystupidfunction.h"
 
-#include "tests/support/heap_watch.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/handles.h"
 
 #include <algorithm>
+#include <climits>
 #include <random>
 #include <vector>
 
@@ -21,7 +21,8 @@ TEST(BufPool, HandsOutTheLowestFreeSlotUnderRandomTraffic)
     constexpr int32_t slotCount = 5;
     std::mt19937 random(3);
     test_support::HeapWatch watch;
-    BufPool *pool = BufPoolCreate(slotCount, 200);
+    BufPool *pool = BufPoolCreate(slotCount, 100);
+    EXPECT_EQ(BufPoolResetMaxSize(pool, 200), 0);
     std::vector<ModelSlot> model(slotCount, {nullptr, 0, true});
     int32_t available = slotCount;
     for (int step = 0; step < 20000; ++step) {
@@ -36,17 +37,14 @@ TEST(BufPool, HandsOutTheLowestFreeSlotUnderRandomTraffic)
             bool grows = slot->buffer == nullptr || size > slot->size;
             ASSERT_EQ(watch.allocations(), allocations + grows);
             ASSERT_EQ(grows ? watch.lastSize() : 0, grows ? size : 0);
-            if (slot->size != 0 && size != 0) {
-                ASSERT_EQ(buffer[0], slot - model.begin()) << "another slot's, or not kept";
-            }
+            ASSERT_TRUE(slot->size == 0 || size == 0 || buffer[0] == slot - model.begin()) << "another's, or not kept";
             *slot = {buffer, grows ? size : slot->size, false};
             if (slot->size != 0)
                 buffer[0] = static_cast<unsigned char>(slot - model.begin());
             --available;
         } else {
             ModelSlot &slot = model[random() % slotCount];
-            bool twice = random() % 5 == 0;
-            if (slot.isFree && !twice)
+            if (slot.isFree && random() % 5 != 0)
                 continue;
             ASSERT_EQ(BufPoolRelease(pool, slot.buffer), slot.buffer == nullptr ? -1 : 0);
             slot.isFree = true;
@@ -56,39 +54,27 @@ TEST(BufPool, HandsOutTheLowestFreeSlotUnderRandomTraffic)
     }
     EXPECT_GT(available, slotCount) << "double releases count twice";
     EXPECT_EQ(BufPoolDestroy(pool), 0);
-    EXPECT_EQ(watch.firstWordOfLastFreedBlock(), 0u) << "a destroyed pool keeps its magic";
+    EXPECT_EQ(watch.wordOfLastFreedBlock(), 0u) << "the magic stays";
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
-TEST(BufPool, RefusesWhatIsOutOfRange)
+TEST(BufPool, RefusesWhatIsOutOfRangeAndSurvivesExhaustedMemory)
 {
-    EXPECT_EQ(BufPoolCreate(0, 100), nullptr);
-    EXPECT_EQ(BufPoolCreate(-1, 100), nullptr);
-    EXPECT_EQ(BufPoolCreate(2, 0), nullptr);
-    EXPECT_EQ(BufPoolCreate(INT32_MAX, 1), nullptr);
-    EXPECT_EQ(BufPoolCreate(static_cast<int32_t>(UINT32_MAX / 12), 1), nullptr); // slots fit, the header does not
-
-    uint32_t foreign[4] = {};
-    for (uint32_t *record : {static_cast<uint32_t *>(nullptr), foreign}) {
-        auto *pool = reinterpret_cast<BufPool *>(record);
-        EXPECT_EQ(BufPoolDestroy(pool), record == nullptr ? 0 : -1);
+    struct Request {
+        int32_t slots;
+        uint32_t maximumSize;
+    };
+    constexpr int32_t withoutHeader = UINT32_MAX / 12; // so many slots fit, the header does not
+    for (auto [slots, size] : {Request{0, 100}, {-1, 100}, {2, 0}, {INT32_MAX, 1}, {withoutHeader, 1}})
+        EXPECT_EQ(BufPoolCreate(slots, size), nullptr);
+    char elsewhere = 0;
+    test_support::forEachForeign<BufPool>([&](BufPool *pool) {
+        test_support::expectEach(-1,
+                                 {BufPoolRelease(pool, &elsewhere), BufPoolAvail(pool), BufPoolResetMaxSize(pool, 1)});
+        EXPECT_EQ(BufPoolDestroy(pool), pool == nullptr ? 0 : -1);
         EXPECT_EQ(BufPoolGrab(pool, 0), nullptr);
-        EXPECT_EQ(BufPoolRelease(pool, foreign), -1);
-        EXPECT_EQ(BufPoolAvail(pool), -1);
-        EXPECT_EQ(BufPoolResetMaxSize(pool, 1), -1);
-    }
-    BufPool *pool = BufPoolCreate(1, 10);
-    EXPECT_EQ(BufPoolGrab(pool, 11), nullptr);
-    EXPECT_EQ(BufPoolResetMaxSize(pool, 11), 0);
-    EXPECT_NE(BufPoolGrab(pool, 11), nullptr);
-    EXPECT_EQ(BufPoolRelease(pool, nullptr), -1);
-    EXPECT_EQ(BufPoolRelease(pool, foreign), -1);
-    EXPECT_EQ(BufPoolDestroy(pool), 0);
-}
-
-TEST(BufPool, SurvivesExhaustedMemory)
-{
-    test_support::failEachAllocation([](test_support::HeapWatch &watch) {
+    });
+    test_support::failEachAllocation([&](test_support::HeapWatch &watch) {
         BufPool *pool = BufPoolCreate(1, 100);
         if (pool == nullptr)
             return;
@@ -98,10 +84,17 @@ TEST(BufPool, SurvivesExhaustedMemory)
             EXPECT_EQ(BufPoolAvail(pool), buffer == nullptr);
             BufPoolRelease(pool, buffer);
         }
+        test_support::expectEach(-1, {BufPoolRelease(pool, nullptr), BufPoolRelease(pool, &elsewhere)});
         EXPECT_EQ(BufPoolAvail(pool), 1);
         EXPECT_NE(BufPoolGrab(pool, 5), nullptr);
         EXPECT_EQ(BufPoolDestroy(pool), 0);
     });
+}
+
+TEST(VeryStupidFunction, HandsItsArgumentBack)
+{
+    for (int value : {0, 1, -1, INT_MAX, INT_MIN})
+        EXPECT_EQ(VeryStupidFunction(value), value);
 }
 
 } // namespace

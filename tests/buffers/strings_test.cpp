@@ -3,9 +3,7 @@
 #include "general/strvec.h"
 #include "general/vstr.h"
 
-#include "tests/support/heap_watch.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/handles.h"
 
 #include <algorithm>
 #include <random>
@@ -14,145 +12,102 @@
 
 namespace {
 
+using test_support::fieldOf;
+using test_support::HeapWatch;
+
 std::string randomText(std::mt19937 &random)
 {
-    return std::string(random() % 30, static_cast<char>('a' + random() % 26));
+    return std::string(random() % (random() % 9 == 0 ? 100 : 30), static_cast<char>('a' + random() % 26));
 }
 
-void expectStrings(const StrList &list, const std::vector<std::string> &model)
-{
-    char **vector = StrVecCreate(list.buffer, list.count);
-    ASSERT_NE(vector, nullptr);
-    for (size_t i = 0; i < model.size(); ++i)
-        EXPECT_EQ(vector[i], model[i]);
-    EXPECT_EQ(vector[model.size()], nullptr);
-    StrVecDestroy(vector);
-}
-
+// A failed append lowers the recorded size by what the string would have taken, at times below zero.
 TEST(StrList, PacksStringsThatAVectorPointsTo)
 {
-    std::mt19937 random(2);
-    StrList list;
-    StrListInit(&list, 16, 64);
-    EXPECT_STREQ(StrListAppend(&list, "twenty characters..."), "twenty characters...");
-    EXPECT_EQ(list.allocated, 80u); // the increment wins over the shortfall of 5
-    std::vector<std::string> model{"twenty characters..."};
-    uint32_t used = 21;
-    for (int i = 0; i < 500; ++i) {
-        model.push_back(randomText(random));
-        const char *copy = StrListAppend(&list, model.back().c_str());
-        ASSERT_EQ(copy, list.buffer + used);
-        used += static_cast<uint32_t>(model.back().size()) + 1;
-        ASSERT_EQ(list.used, used);
-        ASSERT_EQ(list.count, model.size());
-        ASSERT_GE(list.allocated, used);
-    }
-    expectStrings(list, model);
-    StrListDestroy(&list);
-    EXPECT_EQ(list.buffer, nullptr);
-    EXPECT_EQ(list.allocated + list.growthIncrement + list.used + list.count, 0u);
-    expectStrings(list, {});
-    EXPECT_EQ(StrVecCreate(nullptr, UINT32_MAX), nullptr);
-    EXPECT_EQ(StrVecCreate(nullptr, UINT32_MAX / 4), nullptr);
-}
-
-// A failed append lowers the recorded size by what the string would have taken, here to below zero.
-TEST(StrList, KeepsItsTextWhenMemoryIsExhausted)
-{
-    test_support::failEachAllocation([](test_support::HeapWatch &watch) {
-        StrList list;
-        StrListInit(&list, 4, 8);
-        EXPECT_EQ(list.allocated, watch.failed() ? 0u : 4u);
-        std::vector<std::string> model;
-        for (const char *text : {"one", "a text of 20 letters", "x", "another long text of 32 letters."}) {
-            uint32_t before = list.allocated;
-            bool hadFailed = watch.failed();
-            char *copy = StrListAppend(&list, text);
-            EXPECT_EQ(copy == nullptr, watch.failed() && !hadFailed);
-            if (copy == nullptr)
-                EXPECT_EQ(list.allocated, before - (std::string(text).size() + 1));
-            else
-                model.emplace_back(text);
-            EXPECT_EQ(list.count, model.size());
-            if (char **vector = StrVecCreate(list.buffer, list.count)) {
-                EXPECT_TRUE(std::equal(model.begin(), model.end(), vector));
-                StrVecDestroy(vector);
+    for (uint32_t increment : {64u, 0u})
+        test_support::runTraffic(8, 500, [increment](HeapWatch &watch, int steps) {
+            std::mt19937 random(2);
+            StrList list;
+            StrListInit(&list, 16, increment);
+            int64_t allocated = watch.justFailed() ? 0 : 16;
+            std::vector<std::string> model;
+            uint32_t used = 0;
+            for (int step = 0; step < steps; ++step) {
+                std::string text = randomText(random);
+                auto size = static_cast<uint32_t>(text.size()) + 1;
+                char *copy = StrListAppend(&list, text.c_str());
+                bool failed = watch.justFailed();
+                ASSERT_EQ(copy, failed ? nullptr : list.buffer + used);
+                if (failed)
+                    allocated -= size;
+                else if (used + size > allocated)
+                    allocated += std::max(used + size - allocated, int64_t{increment});
+                ASSERT_EQ(list.allocated, static_cast<uint32_t>(allocated));
+                if (!failed)
+                    model.push_back(text);
+                used += failed ? 0 : size;
+                ASSERT_EQ(list.used, used);
+                ASSERT_EQ(list.count, model.size());
             }
-        }
-        StrListDestroy(&list);
-    });
+            char **vector = StrVecCreate(list.buffer, list.count);
+            EXPECT_EQ(vector == nullptr, watch.justFailed());
+            EXPECT_TRUE(vector == nullptr || std::equal(model.begin(), model.end(), vector));
+            EXPECT_TRUE(vector == nullptr || vector[model.size()] == nullptr);
+            StrVecDestroy(vector);
+            StrListDestroy(&list);
+            EXPECT_EQ(list.buffer, nullptr);
+            EXPECT_EQ(list.allocated + list.growthIncrement + list.used + list.count, 0u);
+        });
+    for (uint32_t count : {UINT32_MAX, UINT32_MAX / 4})
+        EXPECT_EQ(StrVecCreate(nullptr, count), nullptr);
 }
 
 TEST(Vstr, BehavesAsAStringUnderRandomTraffic)
 {
-    test_support::HeapWatch watch;
-    std::mt19937 random(8);
-    EXPECT_EQ(VstrCreate(0), nullptr);
-    EXPECT_EQ(VstrCreate(-5), nullptr);
-    Vstr *string = VstrCreate(50);
-    std::string model;
-    char *text = nullptr;
-    EXPECT_EQ(VstrGet(string, &text), VSTR_OK);
-    EXPECT_EQ(text, nullptr);
-    for (int step = 0; step < 3000; ++step) {
-        if (step % 100 == 99) {
-            ASSERT_EQ(VstrEmpty(string), VSTR_OK);
+    test_support::runTraffic(20, 3000, [](HeapWatch &watch, int steps) {
+        std::mt19937 random(8);
+        Vstr *string = VstrCreate(50);
+        std::string model;
+        std::string bytes; // emptying keeps them
+        uint32_t allocated = 0;
+        for (int step = 0; step < steps && string != nullptr; ++step) {
+            std::string text = randomText(random);
+            if (step % 100 == 15) {
+                ASSERT_EQ(VstrEmpty(string), VSTR_OK);
+                model.clear();
+            } else {
+                uint32_t stat = VstrAppend(string, text.c_str());
+                ASSERT_EQ(stat, watch.justFailed() ? VSTR_NO_MEMORY : VSTR_OK);
+                if (stat == VSTR_OK) {
+                    bytes = model += text;
+                    auto size = static_cast<uint32_t>(model.size()) + 1;
+                    allocated += size > allocated ? std::max(size - allocated, 50u) : 0;
+                }
+            }
+            char *shown = nullptr;
             int32_t length = -1;
-            VstrLength(string, &length);
-            ASSERT_EQ(length, 0);
-            VstrGet(string, &text);
-            ASSERT_EQ(text, model) << "the bytes stay";
-            model.clear();
+            ASSERT_EQ(VstrGet(string, &shown) | VstrLength(string, &length), VSTR_OK);
+            ASSERT_EQ(shown == nullptr, allocated == 0);
+            ASSERT_TRUE(shown == nullptr || shown == bytes);
+            ASSERT_EQ(length, step % 100 == 15 || allocated == 0 ? 0 : static_cast<int32_t>(model.size()) + 1);
+            ASSERT_EQ(fieldOf(string, 3), allocated);
         }
-        std::string more = randomText(random);
-        ASSERT_EQ(VstrAppend(string, more.c_str()), VSTR_OK);
-        model += more;
-        int32_t length = -1;
-        VstrLength(string, &length);
-        VstrGet(string, &text);
-        ASSERT_EQ(length, static_cast<int32_t>(model.size()) + 1);
-        ASSERT_EQ(text, model);
-    }
-    EXPECT_LT(watch.allocations(), 60) << "grows by 50 at least";
-    EXPECT_EQ(VstrDestroy(string), VSTR_OK);
-
-    uint32_t foreign[5] = {};
-    for (uint32_t *record : {static_cast<uint32_t *>(nullptr), foreign}) {
-        auto *none = reinterpret_cast<Vstr *>(record);
-        EXPECT_EQ(VstrAppend(none, "x"), VSTR_BAD_HANDLE);
-        EXPECT_EQ(VstrEmpty(none), VSTR_BAD_HANDLE);
-        EXPECT_EQ(VstrGet(none, &text), VSTR_BAD_HANDLE);
-        EXPECT_EQ(VstrLength(none, nullptr), VSTR_BAD_HANDLE);
-        EXPECT_EQ(VstrDestroy(none), VSTR_BAD_HANDLE);
-    }
+        EXPECT_EQ(VstrDestroy(string), string == nullptr ? VSTR_BAD_HANDLE : VSTR_OK);
+    });
 }
 
-TEST(Vstr, SurvivesExhaustedMemory)
+TEST(Vstr, RefusesWhatIsOutOfRange)
 {
-    test_support::failEachAllocation([](test_support::HeapWatch &watch) {
-        Vstr *string = VstrCreate(1);
-        if (string == nullptr)
-            return;
-        std::string model;
-        for (int i = 0; i < 2; ++i) {
-            bool hadFailed = watch.failed();
-            uint32_t stat = VstrAppend(string, "text");
-            EXPECT_EQ(stat == VSTR_NO_MEMORY, watch.failed() && !hadFailed);
-            model += stat == VSTR_OK ? "text" : "";
-        }
-        char *text = nullptr;
-        VstrGet(string, &text);
-        EXPECT_EQ(text, model);
-        EXPECT_EQ(VstrDestroy(string), VSTR_OK);
-        Vstr *huge = VstrCreate(INT32_MAX);
-        if (huge != nullptr) {
-            int allocations = watch.allocations();
-            reinterpret_cast<int32_t *>(huge)[3] = 1; // one byte there already: the next growth passes 2^31
-            EXPECT_EQ(VstrAppend(huge, "x"), VSTR_NO_MEMORY);
-            EXPECT_EQ(watch.allocations(), allocations);
-        }
-        VstrDestroy(huge);
+    test_support::forEachForeign<Vstr>([&](Vstr *none) {
+        test_support::expectEach(VSTR_BAD_HANDLE, {VstrAppend(none, "x"), VstrEmpty(none), VstrGet(none, nullptr),
+                                                   VstrLength(none, nullptr), VstrDestroy(none)});
     });
+    for (int32_t increment : {0, -5})
+        EXPECT_EQ(VstrCreate(increment), nullptr);
+    Vstr *string = VstrCreate(INT32_MAX);
+    fieldOf(string, 3) = 1; // a byte there already: the growth passes 2^31
+    EXPECT_EQ(VstrAppend(string, "x"), VSTR_NO_MEMORY);
+    EXPECT_EQ(fieldOf(string, 2), 0u);
+    EXPECT_EQ(VstrDestroy(string), VSTR_OK);
 }
 
 TEST(RefCounter, ReleasesItsValueOnceWithTheLastReference)
@@ -161,7 +116,7 @@ TEST(RefCounter, ReleasesItsValueOnceWithTheLastReference)
         RefCounter *counter;
         void *value;
         int times;
-    } released = {nullptr, nullptr, 0};
+    } released;
     auto release = [](void *value, void *context) {
         auto *record = static_cast<Released *>(context);
         record->value = value;

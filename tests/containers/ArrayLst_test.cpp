@@ -1,214 +1,145 @@
 #include "general/arraylst.h"
 
-#include "tests/support/heap_watch.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/handles.h"
 
 #include <algorithm>
-#include <memory>
+#include <array>
 #include <random>
 #include <vector>
 
 namespace {
 
-struct Destroy {
-    void operator()(ArrayLst *list) const { EXPECT_EQ(ArrayLstDestroy(list), ARRAYLST_OK); }
-};
-using ArrayLstPtr = std::unique_ptr<ArrayLst, Destroy>;
+constexpr uint32_t poison = 0xDEAD;
+constexpr size_t capacityField = 2;
 
-using Pair = std::pair<uint32_t, uint32_t>;
+using Outcome = std::array<uint32_t, 3>; ///< result code, key, object
 
-/// What a call gave; both numbers are poisoned before it.
-struct Outcome {
-    uint32_t stat;
-    uint32_t key;
-    uint32_t object;
-    bool operator==(const Outcome &) const = default;
-    friend void PrintTo(const Outcome &outcome, std::ostream *stream)
-    {
-        *stream << outcome.stat << " (" << outcome.key << ", " << outcome.object << ")";
-    }
-};
-
-struct Model {
-    std::vector<Pair> pairs;
+/// A list beside its pairs and cursor.
+struct Traffic {
+    ArrayLst *list = ArrayLstCreate();
+    std::vector<std::array<uint32_t, 2>> model;
     size_t cursor = 0;
 
-    size_t indexOf(uint32_t wanted, uint32_t Pair::*member) const
+    Outcome at(size_t index, uint32_t missing) const
     {
-        auto matches = [&](const Pair &pair) { return pair.*member == wanted; };
-        return static_cast<size_t>(std::find_if(pairs.begin(), pairs.end(), matches) - pairs.begin());
+        return index < model.size() ? Outcome{ARRAYLST_OK, model[index][0], model[index][1]} : Outcome{missing, 0, 0};
     }
     Outcome visit(size_t index)
     {
-        if (index >= pairs.size())
-            return {ARRAYLST_EMPTY, 0, 0};
-        cursor = index + 1;
-        return {ARRAYLST_OK, pairs[index].first, pairs[index].second};
+        cursor = index < model.size() ? index + 1 : cursor;
+        return at(index, ARRAYLST_EMPTY);
+    }
+    /// Seeks by key or object, or removes; the member looked for is not handed out.
+    Outcome match(uint32_t wanted, bool byKey, bool removes)
+    {
+        auto matches = [&](auto &pair) { return pair[byKey ? 0 : 1] == wanted; };
+        auto found = std::find_if(model.begin(), model.end(), matches);
+        auto index = static_cast<size_t>(found - model.begin());
+        Outcome outcome = at(index, byKey ? ARRAYLST_NO_SUCH_KEY : ARRAYLST_NO_SUCH_OBJ);
+        outcome[byKey ? 1 : 2] = poison;
+        if (found != model.end()) {
+            cursor = removes ? index : index + 1;
+            if (removes)
+                model.erase(found);
+        }
+        return outcome;
+    }
+
+    void expectSnapshot(test_support::HeapWatch &watch, size_t member)
+    {
+        uint32_t count = poison;
+        uint32_t *copy = &count;
+        uint32_t stat = (member == 0 ? ArrayLstGetKeys : ArrayLstGetObjs)(list, &count, &copy);
+        ASSERT_EQ(stat, model.empty() ? ARRAYLST_EMPTY : watch.justFailed() ? ARRAYLST_BAD_MALLOC : ARRAYLST_OK);
+        ASSERT_EQ(count, stat == ARRAYLST_OK ? model.size() : 0);
+        ASSERT_EQ(copy == nullptr, stat != ARRAYLST_OK);
+        for (size_t i = 0; i < count; ++i)
+            ASSERT_EQ(copy[i], model[i][member]);
+        ArrayLstFree(copy);
     }
 };
 
-constexpr uint32_t poison = 0xDEAD;
-
 TEST(ArrayLst, BehavesAsAVectorWithACursorUnderRandomTraffic)
 {
-    std::mt19937 random(5);
-    ArrayLstPtr list(ArrayLstCreate());
-    Model model;
-    for (uint32_t step = 0; step < 30000; ++step) {
-        uint32_t wanted = random() % 40;
-        auto index = static_cast<uint32_t>(random() % (model.pairs.size() + 2));
-        bool byKey = random() % 2 == 0;
-        auto member = byKey ? &Pair::first : &Pair::second;
-        size_t found = model.indexOf(wanted, member);
-        bool exists = found < model.pairs.size();
-        Outcome got = {0, poison, poison};
-        Outcome expected = got;
-        Outcome match = {byKey ? ARRAYLST_NO_SUCH_KEY : ARRAYLST_NO_SUCH_OBJ, byKey ? poison : 0, byKey ? 0 : poison};
-        if (exists)
-            match = {ARRAYLST_OK, byKey ? poison : model.pairs[found].first,
-                     byKey ? model.pairs[found].second : poison};
-        switch (random() % 12) {
-        case 0:
-        case 1:
-        case 2:
-            got.stat = ArrayLstAdd(list.get(), wanted, step % 40);
-            model.pairs.emplace_back(wanted, step % 40);
-            break;
-        case 3:
-        case 4:
-            expected = match;
-            got.stat = byKey ? ArrayLstRemove(list.get(), wanted, &got.object)
-                             : ArrayLstRemoveObj(list.get(), &got.key, wanted);
-            if (exists) {
-                model.pairs.erase(model.pairs.begin() + static_cast<ptrdiff_t>(found));
-                model.cursor = found;
+    test_support::runTraffic(150, 20000, [](test_support::HeapWatch &watch, int steps) {
+        std::mt19937 random(5);
+        Traffic t;
+        EXPECT_EQ(t.list == nullptr, watch.justFailed());
+        uint32_t capacity = 0;
+        for (int step = 0; step < steps && t.list != nullptr; ++step) {
+            uint32_t wanted = random() % 40;
+            bool byKey = random() % 2 == 0;
+            Outcome expected = {ARRAYLST_OK, poison, poison};
+            Outcome got = expected;
+            auto &[stat, key, object] = got;
+            unsigned choice = random() % 12;
+            if (choice < 4) {
+                stat = ArrayLstAdd(t.list, wanted, wanted / 2);
+                expected[0] = watch.justFailed() ? ARRAYLST_BAD_MALLOC : ARRAYLST_OK;
+                if (stat == ARRAYLST_OK)
+                    t.model.push_back({wanted, wanted / 2});
+                capacity += t.model.size() > capacity || capacity == 0 ? 10 : 0; // the first also when it failed
+            } else if (choice < 6) {
+                expected = t.match(wanted, byKey, true);
+                stat = byKey ? ArrayLstRemove(t.list, wanted, &object) : ArrayLstRemoveObj(t.list, &key, wanted);
+            } else if (choice == 6) {
+                expected = t.match(wanted, byKey, false);
+                stat = byKey ? ArrayLstSeek(t.list, wanted, &object) : ArrayLstSeekObj(t.list, &key, wanted);
+            } else if (choice == 7) {
+                expected = t.visit(0);
+                stat = ArrayLstFirst(t.list, &key, &object);
+            } else if (choice < 10) {
+                expected = t.visit(t.cursor);
+                stat = ArrayLstNext(t.list, &key, &object);
+            } else if (choice == 10) {
+                expected = t.visit(t.model.size() - 1);
+                stat = ArrayLstLast(t.list, &key, &object);
+            } else if (step % 50 != 0) {
+                auto index = static_cast<uint32_t>(random() % (t.model.size() + 2));
+                expected = t.at(index, ARRAYLST_NO_SUCH_OBJ);
+                expected[1] = byKey ? expected[1] : poison;
+                stat = ArrayLstGet(t.list, byKey ? &key : nullptr, &object, index);
+            } else {
+                stat = ArrayLstRemoveAll(t.list);
+                t.model.clear();
+                t.cursor = 0;
             }
-            break;
-        case 5:
-            expected = match;
-            got.stat =
-                byKey ? ArrayLstSeek(list.get(), wanted, &got.object) : ArrayLstSeekObj(list.get(), &got.key, wanted);
-            model.cursor = exists ? found + 1 : model.cursor;
-            break;
-        case 6:
-            expected = model.visit(0);
-            got.stat = ArrayLstFirst(list.get(), &got.key, &got.object);
-            break;
-        case 7:
-        case 8:
-            expected = model.visit(model.cursor);
-            got.stat = ArrayLstNext(list.get(), &got.key, &got.object);
-            break;
-        case 9:
-            expected = model.visit(model.pairs.size() - 1);
-            got.stat = ArrayLstLast(list.get(), &got.key, &got.object);
-            break;
-        case 10:
-            expected = index < model.pairs.size()
-                           ? Outcome{ARRAYLST_OK, model.pairs[index].first, model.pairs[index].second}
-                           : Outcome{ARRAYLST_NO_SUCH_OBJ, 0, 0};
-            got.stat = ArrayLstGet(list.get(), &got.key, &got.object, index);
-            break;
-        default:
-            if (step % 50 == 0) {
-                got.stat = ArrayLstRemoveAll(list.get());
-                model = Model{};
-            }
+            ASSERT_EQ(got, expected) << "step " << step;
+            uint32_t count = poison;
+            ASSERT_EQ(ArrayLstSize(t.list, &count), ARRAYLST_OK);
+            ASSERT_EQ(count, t.model.size());
+            ASSERT_EQ(test_support::fieldOf(t.list, capacityField), capacity);
+            if (step % 50 == 0)
+                t.expectSnapshot(watch, byKey);
         }
-        ASSERT_EQ(got, expected) << "step " << step;
-        uint32_t count = poison;
-        ASSERT_EQ(ArrayLstSize(list.get(), &count), ARRAYLST_OK);
-        ASSERT_EQ(count, model.pairs.size());
-    }
-}
-
-TEST(ArrayLst, CopiesAllKeysAndObjects)
-{
-    ArrayLstPtr list(ArrayLstCreate());
-    for (uint32_t i = 0; i < 15; ++i)
-        ArrayLstAdd(list.get(), i, 100 + i);
-    uint32_t count = 0;
-    uint32_t *keys = nullptr;
-    uint32_t *objects = nullptr;
-    ASSERT_EQ(ArrayLstGetKeys(list.get(), &count, &keys), ARRAYLST_OK);
-    ASSERT_EQ(ArrayLstGetObjs(list.get(), &count, &objects), ARRAYLST_OK);
-    ASSERT_EQ(count, 15u);
-    for (uint32_t i = 0; i < count; ++i)
-        EXPECT_EQ(keys[i] + 100, objects[i]);
-    EXPECT_EQ(objects[14], 114u);
-    ArrayLstFree(keys);
-    ArrayLstFree(objects);
-    ArrayLstRemoveAll(list.get());
-    EXPECT_EQ(ArrayLstGetKeys(list.get(), &count, &keys), ARRAYLST_EMPTY);
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(keys, nullptr);
+        EXPECT_EQ(ArrayLstDestroy(t.list), ARRAYLST_OK);
+    });
 }
 
 TEST(ArrayLst, ZeroesOutputsOfForeignHandlesButThoseOfTheRemoveCalls)
 {
-    uint32_t foreign[5] = {};
-    for (uint32_t *record : {static_cast<uint32_t *>(nullptr), foreign}) {
-        auto *list = reinterpret_cast<ArrayLst *>(record);
-        uint32_t key = poison;
-        uint32_t object = poison;
-        uint32_t *array = foreign;
-        EXPECT_EQ(ArrayLstDestroy(list), record == nullptr ? ARRAYLST_OK : ARRAYLST_INVALID_ARGS);
-        EXPECT_EQ(ArrayLstAdd(list, 1, 1), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(ArrayLstRemoveAll(list), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(ArrayLstRemove(list, 1, &object), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(ArrayLstRemoveObj(list, &key, 1), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(key + object, 2 * poison);
-        EXPECT_EQ(ArrayLstSeek(list, 1, &object), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(ArrayLstSeekObj(list, &key, 1), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(key + object, 0u);
-        for (auto visit : {ArrayLstFirst, ArrayLstNext, ArrayLstLast}) {
-            key = object = poison;
-            EXPECT_EQ(visit(list, &key, &object), ARRAYLST_NO_SUCH_LST);
-            EXPECT_EQ(key + object, 0u);
-        }
-        key = poison;
-        EXPECT_EQ(ArrayLstSize(list, &key), ARRAYLST_NO_SUCH_LST);
-        object = poison;
-        EXPECT_EQ(ArrayLstGet(list, nullptr, &object, 0), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(key + object, 0u);
-        key = poison;
-        EXPECT_EQ(ArrayLstGetKeys(list, &key, &array), ARRAYLST_NO_SUCH_LST);
-        EXPECT_EQ(key, 0u);
+    test_support::forEachForeign<ArrayLst>([](ArrayLst *list) {
+        uint32_t out[12];
+        uint32_t *array = out;
+        std::fill(std::begin(out), std::end(out), poison);
+        EXPECT_EQ(ArrayLstDestroy(list), list == nullptr ? ARRAYLST_OK : ARRAYLST_INVALID_ARGS);
+        test_support::expectEach(ARRAYLST_NO_SUCH_LST,
+                                 {ArrayLstAdd(list, 1, 1), ArrayLstRemoveAll(list), ArrayLstRemove(list, 1, out),
+                                  ArrayLstRemoveObj(list, out, 1), ArrayLstSeek(list, 1, &out[1]),
+                                  ArrayLstSeekObj(list, &out[2], 1), ArrayLstSize(list, &out[3]),
+                                  ArrayLstGet(list, nullptr, &out[4], 0), ArrayLstGet(list, &out[5], nullptr, 0),
+                                  ArrayLstFirst(list, &out[6], &out[7]), ArrayLstNext(list, &out[8], &out[9]),
+                                  ArrayLstLast(list, &out[10], &out[11])});
+        EXPECT_EQ(out[0], poison);
+        EXPECT_EQ(std::count(std::begin(out), std::end(out), 0u), 11);
+        EXPECT_EQ(ArrayLstGetKeys(list, &out[0], &array), ARRAYLST_NO_SUCH_LST);
+        EXPECT_EQ(out[0], 0u);
         EXPECT_EQ(array, nullptr);
-    }
+    });
     EXPECT_STREQ(ArrayLstStatStr(0), "ARRAYLST_OK");
     EXPECT_STREQ(ArrayLstStatStr(6), "ARRAYLST_NO_SUCH_OBJ");
     for (int32_t unknown : {7, -1, INT32_MIN})
         EXPECT_STREQ(ArrayLstStatStr(unknown), "arraylstStat unknown enum value");
-}
-
-TEST(ArrayLst, GrowsByTenAndSurvivesExhaustedMemory)
-{
-    test_support::failEachAllocation([](test_support::HeapWatch &) {
-        ArrayLst *list = ArrayLstCreate();
-        if (list == nullptr)
-            return;
-        const uint32_t &capacity = reinterpret_cast<uint32_t *>(list)[2];
-        uint32_t added = 0;
-        for (uint32_t i = 0; i < 12; ++i) {
-            uint32_t stat = ArrayLstAdd(list, i, i);
-            added += stat == ARRAYLST_OK;
-            if (stat != ARRAYLST_OK) {
-                EXPECT_EQ(stat, ARRAYLST_BAD_MALLOC);
-                EXPECT_EQ(capacity, 10u) << "also while there is no array";
-            }
-        }
-        EXPECT_EQ(capacity, 20u);
-        uint32_t count = 0;
-        uint32_t *keys = nullptr;
-        uint32_t stat = ArrayLstGetKeys(list, &count, &keys);
-        EXPECT_EQ(stat == ARRAYLST_OK ? count : added, added);
-        ArrayLstFree(keys);
-        ArrayLstSize(list, &count);
-        EXPECT_EQ(count, added);
-        EXPECT_EQ(ArrayLstDestroy(list), ARRAYLST_OK);
-    });
 }
 
 } // namespace

@@ -1,119 +1,73 @@
 #include "general/list.h"
 
-#include "tests/support/heap_watch.h"
+#include "tests/support/handles.h"
 
-#include <gtest/gtest.h>
-
+#include <random>
 #include <vector>
 
 namespace {
 
-struct Item {
-    ListNode links;
-    int value;
-};
-
-Item *makeItem(List *list, int value)
+/// The nodes in order; the backward links are checked against the forward ones on the way.
+std::vector<ListNode *> contents(const List *list)
 {
-    auto *item = static_cast<Item *>(ListMakeNode(list));
-    item->value = value;
-    return item;
-}
-
-/// The values in order; the backward links are checked against the forward ones on the way.
-std::vector<int> contents(const List *list)
-{
-    std::vector<int> values;
+    std::vector<ListNode *> nodes;
     const ListNode *previous = &list->links;
-    for (const ListNode *node = list->links.next; node != &list->links; previous = node, node = node->next) {
+    for (ListNode *node = list->links.next; node != &list->links; previous = node, node = node->next) {
         EXPECT_EQ(node->previous, previous);
-        values.push_back(reinterpret_cast<const Item *>(node)->value);
+        nodes.push_back(node);
     }
     EXPECT_EQ(list->links.previous, previous);
-    return values;
+    return nodes;
 }
 
-TEST(List, LinksBeforeAPositionAndUnlinks)
+TEST(List, LinksUnlinksAndRecyclesNewestFirstUnderRandomTraffic)
 {
-    List *list = ListMake(sizeof(Item));
-    Item *two = makeItem(list, 2);
-    ListInsert(&list->links, &two->links);
-    EXPECT_EQ(list->links.next, &two->links);
-    EXPECT_EQ(list->links.previous, &two->links);
-    Item *one = makeItem(list, 1);
-    ListInsert(&two->links, &one->links);
-    Item *three = makeItem(list, 3);
-    ListInsert(&list->links, &three->links);
-    EXPECT_EQ(contents(list), (std::vector<int>{1, 2, 3}));
-
-    ListRmvItem(&two->links);
-    EXPECT_EQ(two->links.next, &three->links); // its own links stay
-    EXPECT_EQ(two->links.previous, &one->links);
-    EXPECT_EQ(contents(list), (std::vector<int>{1, 3}));
-    ListRmvItem(&three->links);
-    ListRmvItem(&one->links);
-    EXPECT_EQ(list->links.next, &list->links);
-    for (Item *item : {one, two, three})
-        ListFreeNode(list, item);
-    EXPECT_EQ(ListDestroy(list), 1);
-}
-
-TEST(List, RecyclesNodesNewestFirstAndFreesEachOnce)
-{
-    test_support::HeapWatch watch;
-    List *list = ListMake(sizeof(Item));
-    Item *linked = makeItem(list, 0);
-    ListInsert(&list->links, &linked->links);
-    Item *first = makeItem(list, 1);
-    Item *second = makeItem(list, 2);
-    EXPECT_EQ(watch.lastSize(), sizeof(Item));
-    ListFreeNode(list, first);
-    ListFreeNode(list, second);
-    EXPECT_EQ(watch.liveBlocks(), 5) << "spare nodes stay with the list";
-    EXPECT_EQ(ListMakeNode(list), second);
-    EXPECT_EQ(ListMakeNode(list), first);
-    Item *third = makeItem(list, 3);
-    for (Item *item : {first, second, third})
-        ListFreeNode(list, item);
-    EXPECT_EQ(ListDestroy(list), 1);
-    EXPECT_EQ(watch.liveBlocks(), 0);
-}
-
-TEST(List, NodesAreNeverSmallerThanTheirLinks)
-{
-    test_support::HeapWatch watch;
-    List *list = ListMake(0);
-    void *node = ListMakeNode(list);
-    EXPECT_EQ(watch.lastSize(), sizeof(ListNode));
-    ListFreeNode(list, node);
-    EXPECT_EQ(ListDestroy(list), 1);
+    for (uint32_t size : {20u, 0u}) // never smaller than the links
+        test_support::runTraffic(60, 3000, [size](test_support::HeapWatch &watch, int steps) {
+            std::mt19937 random(2);
+            List *list = ListMake(size);
+            EXPECT_EQ(list == nullptr, watch.justFailed());
+            std::vector<ListNode *> model;
+            std::vector<ListNode *> spares;
+            for (int step = 0; step < steps && list != nullptr; ++step) {
+                auto place = model.begin() + static_cast<ptrdiff_t>(random() % (model.size() + 1));
+                if (random() % 2 == 0) {
+                    int blocks = watch.liveBlocks();
+                    auto *node = static_cast<ListNode *>(ListMakeNode(list));
+                    ASSERT_EQ(node == nullptr, watch.justFailed());
+                    if (node == nullptr)
+                        continue;
+                    ASSERT_EQ(watch.liveBlocks() - blocks, spares.empty());
+                    ASSERT_EQ(node, spares.empty() ? node : spares.back());
+                    if (!spares.empty())
+                        spares.pop_back();
+                    ListInsert(place == model.end() ? &list->links : *place, node);
+                    model.insert(place, node);
+                    ASSERT_EQ(watch.lastSize(), size == 0 ? sizeof(ListNode) : size);
+                } else if (place != model.end()) {
+                    ListNode links = **place;
+                    ListRmvItem(*place);
+                    ASSERT_TRUE((*place)->next == links.next && (*place)->previous == links.previous);
+                    ListFreeNode(list, *place);
+                    spares.push_back(*place);
+                    model.erase(place);
+                }
+                ASSERT_EQ(contents(list), model);
+            }
+            EXPECT_EQ(ListDestroy(list), list != nullptr);
+            EXPECT_TRUE(list == nullptr || watch.wordOfLastFreedBlock(4) == 0u) << "the magic stays";
+        });
 }
 
 TEST(List, IgnoresWhatIsNotAList)
 {
-    Item item = {};
-    List foreign = {};
-    for (List *list : {static_cast<List *>(nullptr), &foreign}) {
+    ListNode node = {};
+    test_support::forEachForeign<List>([&](List *list) {
         EXPECT_EQ(ListMakeNode(list), nullptr);
-        ListFreeNode(list, &item);
+        ListFreeNode(list, &node);
         EXPECT_EQ(ListDestroy(list), 0);
-    }
-    EXPECT_EQ(item.links.next, nullptr);
-}
-
-TEST(List, SurvivesExhaustedMemory)
-{
-    test_support::failEachAllocation([](test_support::HeapWatch &watch) {
-        List *list = ListMake(sizeof(Item));
-        if (list == nullptr) {
-            EXPECT_TRUE(watch.failed());
-            return;
-        }
-        void *node = ListMakeNode(list);
-        EXPECT_EQ(node == nullptr, watch.failed());
-        ListFreeNode(list, node);
-        EXPECT_EQ(ListDestroy(list), 1);
     });
+    EXPECT_EQ(node.next, nullptr);
 }
 
 } // namespace

@@ -169,7 +169,7 @@ TEST(SplineObject, SurvivesExhaustedMemory)
             EXPECT_EQ(steps[i](), SPLINE_OK);
         EXPECT_EQ(watch.allocations(), allocations);
         EXPECT_EQ(Spline1Destroy(owned.release()), SPLINE_OK);
-        EXPECT_EQ(watch.firstWordOfLastFreedBlock(), 0u) << "a destroyed spline keeps its magic";
+        EXPECT_EQ(watch.wordOfLastFreedBlock(), 0u) << "a destroyed spline keeps its magic";
     });
 }
 

@@ -4,6 +4,7 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -35,7 +36,7 @@ struct HeapRecord {
         counts->lastSize = size;
         if (++counts->allocations != failingAllocation)
             return false;
-        counts->failed = true;
+        counts->failed = counts->failedUnasked = true;
         return true;
     }
 
@@ -64,15 +65,15 @@ struct HeapRecord {
         return false;
     }
 
-    void keepFirstWord(void *block)
+    void keepFirstWords(void *block)
     {
 #ifdef _WIN32
         std::size_t size = _msize(block);
 #else
         std::size_t size = malloc_usable_size(block);
 #endif
-        if (size >= sizeof counts->firstWordOfLastFreed)
-            std::memcpy(&counts->firstWordOfLastFreed, block, sizeof counts->firstWordOfLastFreed);
+        std::memset(counts->lastFreed, 0, sizeof counts->lastFreed);
+        std::memcpy(counts->lastFreed, block, std::min(size, sizeof counts->lastFreed));
     }
 };
 
@@ -118,7 +119,7 @@ void *watchedRealloc(void *block, std::size_t size, ReallocFunction *real)
 void watchedFree(void *block, FreeFunction *real)
 {
     if (record.released(block))
-        record.keepFirstWord(block);
+        record.keepFirstWords(block);
     real(block);
 }
 

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <utility>
 
 namespace test_support {
 
@@ -29,8 +30,10 @@ public:
     std::size_t lastSize() const { return counts_.lastSize; }
     /// Whether the chosen allocation has been made to fail.
     bool failed() const { return counts_.failed; }
-    /// The first word of the last block of at least a word that was freed, as it stood then.
-    unsigned firstWordOfLastFreedBlock() const { return counts_.firstWordOfLastFreed; }
+    /// Whether the chosen allocation has failed since this was last asked.
+    bool justFailed() { return std::exchange(counts_.failedUnasked, false); }
+    /// A word of the last block freed, as it stood then; one of the first eight. 0 beyond its end.
+    unsigned wordOfLastFreedBlock(std::size_t index = 0) const { return counts_.lastFreed[index]; }
 
 private:
     friend struct HeapRecord;
@@ -39,7 +42,8 @@ private:
         int liveBlocks = 0;
         std::size_t lastSize = 0;
         bool failed = false;
-        unsigned firstWordOfLastFreed = 0;
+        bool failedUnasked = false;
+        unsigned lastFreed[8] = {};
     };
     Counts counts_;
 };

@@ -1,0 +1,51 @@
+/// @file
+/// What the tests of handles share.
+
+#pragma once
+
+#include "tests/support/heap_watch.h"
+
+#include <cstdint>
+#include <initializer_list>
+
+namespace test_support {
+
+/// Runs random traffic on a container beside its model: short with each of its allocations failing
+/// in turn, then long.
+/// @param traffic  called with the watch and the number of steps; when a call finds memory
+///                 exhausted, `watch.justFailed()` has to say so, and the model stays as it is
+template<typename Traffic>
+void runTraffic(int shortRun, int longRun, Traffic traffic)
+{
+    failEachAllocation([&](HeapWatch &watch) { traffic(watch, shortRun); });
+    HeapWatch watch;
+    if (!testing::Test::HasFailure())
+        traffic(watch, longRun);
+    EXPECT_EQ(watch.liveBlocks(), 0);
+}
+
+/// Calls a check with a null handle and with a record that lacks the magic.
+template<typename Handle, typename Check>
+void forEachForeign(Check check)
+{
+    uint32_t record[8] = {};
+    check(static_cast<Handle *>(nullptr));
+    check(reinterpret_cast<Handle *>(record));
+}
+
+/// Expects one result of several calls, listed in the order in which they are made.
+inline void expectEach(int64_t expected, std::initializer_list<int64_t> results)
+{
+    int call = 0;
+    for (int64_t result : results)
+        EXPECT_EQ(result, expected) << "call " << ++call << " of the list";
+}
+
+/// A field of a handle's record.
+template<typename Handle>
+uint32_t &fieldOf(Handle *handle, size_t number)
+{
+    return reinterpret_cast<uint32_t *>(handle)[number];
+}
+
+} // namespace test_support
