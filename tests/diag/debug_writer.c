@@ -6,40 +6,29 @@
 
 #include "general/debug_output.h"
 
-#include <stdio.h>
 #include <string.h>
 
 #include <windows.h>
 
-static HANDLE openConsole(void)
-{
-    return CreateFileA("CONOUT$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING,
-                       0, NULL);
-}
-
-static void copyRow(HANDLE console, SHORT row)
-{
-    char text[64];
-    DWORD length = 0;
-    COORD start = {0, row};
-    ReadConsoleOutputCharacterA(console, text, sizeof text, start, &length);
-    printf("%.*s\n", (int)length, text);
-}
-
 int main(int argc, char **argv)
 {
-    static char longText[5001];
-    const char *mode = argc > 1 ? argv[1] : "";
-    HANDLE console = strcmp(mode, "console") == 0 ? openConsole() : NULL;
-    if (strcmp(mode, "redirected") != 0)
+    static char longText[5001], screen[240];
+    const char mode = argc > 1 ? argv[1][0] : 'r';
+    HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+    HANDLE console =
+        mode != 'c' ? NULL : CreateFileA("CONOUT$", GENERIC_READ | GENERIC_WRITE, 3, NULL, OPEN_EXISTING, 0, NULL);
+    if (mode != 'r')
         SetStdHandle(STD_ERROR_HANDLE, console);
     qvs_debug("q", "%d and %s\n", 1, "two");
-    if (strcmp(mode, "none") == 0)
-        SetStdHandle(STD_ERROR_HANDLE, GetStdHandle(STD_OUTPUT_HANDLE));
+    if (mode == 'n')
+        SetStdHandle(STD_ERROR_HANDLE, output);
     qvs_debug_log("q", "%d", 3);
     qvs_assert("p != 0", "queue", 42);
-    for (SHORT row = 0; console != NULL && row < 3; ++row)
-        copyRow(console, row);
+    if (console != NULL) {
+        DWORD length = 0;
+        ReadConsoleOutputCharacterA(console, screen, sizeof screen, (COORD){0, 0}, &length);
+        WriteFile(output, screen, length, &length, NULL);
+    }
     memset(longText, 'x', sizeof longText - 1);
     qvs_debug("q", "%s\n", longText);
     qvs_debug_log("q", "%s", longText);
