@@ -1,5 +1,7 @@
 // Log lines to a file, beside the C runtime's own printing and flushing.
 
+#include "base/crt_stdio.h"
+
 #include "bench/support/row.h"
 
 #include "general/message_log.h"
