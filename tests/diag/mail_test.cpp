@@ -65,7 +65,7 @@ protected:
         char program[MAX_PATH];
         GetModuleFileNameA(nullptr, program, sizeof program);
         const std::string home(program, std::strrchr(program, '\\'));
-        folder_ = home + "\\mail tests " + std::to_string(GetCurrentProcessId());
+        folder_ = home + "\\mail tests " + std::to_string(GetTickCount()); // also after a failed run
         CreateDirectoryA(folder_.c_str(), nullptr);
         SetDllDirectoryA((home + "\\standins").c_str());
         _putenv_s("PATH", (home + "\\standins;" + std::getenv("PATH")).c_str());
