@@ -81,7 +81,7 @@ const char *timeText()
 
 /// Writes a line in one piece.
 /// @return false, with nothing written, if it is too long for that
-bool writeShortLine(const char *format, const char *now, const char *first, const char *second)
+bool writeShortLine(FILE *stream, const char *format, const char *now, const char *first, const char *second)
 {
     if (strlen(logName) + strlen(format) + strlen(first) + strlen(second) + timeLength > longestShortLine)
         return false;
@@ -94,22 +94,22 @@ bool writeShortLine(const char *format, const char *now, const char *first, cons
         return false;
     size_t length = static_cast<size_t>(prefix + message);
     line[length] = '\n';
-    fwrite(line, 1, length + 1, logFile);
+    fwrite(line, 1, length + 1, stream);
     return true;
 }
 
-void writeLine(const char *format, const char *first, const char *second)
+void writeLine(FILE *stream, const char *format, const char *first, const char *second)
 {
     const char *now = timeText();
-    fseek(logFile, 0, SEEK_END);
+    fseek(stream, 0, SEEK_END);
     if (format == nullptr) {
-        fprintf(logFile, "%s %s:\n", now, logName);
-    } else if (!writeShortLine(format, now, first, second)) {
-        fprintf(logFile, "%s %s: ", now, logName);
-        fprintf(logFile, format, first, second);
-        fputc('\n', logFile);
+        fprintf(stream, "%s %s:\n", now, logName);
+    } else if (!writeShortLine(stream, format, now, first, second)) {
+        fprintf(stream, "%s %s: ", now, logName);
+        fprintf(stream, format, first, second);
+        fputc('\n', stream);
     }
-    fflush(logFile);
+    fflush(stream);
 }
 
 /// Holds the stream for a whole line, against other threads.
@@ -119,7 +119,7 @@ void write(uint16_t, const char *format, const char *first, const char *second)
     if (stream == nullptr)
         return;
     _lock_file(stream);
-    writeLine(format, first, second == nullptr ? "" : second);
+    writeLine(stream, format, first, second == nullptr ? "" : second);
     _unlock_file(stream);
 }
 

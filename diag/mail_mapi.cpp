@@ -1,6 +1,7 @@
 #include "base/crt_stdio.h"
 
 #include "base/checked_size.h"
+#include "base/library_function.h"
 #include "base/module_id.h"
 #include "diag/mail_message.h"
 
@@ -34,9 +35,7 @@ bool loadMapi()
     UINT errorMode = SetErrorMode(SEM_FAILCRITICALERRORS);
     HMODULE library = LoadLibraryA("MAPI32.DLL");
     SetErrorMode(errorMode);
-    if (library != nullptr)
-        sendMail = reinterpret_cast<LPMAPISENDMAIL>(reinterpret_cast<void *>(GetProcAddress(library, "MAPISendMail")));
-    if (sendMail != nullptr)
+    if (findFunction(library, "MAPISendMail", sendMail))
         return true;
     if (library != nullptr)
         FreeLibrary(library);

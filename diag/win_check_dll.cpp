@@ -1,5 +1,6 @@
 #include "diag/image_help.h"
 
+#include "base/library_function.h"
 #include "base/module_id.h"
 
 #include "general/stacktrace.h"
@@ -14,25 +15,18 @@ ImageHelp functions;
 bool isProbed;
 bool isAvailable;
 
-template<typename Function>
-bool find(HMODULE library, const char *name, Function &function)
-{
-    function = reinterpret_cast<Function>(reinterpret_cast<void *>(GetProcAddress(library, name)));
-    return function != nullptr;
-}
-
 bool findAll(HMODULE library)
 {
-    return find(library, "StackWalk64", functions.StackWalk64) &&
-           find(library, "SymFunctionTableAccess64", functions.SymFunctionTableAccess64) &&
-           find(library, "SymGetLineFromAddr64", functions.SymGetLineFromAddr64) &&
-           find(library, "SymGetModuleBase64", functions.SymGetModuleBase64) &&
-           find(library, "SymGetModuleInfo64", functions.SymGetModuleInfo64) &&
-           find(library, "SymGetOptions", functions.SymGetOptions) &&
-           find(library, "SymGetSymFromAddr64", functions.SymGetSymFromAddr64) &&
-           find(library, "SymInitialize", functions.SymInitialize) &&
-           find(library, "SymLoadModule64", functions.SymLoadModule64) &&
-           find(library, "SymSetOptions", functions.SymSetOptions);
+    return findFunction(library, "StackWalk64", functions.StackWalk64) &&
+           findFunction(library, "SymFunctionTableAccess64", functions.SymFunctionTableAccess64) &&
+           findFunction(library, "SymGetLineFromAddr64", functions.SymGetLineFromAddr64) &&
+           findFunction(library, "SymGetModuleBase64", functions.SymGetModuleBase64) &&
+           findFunction(library, "SymGetModuleInfo64", functions.SymGetModuleInfo64) &&
+           findFunction(library, "SymGetOptions", functions.SymGetOptions) &&
+           findFunction(library, "SymGetSymFromAddr64", functions.SymGetSymFromAddr64) &&
+           findFunction(library, "SymInitialize", functions.SymInitialize) &&
+           findFunction(library, "SymLoadModule64", functions.SymLoadModule64) &&
+           findFunction(library, "SymSetOptions", functions.SymSetOptions);
 }
 
 bool probe()

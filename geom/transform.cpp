@@ -347,12 +347,14 @@ int T4_is_valid_transformation(const T4 m)
 
 void T4_compose(const R3 rotation, double scale, const V3 translation, T4 out)
 {
+    T4 transform = {}; // out may hold the inputs
     for (int i = 0; i < 3; ++i) {
         for (int j = 0; j < 3; ++j)
-            out[4 * i + j] = scale * rotation[3 * i + j];
-        out[4 * i + 3] = translation[i];
+            transform[4 * i + j] = scale * rotation[3 * i + j];
+        transform[4 * i + 3] = translation[i];
     }
-    copy<4>(identityT4 + 12, out + 12);
+    transform[15] = 1;
+    copy<16>(transform, out);
 }
 
 void T4_decompose(const T4 m, R3 rotation, double *scale, V3 translation)

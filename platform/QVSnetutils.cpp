@@ -1,3 +1,4 @@
+#include "base/library_function.h"
 #include "base/module_id.h"
 
 #include "general/system.h"
@@ -23,12 +24,8 @@ char domain[domainSize + 1]; // a domain of full length is still terminated
 GetNetworkParamsFunction *networkParamsFunction()
 {
     static GetNetworkParamsFunction *function;
-    if (function != nullptr)
-        return function;
-    HMODULE helper = LoadLibraryA("iphlpapi.dll");
-    if (helper != nullptr)
-        function = reinterpret_cast<GetNetworkParamsFunction *>(
-            reinterpret_cast<void *>(GetProcAddress(helper, "GetNetworkParams")));
+    if (function == nullptr)
+        general::findFunction(LoadLibraryA("iphlpapi.dll"), "GetNetworkParams", function);
     return function;
 }
 

@@ -1,3 +1,4 @@
+#include "base/library_function.h"
 #include "base/module_id.h"
 #include "platform/instruction_probe.h"
 #include "platform/processor_rules.h"
@@ -144,12 +145,34 @@ void storeUnlessNull(unsigned *destination, uint32_t value)
         *destination = value;
 }
 
-/// Cycles of the time-stamp counter during a busy wait.
-uint64_t cyclesDuring(unsigned milliseconds)
+/// The multimedia timer, loaded on first use: its library brings half the graphical system with it.
+struct MultimediaTimer {
+    decltype(&timeGetDevCaps) capabilities;
+    decltype(&timeBeginPeriod) beginPeriod;
+    decltype(&timeEndPeriod) endPeriod;
+    decltype(&timeGetTime) time;
+    bool isComplete;
+};
+
+const MultimediaTimer &multimediaTimer()
 {
-    DWORD start = timeGetTime();
+    static MultimediaTimer timer; // filled again by every call until it is complete
+    if (timer.isComplete)
+        return timer;
+    HMODULE library = LoadLibraryA("winmm.dll");
+    timer.isComplete = general::findFunction(library, "timeGetDevCaps", timer.capabilities) &&
+                       general::findFunction(library, "timeBeginPeriod", timer.beginPeriod) &&
+                       general::findFunction(library, "timeEndPeriod", timer.endPeriod) &&
+                       general::findFunction(library, "timeGetTime", timer.time);
+    return timer;
+}
+
+/// Cycles of the time-stamp counter during a busy wait.
+uint64_t cyclesDuring(const MultimediaTimer &timer, unsigned milliseconds)
+{
+    DWORD start = timer.time();
     uint64_t firstCycle = __builtin_ia32_rdtsc();
-    while (timeGetTime() - start < milliseconds) {
+    while (timer.time() - start < milliseconds) {
     }
     return __builtin_ia32_rdtsc() - firstCycle;
 }
@@ -279,12 +302,15 @@ const char *KuGet3LevelSubIDStr(void)
 
 uint64_t Kucpuid_frequency(unsigned milliseconds)
 {
-    TIMECAPS timer;
-    if (milliseconds == 0 || !hasFeature(timeStampCounterBit) || timeGetDevCaps(&timer, sizeof timer) != TIMERR_NOERROR)
+    if (milliseconds == 0 || !hasFeature(timeStampCounterBit))
+        return 0;
+    const MultimediaTimer &timer = multimediaTimer();
+    TIMECAPS resolution;
+    if (!timer.isComplete || timer.capabilities(&resolution, sizeof resolution) != TIMERR_NOERROR)
         return 0;
 
-    timeBeginPeriod(timer.wPeriodMin);
-    uint64_t cycles = cyclesDuring(milliseconds);
-    timeEndPeriod(timer.wPeriodMin);
+    timer.beginPeriod(resolution.wPeriodMin);
+    uint64_t cycles = cyclesDuring(timer, milliseconds);
+    timer.endPeriod(resolution.wPeriodMin);
     return snapToBusClock(cycles / milliseconds);
 }

@@ -1,3 +1,4 @@
+#include "base/library_function.h"
 #include "base/module_id.h"
 
 #include "general/validators.h"
@@ -20,26 +21,21 @@ struct Winsock {
     decltype(&gethostbyname) lookUpName;
     decltype(&gethostbyaddr) lookUpAddress;
     decltype(&inet_addr) address;
-    bool isComplete;
 };
 
-template<typename Function>
-bool find(HMODULE library, const char *name, Function *&function)
+/// Loads Winsock when first asked for.
+/// @return false where there is none, or an incomplete one
+bool findWinsock(Winsock &winsock)
 {
-    function = reinterpret_cast<Function *>(reinterpret_cast<void *>(GetProcAddress(library, name)));
-    return function != nullptr;
-}
-
-Winsock loadWinsock()
-{
-    Winsock winsock{};
-    HMODULE library = LoadLibraryA("wsock32.dll");
-    winsock.isComplete =
-        library != nullptr && find(library, "WSAStartup", winsock.startup) &&
-        find(library, "WSACleanup", winsock.cleanup) && find(library, "gethostname", winsock.hostName) &&
-        find(library, "gethostbyname", winsock.lookUpName) && find(library, "gethostbyaddr", winsock.lookUpAddress) &&
-        find(library, "inet_addr", winsock.address);
-    return winsock;
+    static HMODULE library;
+    if (library == nullptr)
+        library = LoadLibraryA("wsock32.dll");
+    return general::findFunction(library, "WSAStartup", winsock.startup) &&
+           general::findFunction(library, "WSACleanup", winsock.cleanup) &&
+           general::findFunction(library, "gethostname", winsock.hostName) &&
+           general::findFunction(library, "gethostbyname", winsock.lookUpName) &&
+           general::findFunction(library, "gethostbyaddr", winsock.lookUpAddress) &&
+           general::findFunction(library, "inet_addr", winsock.address);
 }
 
 constexpr size_t localNameSize = 128;
@@ -96,13 +92,9 @@ int isfile(const char *path, int)
 
 int islocal(const char *host)
 {
-    static Winsock winsock; // filled again by every call until it is complete
-    if (host == nullptr)
-        return 0;
-    if (!winsock.isComplete)
-        winsock = loadWinsock();
+    Winsock winsock{};
     WSADATA data;
-    if (!winsock.isComplete || winsock.startup(MAKEWORD(1, 1), &data) != 0)
+    if (host == nullptr || !findWinsock(winsock) || winsock.startup(MAKEWORD(1, 1), &data) != 0)
         return 0;
     int answer = isThisMachine(winsock, host) ? 1 : 0;
     winsock.cleanup();
@@ -117,7 +109,7 @@ int isloadable(const char *file, char *dir_out)
     DWORD length = SearchPathA(nullptr, file, nullptr, ISLOADABLE_DIR_SIZE, dir_out, &name);
     if (length == 0 || length >= ISLOADABLE_DIR_SIZE)
         return 0;
-    size_t directoryLength = (name == nullptr ? length : static_cast<size_t>(name - dir_out)) - 1;
+    size_t directoryLength = (name == nullptr || name == dir_out ? length : static_cast<size_t>(name - dir_out)) - 1;
     memset(dir_out + directoryLength, 0, ISLOADABLE_DIR_SIZE - directoryLength);
     return 1;
 }

@@ -229,7 +229,7 @@ GENERAL_API uint32_t Spline1CPoint(Spline1 *spline, int32_t count, const float *
 /// Like Spline1CPoint, to an array, and without need of a space.
 /// @param spline  a live object
 /// @param count   how many, at least 1
-/// @param params  as for Spline1CPoint
+/// @param params  as for Spline1CPoint; may be the last count floats of the output
 /// @param values  receives count * dimension numbers. Its upper half serves as working storage
 /// @return as Spline1CPoint, without the condition on the space
 GENERAL_API uint32_t Spline1DPoint(Spline1 *spline, int32_t count, const float *params, double *values);

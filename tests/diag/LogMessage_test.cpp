@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fstream>
 #include <io.h>
+#include <latch>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -267,17 +268,19 @@ TEST_F(FileLog, ANewNameClosesTheFile)
 
 TEST_F(FileLog, LinesOfThreadsStayWhole)
 {
-    constexpr size_t threads = 4, rounds = 100;
+    constexpr size_t threads = 4, rounds = 300;
     logName("n");
     auto text = [](size_t thread, size_t round) {
-        return std::string(round % 3 == 0 ? 9000 : 30 + round % 80, static_cast<char>('a' + thread));
+        return std::string(round % 3 == 0 ? 9000 : 30 + round % 200, static_cast<char>('a' + thread));
     };
+    std::latch together(threads);
     std::vector<std::thread> running;
     std::vector<std::string> expected, found;
     for (size_t thread = 0; thread < threads; ++thread) {
         for (size_t round = 0; round < rounds; ++round)
             expected.push_back(" n: t: <" + text(thread, round) + ">\r");
-        running.emplace_back([this, text, thread] {
+        running.emplace_back([&, thread] {
+            together.arrive_and_wait();
             for (size_t round = 0; round < rounds; ++round)
                 logMessage("t", text(thread, round).c_str());
         });

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -97,13 +98,14 @@ public:
 
     double end() const { return type_.closed() ? count_ : count_ - 1; }
 
-    std::vector<double> point(double u) const { return value(u, false); }
-    std::vector<double> derivative(double u) const { return value(u, true); }
+    using Vector = std::array<double, 3>;
+    Vector point(double u) const { return value(u, false); }
+    Vector derivative(double u) const { return value(u, true); }
 
     double speed(double u) const
     {
-        std::vector<double> d = derivative(u);
-        return std::hypot(d[0], d[1], d.size() > 2 ? d[2] : 0);
+        Vector d = derivative(u);
+        return std::hypot(d[0], d[1], d[2]);
     }
 
     /// In pieces that end wherever two polynomials may meet.
@@ -157,10 +159,10 @@ private:
         return derived ? bump(degree - 1, x + 0.5) - bump(degree - 1, x - 0.5) : bump(degree, x);
     }
 
-    std::vector<double> value(double u, bool derived) const
+    Vector value(double u, bool derived) const
     {
         u = u > 0 ? std::min(u, end()) : 0;
-        std::vector<double> sum(static_cast<size_t>(type_.dimension));
+        Vector sum{};
         for (int j = static_cast<int>(u) - 2; j <= static_cast<int>(u) + 3; ++j) {
             double w = weight(u - j, derived);
             for (int c = 0; c < type_.dimension && w != 0; ++c)

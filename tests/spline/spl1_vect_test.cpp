@@ -57,7 +57,7 @@ TEST(Evaluation, AgreesWithTheReference)
                 EXPECT_NEAR(values[i], curve.point(static_cast<double>(i / dimension) * step)[i % dimension], 2e-5);
             for (size_t i = 0; i < params.size(); ++i) {
                 auto u = static_cast<double>(params[i]);
-                std::vector<double> point = curve.point(u);
+                auto point = curve.point(u);
                 double speed = curve.speed(u);
                 bool standsStill = speed < 1e-6 || !(u > 0 && u < curve.end());
                 bool isCorner = type.degree == 1 && u == std::floor(u);
@@ -75,7 +75,7 @@ TEST(Evaluation, AgreesWithTheReference)
         }
 }
 
-TEST(Tangents, PointForwardWhereTheCurveStandsStill)
+TEST(Tangents, PointForwardWhereTheDerivativeDoesNotTell)
 {
     for (Type type : {Type{SPLINE_OPEN, SPLINE_B, 2, 2}, Type{SPLINE_OPEN, SPLINE_B, 3, 2},
                       Type{SPLINE_OPEN, SPLINE_CARDINAL, 3, 2}}) {

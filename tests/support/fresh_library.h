@@ -6,8 +6,6 @@
 
 #include <windows.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 namespace test_support {
@@ -15,14 +13,20 @@ namespace test_support {
 /// Loads the copy anew and unloads it. One at a time; hooks on it must be gone before.
 class FreshLibrary {
 public:
-    FreshLibrary() : module_(LoadLibraryA(copy().c_str()))
+    FreshLibrary()
     {
-        if (module_ == nullptr) {
-            std::fprintf(stderr, "cannot load %s\n", copy().c_str());
-            std::abort();
-        }
+        char original[MAX_PATH], folder[MAX_PATH];
+        GetModuleFileNameA(LoadLibraryA("general.dll"), original, sizeof original);
+        GetTempPathA(sizeof folder, folder);
+        path_ = folder + ("fresh" + std::to_string(GetCurrentProcessId())) + ".dll";
+        CopyFileA(original, path_.c_str(), FALSE);
+        module_ = LoadLibraryA(path_.c_str());
     }
-    ~FreshLibrary() { FreeLibrary(module_); }
+    ~FreshLibrary()
+    {
+        FreeLibrary(module_);
+        DeleteFileA(path_.c_str());
+    }
     FreshLibrary(const FreshLibrary &) = delete;
     FreshLibrary &operator=(const FreshLibrary &) = delete;
 
@@ -32,29 +36,11 @@ public:
     {
         return reinterpret_cast<Function *>(reinterpret_cast<void *>(GetProcAddress(module_, name)));
     }
-
     /// For ImportHook.
     void *module() const { return module_; }
 
 private:
-    /// The copy's path, in the folder for temporary files; it is removed when the process ends.
-    static const std::string &copy()
-    {
-        static const struct Copy {
-            Copy()
-            {
-                char original[MAX_PATH], folder[MAX_PATH];
-                GetModuleFileNameA(LoadLibraryA("general.dll"), original, sizeof original);
-                GetTempPathA(sizeof folder, folder);
-                path = folder + ("fresh" + std::to_string(GetCurrentProcessId())) + ".dll";
-                CopyFileA(original, path.c_str(), FALSE);
-            }
-            ~Copy() { DeleteFileA(path.c_str()); }
-            std::string path;
-        } made;
-        return made.path;
-    }
-
+    std::string path_;
     HMODULE module_;
 };
 

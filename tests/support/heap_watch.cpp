@@ -8,113 +8,85 @@
 
 namespace test_support {
 
-namespace {
+/// What is caught while a watch lives. Fixed tables, so that watching the heap never uses it.
+struct HeapRecord {
+    static constexpr std::uintptr_t emptyPlace = 0;
+    static constexpr std::uintptr_t removedPlace = 1;
+    static constexpr std::size_t places = 1 << 16;
 
-constexpr std::uintptr_t emptyPlace = 0;
-constexpr std::uintptr_t removedPlace = 1;
-
-/// Fixed tables, so that watching the heap never uses it.
-struct Record {
-    bool active;
-    bool failed;
+    HeapWatch::Counts *counts; ///< null: no watch lives
     int failingAllocation;
-    int allocations;
-    int liveBlocks;
-    std::size_t lastSize;
-    unsigned firstWordOfLastFreed;
-    std::uintptr_t blocks[1 << 16]; ///< open-addressed set of the blocks obtained
-
-    static constexpr std::size_t places = sizeof blocks / sizeof blocks[0];
+    std::uintptr_t blocks[places]; ///< open-addressed set of the blocks obtained
 
     static std::size_t firstPlace(const void *block) { return (reinterpret_cast<std::uintptr_t>(block) >> 3) % places; }
 
+    void begin(HeapWatch::Counts &watched, int failing)
+    {
+        std::memset(blocks, 0, sizeof blocks);
+        failingAllocation = failing;
+        counts = &watched;
+    }
+
     bool nextFails(std::size_t size)
     {
-        if (!active)
+        if (counts == nullptr)
             return false;
-        lastSize = size;
-        if (++allocations != failingAllocation)
+        counts->lastSize = size;
+        if (++counts->allocations != failingAllocation)
             return false;
-        failed = true;
+        counts->failed = true;
         return true;
     }
 
     void *obtained(void *block)
     {
-        if (!active || block == nullptr)
+        if (counts == nullptr || block == nullptr)
             return block;
         std::size_t place = firstPlace(block);
         while (blocks[place] > removedPlace)
             place = (place + 1) % places;
         blocks[place] = reinterpret_cast<std::uintptr_t>(block);
-        ++liveBlocks;
+        ++counts->liveBlocks;
         return block;
     }
 
     bool released(const void *block)
     {
-        if (!active || block == nullptr)
+        if (counts == nullptr || block == nullptr)
             return false;
         for (std::size_t place = firstPlace(block); blocks[place] != emptyPlace; place = (place + 1) % places)
             if (blocks[place] == reinterpret_cast<std::uintptr_t>(block)) {
                 blocks[place] = removedPlace;
-                --liveBlocks;
+                --counts->liveBlocks;
                 return true;
             }
         return false;
     }
+
+    void keepFirstWord(void *block)
+    {
+#ifdef _WIN32
+        std::size_t size = _msize(block);
+#else
+        std::size_t size = malloc_usable_size(block);
+#endif
+        if (size >= sizeof counts->firstWordOfLastFreed)
+            std::memcpy(&counts->firstWordOfLastFreed, block, sizeof counts->firstWordOfLastFreed);
+    }
 };
 
-Record record;
-
-std::size_t sizeOf(void *block)
-{
-#ifdef _WIN32
-    return _msize(block);
-#else
-    return malloc_usable_size(block);
-#endif
-}
-
-} // namespace
+static HeapRecord record;
 
 HeapWatch::HeapWatch(int failingAllocation)
 {
-    std::memset(&record, 0, sizeof record);
-    record.failingAllocation = failingAllocation;
-    record.active = true;
+    record.begin(counts_, failingAllocation);
     catchHeapCalls();
 }
 
 HeapWatch::~HeapWatch()
 {
     releaseHeapCalls();
-    record.active = false;
-}
-
-int HeapWatch::allocations() const
-{
-    return record.allocations;
-}
-
-int HeapWatch::liveBlocks() const
-{
-    return record.liveBlocks;
-}
-
-std::size_t HeapWatch::lastSize() const
-{
-    return record.lastSize;
-}
-
-bool HeapWatch::failed() const
-{
-    return record.failed;
-}
-
-unsigned HeapWatch::firstWordOfLastFreedBlock() const
-{
-    return record.firstWordOfLastFreed;
+    record.counts = nullptr;
 }
 
 void *watchedMalloc(std::size_t size, MallocFunction *real)
@@ -142,8 +114,8 @@ void *watchedRealloc(void *block, std::size_t size, ReallocFunction *real)
 
 void watchedFree(void *block, FreeFunction *real)
 {
-    if (record.released(block) && sizeOf(block) >= sizeof record.firstWordOfLastFreed)
-        std::memcpy(&record.firstWordOfLastFreed, block, sizeof record.firstWordOfLastFreed);
+    if (record.released(block))
+        record.keepFirstWord(block);
     real(block);
 }
 

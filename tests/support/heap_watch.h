@@ -22,15 +22,26 @@ public:
     HeapWatch &operator=(const HeapWatch &) = delete;
 
     /// Allocations asked for since the watch began, the failed one included.
-    int allocations() const;
+    int allocations() const { return counts_.allocations; }
     /// Blocks obtained since the watch began that have not been freed.
-    int liveBlocks() const;
+    int liveBlocks() const { return counts_.liveBlocks; }
     /// Bytes asked for by the last malloc, calloc or realloc.
-    std::size_t lastSize() const;
+    std::size_t lastSize() const { return counts_.lastSize; }
     /// Whether the chosen allocation has been made to fail.
-    bool failed() const;
+    bool failed() const { return counts_.failed; }
     /// The first word of the last block of at least a word that was freed, as it stood then.
-    unsigned firstWordOfLastFreedBlock() const;
+    unsigned firstWordOfLastFreedBlock() const { return counts_.firstWordOfLastFreed; }
+
+private:
+    friend struct HeapRecord;
+    struct Counts {
+        int allocations = 0;
+        int liveBlocks = 0;
+        std::size_t lastSize = 0;
+        bool failed = false;
+        unsigned firstWordOfLastFreed = 0;
+    };
+    Counts counts_;
 };
 
 /// Runs a scenario with its first allocation failing, then with its second, and so on until one

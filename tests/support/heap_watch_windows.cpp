@@ -8,31 +8,13 @@ namespace test_support {
 
 namespace {
 
-void *hookedMalloc(std::size_t size)
-{
-    return watchedMalloc(size, &std::malloc);
-}
-
-void *hookedCalloc(std::size_t count, std::size_t size)
-{
-    return watchedCalloc(count, size, &std::calloc);
-}
-
-void *hookedRealloc(void *block, std::size_t size)
-{
-    return watchedRealloc(block, size, &std::realloc);
-}
-
-void hookedFree(void *block)
-{
-    watchedFree(block, &std::free);
-}
-
 struct HeapHooks {
-    ImportHook mallocHook{"malloc", &hookedMalloc};
-    ImportHook callocHook{"calloc", &hookedCalloc};
-    ImportHook reallocHook{"realloc", &hookedRealloc};
-    ImportHook freeHook{"free", &hookedFree};
+    ImportHook mallocHook{"malloc", +[](std::size_t size) { return watchedMalloc(size, &std::malloc); }};
+    ImportHook callocHook{
+        "calloc", +[](std::size_t count, std::size_t size) { return watchedCalloc(count, size, &std::calloc); }};
+    ImportHook reallocHook{"realloc",
+                           +[](void *block, std::size_t size) { return watchedRealloc(block, size, &std::realloc); }};
+    ImportHook freeHook{"free", +[](void *block) { watchedFree(block, &std::free); }};
 };
 
 std::optional<HeapHooks> hooks;

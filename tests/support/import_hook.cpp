@@ -62,12 +62,6 @@ ImportHook::~ImportHook()
     store(entry_, original_);
 }
 
-void *importedFunction(const char *name)
-{
-    void **entry = findEntry(GetModuleHandleA("general.dll"), name);
-    return entry == nullptr ? nullptr : *entry;
-}
-
 void setLastError(unsigned long code)
 {
     SetLastError(code);

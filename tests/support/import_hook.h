@@ -39,8 +39,7 @@ private:
     void *original_;
 };
 
-/// What general.dll calls at present for an imported function; null when it imports no such name.
-void *importedFunction(const char *name);
+void setLastError(unsigned long code);
 
 /// Makes the n-th call (from 1) of one import of general.dll fail, and passes every other call on.
 ///
@@ -54,16 +53,28 @@ class FailingImport;
 template<typename Result, typename... Arguments>
 class FailingImport<Result __attribute__((stdcall)) (Arguments...)> {
 public:
-    FailingImport(const char *name, Result failure, int failingCall, unsigned long lastError = 0);
+    FailingImport(const char *name, Result failure, int failingCall, unsigned long lastError = 0)
+        : failure_(failure), failingCall_(failingCall), lastError_(lastError)
+    {
+        active_ = this;
+        hook_.emplace(name, &replacement);
+    }
 
     /// How many times the function was called so far.
     int calls() const { return calls_; }
     /// Whether the failure has been dealt out.
-    bool failed() const { return calls_ >= failingCall_; }
+    bool failed() const { return failingCall_ > 0 && calls_ >= failingCall_; }
 
 private:
     using Function = Result __attribute__((stdcall)) (Arguments...);
-    static Result __attribute__((stdcall)) replacement(Arguments... arguments);
+
+    static Result __attribute__((stdcall)) replacement(Arguments... arguments)
+    {
+        if (++active_->calls_ != active_->failingCall_)
+            return active_->hook_->template original<Function>()(arguments...);
+        setLastError(active_->lastError_);
+        return active_->failure_;
+    }
 
     static inline FailingImport *active_ = nullptr;
     Result failure_;
@@ -72,26 +83,5 @@ private:
     int calls_ = 0;
     std::optional<ImportHook> hook_;
 };
-
-void setLastError(unsigned long code);
-
-template<typename Result, typename... Arguments>
-FailingImport<Result __attribute__((stdcall)) (Arguments...)>::FailingImport(const char *name, Result failure,
-                                                                             int failingCall, unsigned long lastError)
-    : failure_(failure), failingCall_(failingCall), lastError_(lastError)
-{
-    active_ = this;
-    hook_.emplace(name, &replacement);
-}
-
-template<typename Result, typename... Arguments>
-Result __attribute__((stdcall))
-FailingImport<Result __attribute__((stdcall)) (Arguments...)>::replacement(Arguments... arguments)
-{
-    if (++active_->calls_ != active_->failingCall_)
-        return active_->hook_->template original<Function>()(arguments...);
-    setLastError(active_->lastError_);
-    return active_->failure_;
-}
 
 } // namespace test_support

@@ -112,7 +112,10 @@ TEST(Clock, StopwatchesRestartOnlyWhenAsked)
     counterTicks -= 1;
     EXPECT_EQ(ChronoTicks(&stopwatch, 0), UINT64_MAX); // unsigned, also when the counter steps back
     EXPECT_DOUBLE_EQ(ChronoSecs(UINT64_MAX), 18446744073709551616.0 * ChronoSecs(1));
+}
 
+TEST(Clock, LocalTimeFillsEightIntegers)
+{
     ImportHook localTime("GetLocalTime", readLocalTime);
     ChronoLocal local;
     EXPECT_EQ(ChronoLocalTime(&local), &local);
