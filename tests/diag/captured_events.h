@@ -12,7 +12,7 @@
 
 class CapturedEvents {
 public:
-    explicit CapturedEvents(void *module = nullptr) : hook_("ReportEventA", &capture, module) {}
+    explicit CapturedEvents(void *module = nullptr) : hook_("ReportEventA", &capture, module) { take(); }
     /// "who: text" of every message since the last call.
     static std::vector<std::string> take() { return std::exchange(texts_, {}); }
 
