@@ -105,7 +105,8 @@ bool findSymbol(const general::ImageHelp &help, uint32_t address, char **text, u
     SymbolRecord symbol = {};
     symbol.head.SizeOfStruct = sizeof symbol.head;
     symbol.head.MaxNameLength = nameLength;
-    if (help.SymGetSymFromAddr64(GetCurrentProcess(), wide(address), nullptr, &symbol.head) == FALSE)
+    DWORD64 displacement = 0;
+    if (help.SymGetSymFromAddr64(GetCurrentProcess(), wide(address), &displacement, &symbol.head) == FALSE)
         return failed("ERROR: SymGetSymFromAddr FAILED with error <%s>");
     if (start != nullptr)
         *start = static_cast<uint32_t>(symbol.head.Address);

@@ -14,7 +14,7 @@
 /// Two rules about the length differ, and callers rely on both. A name is copied as strncpy does: a
 /// len not above the name's length cuts it and leaves buf unterminated, a greater len fills up with
 /// zero bytes. A decimal number is written whole, whatever len is: provide 12 bytes at least.
-/// @param sig  a signal's number
+/// @param sig  any number
 /// @param buf  room for len bytes, and for 12; null is handed back
 /// @param len  0 leaves buf untouched
 /// @return buf
@@ -31,7 +31,7 @@ GENERAL_API const char *signal_code_name(); // C before C23 spells "any argument
 /// Looks an error code of the system up in its message table, in US English.
 ///
 /// The calling thread's last error stays as it is.
-/// @param code  an error code, such as GetLastError returns
+/// @param code  as GetLastError gives it
 /// @return the system's text with its line break at the end; the code in decimal, as a signed number,
 ///         where the system has no text or one of more than 127 characters. Never null. One static
 ///         buffer of 128 bytes, which every call overwrites: not to be called by two threads at once

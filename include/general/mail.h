@@ -38,7 +38,7 @@ GENERAL_API int QVSMailPrint(const char *format, ...) GENERAL_PRINTF_LIKE(1, 2);
 
 /// Appends the whole content of a file to the body. Simple MAPI takes text, and ends it at the first
 /// zero byte.
-/// @param path  of the file
+/// @param path  read whole, at once
 /// @return 1, or 0, logged, if path is null or a directory, or if the file cannot be read, kept in
 ///         memory as a whole, or appended
 GENERAL_API int QVSMailBody(const char *path);
@@ -67,7 +67,7 @@ GENERAL_API int QVSMailAttachment(const char *path);
 ///
 /// Without viaCommand, MAPISendMail of MAPI32.DLL gets the texts as they are, the recipients split at
 /// the commas, and may show a logon dialogue. The library is loaded when first needed and kept.
-/// @param viaCommand  not 0 for the command, 0 for Simple MAPI
+/// @param viaCommand  0 for Simple MAPI, anything else for the command
 /// @return 1 when the message was handed over, or there was no body; else 0, logged
 GENERAL_API int QVSMailClose(int viaCommand);
 

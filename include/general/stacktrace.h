@@ -46,7 +46,7 @@ GENERAL_API int QVSgetStackTrace(uint32_t *addresses, int max);
 ///
 /// The first call of the process loads the main program's symbols. When that fails, it is logged and
 /// never tried again: this call returns 0, and every later one 1, with nothing found or logged.
-/// @param address  of the code in question
+/// @param address  anywhere; addresses outside the main program are not found
 /// @param module   receives the module's file name without its path. This pointer and the next two may
 ///                 be null, and what they point to is overwritten, not freed
 /// @param symbol   receives "name(file line N)", or the name alone where no line is known
@@ -55,15 +55,15 @@ GENERAL_API int QVSgetStackTrace(uint32_t *addresses, int max);
 ///         caller frees the strings with QVSfreeAddrSym either way
 GENERAL_API int QVSgetAddrSym(uint32_t address, char **module, char **symbol, uint32_t *start);
 
-/// Frees the strings of a look-up and sets them to null.
-/// @param module  where the look-up put the module's name; null is passed over
-/// @param symbol  where it put the symbol; null is passed over
+/// Frees the strings of a look-up and sets them to null. Null pointers are passed over.
+/// @param module  what QVSgetAddrSym filled
+/// @param symbol  what QVSgetAddrSym filled
 GENERAL_API void QVSfreeAddrSym(char **module, char **symbol);
 
 /// Walks the calling thread's stack and looks every address up, beginning in the caller, or with the
 /// return address in the frame that QVSsetFramePointer has chosen.
 /// @param entries  max entries; those that are not filled are zeroed. Their old contents are not freed
-/// @param max      how many there are
+/// @param max      how many entries there are
 /// @return how many were filled, which the caller hands to QVSfreeStackTraceWithSyms; 0 if max is not
 ///         above 0, entries is null or the image-help library is missing
 GENERAL_API int QVSgetStackTraceWithSyms(QVSTraceEntry *entries, int max);

@@ -12,23 +12,16 @@
 
 class CapturedEvents {
 public:
-    /// @param module  as for ImportHook
-    explicit CapturedEvents(void *module = nullptr) : hook_("ReportEventA", &capture, module) { texts().clear(); }
-
+    explicit CapturedEvents(void *module = nullptr) : hook_("ReportEventA", &capture, module) { take(); }
     /// "who: text" of every message since the last call.
-    static std::vector<std::string> take() { return std::exchange(texts(), {}); }
+    static std::vector<std::string> take() { return std::exchange(texts_, {}); }
 
 private:
-    static std::vector<std::string> &texts()
-    {
-        static std::vector<std::string> kept;
-        return kept;
-    }
     static BOOL WINAPI capture(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCSTR *strings, LPVOID)
     {
-        texts().push_back(std::string(strings[0]) + ": " + strings[1]);
+        texts_.push_back(std::string(strings[0]) + ": " + strings[1]);
         return TRUE;
     }
-
+    static inline std::vector<std::string> texts_;
     test_support::ImportHook hook_;
 };

@@ -11,7 +11,6 @@
 #include <array>
 #include <climits>
 #include <cstring>
-#include <map>
 #include <string>
 #include <vector>
 #include <windows.h>
@@ -24,7 +23,6 @@ using test_support::FreshLibrary;
 using test_support::HeapWatch;
 using test_support::ImportHook;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 uint32_t number(const void *pointer)
 {
@@ -59,36 +57,32 @@ TEST(StackTrace, BeginsInTheCaller)
     ASSERT_GT(all, 3);
     EXPECT_LT(addresses[0] - number(reinterpret_cast<void *>(takeAddresses)), 200u);
     EXPECT_EQ(addresses[1], returnAddress);
-    for (int max : {1, 2, all - 1, all, all + 1, INT_MAX}) {
+    for (int max : {1, all - 1, all, INT_MAX, 0, -1, INT_MIN}) {
         int count = takeAddresses(max);
-        EXPECT_EQ(count, std::min(max, all));
-        EXPECT_GT(addresses[static_cast<size_t>(count) - 1], 1u);
+        EXPECT_EQ(count, std::clamp(max, 0, all));
         EXPECT_EQ(addresses[static_cast<size_t>(count)], 1u);
     }
-    for (int max : {0, -1, INT_MIN})
-        EXPECT_TRUE(takeAddresses(max) == 0 && takeEntries(max) == 0);
+    EXPECT_TRUE(takeEntries(0) == 0 && takeEntries(-1) == 0);
     EXPECT_TRUE(QVSgetStackTrace(nullptr, 5) == 0 && QVSgetStackTraceWithSyms(nullptr, 5) == 0);
 }
 
 TEST(StackTrace, BeginsInTheChosenFrame)
 {
-    // Two frames that nobody is in, as a debugger would see them: the caller's frame, the return address.
+    // Two frames that nobody is in: each has the caller's frame and the return address.
     uint32_t chain[] = {0, 0x11111111, 0, 0x22222222};
     chain[0] = number(&chain[2]);
     EXPECT_EQ(QVSsetFramePointer(number(chain)), number(chain));
-    int count = takeAddresses(64);
-    HMODULE library = GetModuleHandleA("general.dll"), found = nullptr;
-    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCSTR>(uintptr_t{addresses[0]}),
-                       &found);
-    EXPECT_EQ(found, library) << "nothing is skipped";
-    ASSERT_GE(count, 2);
+    ASSERT_GE(takeAddresses(64), 2);
     EXPECT_EQ(addresses[1], 0x11111111u);
+    MEMORY_BASIC_INFORMATION place;
+    VirtualQuery(reinterpret_cast<void *>(uintptr_t{addresses[0]}), &place, sizeof place);
+    EXPECT_EQ(place.AllocationBase, GetModuleHandleA("general.dll")) << "nothing is skipped";
     for (uint32_t wild : {1u, 0x10000u, 0x80000000u, 0xFFFFFFFCu}) {
         QVSsetFramePointer(wild);
         EXPECT_LE(takeAddresses(64), 2);
     }
     EXPECT_EQ(QVSsetFramePointer(0), 0u);
-    takeAddresses(64);
+    takeAddresses(2);
     EXPECT_EQ(addresses[1], returnAddress);
 }
 
@@ -108,11 +102,11 @@ TEST(StackTrace, NamesFunctionsFilesAndLines)
     for (auto i = static_cast<size_t>(count); i < 40; ++i)
         EXPECT_TRUE(entries[i].address == 0 && !entries[i].module && !entries[i].symbol && entries[i].start == 0);
     EXPECT_EQ(entries[40].address, 0xEEEEEEEEu);
-    QVSfreeStackTraceWithSyms(entries.data(), count);
-    QVSfreeStackTraceWithSyms(entries.data(), count);
+    for (int again = 0; again < 2; ++again)
+        QVSfreeStackTraceWithSyms(entries.data(), count);
+    EXPECT_EQ(watch.liveBlocks(), 0);
     QVSfreeStackTraceWithSyms(nullptr, 1);
     QVSfreeAddrSym(nullptr, nullptr);
-    EXPECT_EQ(watch.liveBlocks(), 0);
 
     QVSsetFramePointer(number(__builtin_frame_address(0)));
     EXPECT_EQ(takeEntries(1), 1);
@@ -125,65 +119,59 @@ struct Found {
     char *module, *symbol;
     uint32_t start;
     int result;
+
+    bool isNothing() const { return !module && !symbol && start == 0; }
 };
 
-using AddressLookup = decltype(QVSgetAddrSym);
-
-Found lookUp(const void *address, AddressLookup *function = QVSgetAddrSym)
+Found lookUp(uint32_t address, decltype(QVSgetAddrSym) *function = QVSgetAddrSym)
 {
     Found found;
     std::memset(static_cast<void *>(&found), 0xEE, sizeof found); // cleared whatever happens
-    found.result = function(number(address), &found.module, &found.symbol, &found.start);
+    found.result = function(address, &found.module, &found.symbol, &found.start);
     return found;
 }
 
-const void *const knownAddress = reinterpret_cast<void *>(takeEntries);
+/// A message of the look-up.
+std::string failed(const char *step, DWORD error)
+{
+    return std::string("QVSgetAddrSym: ERROR: ") + step + " FAILED with error <" + GetErrorText(error) + ">";
+}
+
+const uint32_t knownAddress = number(reinterpret_cast<void *>(takeEntries));
 
 TEST(AddressLookup, WildAddressesAreReportedAndExhaustedMemorySurvived)
 {
     CapturedEvents events;
-    std::string error = GetErrorText(ERROR_MOD_NOT_FOUND);
-    for (uintptr_t wild : {uintptr_t{0}, uintptr_t{1}, uintptr_t{0x7FFFFFFF}, uintptr_t{0x80000000}, UINTPTR_MAX}) {
-        Found found = lookUp(reinterpret_cast<void *>(wild));
-        EXPECT_TRUE(found.result == 0 && !found.module && !found.symbol && found.start == 0);
-        EXPECT_THAT(events.take(),
-                    ElementsAre("QVSgetAddrSym: ERROR: SymGetModuleInfo FAILED with error <" + error + ">",
-                                "QVSgetAddrSym: ERROR: SymGetSymFromAddr FAILED with error <" + error + ">"));
+    for (uint32_t wild : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+        Found found = lookUp(wild);
+        EXPECT_TRUE(found.result == 0 && found.isNothing());
+        EXPECT_THAT(events.take(), ElementsAre(failed("SymGetModuleInfo", ERROR_MOD_NOT_FOUND),
+                                               failed("SymGetSymFromAddr", ERROR_MOD_NOT_FOUND)));
     }
-    EXPECT_EQ(QVSgetAddrSym(number(knownAddress), nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(QVSgetAddrSym(knownAddress, nullptr, nullptr, nullptr), 1);
     int failures = test_support::failEachAllocation([](const HeapWatch &watch) {
         Found found = lookUp(knownAddress);
         EXPECT_EQ(found.result == 1, found.module != nullptr && found.symbol != nullptr);
-        EXPECT_TRUE(watch.failed() || found.result == 1);
-        EXPECT_EQ(found.start, number(knownAddress));
+        EXPECT_TRUE((watch.failed() || found.result == 1) && found.start == knownAddress);
         QVSfreeAddrSym(&found.module, &found.symbol);
     });
     EXPECT_EQ(failures, 2);
-    EXPECT_THAT(events.take(), IsEmpty());
+    EXPECT_THAT(events.take(), ElementsAre());
 }
 
-/// Functions of the system's library that a fresh copy of the DLL gets others for; null for none.
-std::map<std::string, void *> substitutes;
+/// Functions that refuse, for the system's.
+template<typename Function>
+struct Refusing;
+template<typename Result, typename... Arguments>
+struct Refusing<Result __attribute__((stdcall)) (Arguments...)> {
+    static Result __attribute__((stdcall)) call(Arguments...)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return Result{};
+    }
+};
 
-FARPROC WINAPI findSubstitute(HMODULE module, LPCSTR name)
-{
-    auto found = substitutes.find(name);
-    return found == substitutes.end() ? GetProcAddress(module, name) : reinterpret_cast<FARPROC>(found->second);
-}
-
-BOOL WINAPI refuseToInitialize(HANDLE, PCSTR, BOOL)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-}
-
-DWORD64 WINAPI refuseToLoad(HANDLE, HANDLE, PCSTR, PCSTR, DWORD64, DWORD)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return 0;
-}
-
-DWORD64 askedAddress;
+uint64_t askedAddress;
 
 BOOL WINAPI noteAddress(HANDLE, DWORD64 address, PIMAGEHLP_MODULE64 module)
 {
@@ -192,84 +180,80 @@ BOOL WINAPI noteAddress(HANDLE, DWORD64 address, PIMAGEHLP_MODULE64 module)
     return TRUE;
 }
 
-DWORD WINAPI refuseFileName(HMODULE, LPSTR, DWORD)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return 0;
-}
-
 DWORD WINAPI cutFileName(HMODULE, LPSTR, DWORD size)
 {
     return size;
 }
 
-HMODULE WINAPI refuseLibrary(LPCSTR)
-{
-    SetLastError(ERROR_MOD_NOT_FOUND);
-    return nullptr;
-}
+/// A function of the image-help library, and what a fresh copy of the DLL gets for it.
+const char *substituted;
+void *substitute;
 
-/// Looks up twice in a fresh copy of the DLL: the first fails, with these messages, the second is empty.
-void expectFailureOnce(const FreshLibrary &library, const std::vector<std::string> &messages)
+FARPROC WINAPI findFunction(HMODULE module, LPCSTR name)
 {
-    CapturedEvents events(library.module());
-    auto *function = library.function<AddressLookup>("QVSgetAddrSym");
-    for (int expected : {0, 1, 1}) {
-        Found found = lookUp(knownAddress, function);
-        EXPECT_TRUE(found.result == expected && !found.module && !found.symbol && found.start == 0);
-        EXPECT_EQ(events.take(), expected == 0 ? messages : std::vector<std::string>());
-    }
+    return std::strcmp(name, substituted) == 0 ? reinterpret_cast<FARPROC>(substitute) : GetProcAddress(module, name);
 }
 
 TEST(AddressLookup, FirstFailureIsFinal)
 {
-    auto message = [](const char *step, DWORD error = ERROR_ACCESS_DENIED) {
-        return std::string("QVSgetAddrSym: ERROR: ") + step + " FAILED with error <" + GetErrorText(error) + ">";
-    };
     const struct {
-        const char *name;
+        const char *import;
         void *replacement;
+        const char *function;
+        void *substitute;
         std::vector<std::string> messages;
     } steps[] = {
-        {"SymInitialize", reinterpret_cast<void *>(refuseToInitialize), {message("SymInitialize")}},
-        {"SymLoadModule64", reinterpret_cast<void *>(refuseToLoad), {message("SymLoadModule")}},
-        {"StackWalk64", nullptr, {}}, // an old library
+        {"GetProcAddress",
+         (void *)findFunction,
+         "SymInitialize",
+         (void *)Refusing<decltype(SymInitialize)>::call,
+         {failed("SymInitialize", ERROR_ACCESS_DENIED)}},
+        {"GetProcAddress",
+         (void *)findFunction,
+         "SymLoadModule64",
+         (void *)Refusing<decltype(SymLoadModule64)>::call,
+         {failed("SymLoadModule", ERROR_ACCESS_DENIED)}},
+        {"GetProcAddress", (void *)findFunction, "StackWalk64", nullptr, {}}, // an old library
+        {"LoadLibraryA", (void *)Refusing<HMODULE WINAPI(LPCSTR)>::call, "", nullptr, {}},
+        {"GetModuleFileNameA",
+         (void *)Refusing<DWORD WINAPI(HMODULE, LPSTR, DWORD)>::call,
+         "",
+         nullptr,
+         {failed("GetModuleFileName", ERROR_ACCESS_DENIED)}},
+        {"GetModuleFileNameA",
+         (void *)cutFileName,
+         "",
+         nullptr,
+         {failed("GetModuleFileName", ERROR_INSUFFICIENT_BUFFER)}},
     };
     for (const auto &step : steps) {
-        SCOPED_TRACE(step.name);
-        substitutes = {{step.name, step.replacement}};
+        SCOPED_TRACE(testing::Message() << step.import << " " << step.function);
+        substituted = step.function;
+        substitute = step.substitute;
         FreshLibrary library;
-        ImportHook hook("GetProcAddress", findSubstitute, library.module());
-        expectFailureOnce(library, step.messages);
+        CapturedEvents events(library.module());
+        ImportHook hook(step.import, reinterpret_cast<void (*)()>(step.replacement), library.module());
+        auto *function = library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym");
+        for (int expected : {0, 1, 1}) {
+            Found found = lookUp(knownAddress, function);
+            EXPECT_TRUE(found.result == expected && found.isNothing());
+            EXPECT_EQ(events.take(), expected == 0 ? step.messages : std::vector<std::string>());
+        }
+        int count = library.function<decltype(QVSgetStackTrace)>("QVSgetStackTrace")(addresses.data(), 9);
+        EXPECT_EQ(count > 0, !step.messages.empty());
+        EXPECT_EQ(library.function<decltype(QVScheckDbgHelpDll)>("QVScheckDbgHelpDll")(), count > 0);
     }
-    for (auto *fileName : {refuseFileName, cutFileName}) {
-        FreshLibrary library;
-        ImportHook hook("GetModuleFileNameA", fileName, library.module());
-        expectFailureOnce(library, {message("GetModuleFileName", fileName == cutFileName ? ERROR_INSUFFICIENT_BUFFER
-                                                                                         : ERROR_ACCESS_DENIED)});
-    }
-    FreshLibrary library;
-    auto check = library.function<decltype(QVScheckDbgHelpDll)>("QVScheckDbgHelpDll");
-    {
-        ImportHook hook("LoadLibraryA", refuseLibrary, library.module());
-        EXPECT_EQ(check(), 0);
-        expectFailureOnce(library, {});
-        EXPECT_EQ(library.function<decltype(QVSgetStackTrace)>("QVSgetStackTrace")(addresses.data(), 9), 0);
-        auto trace = library.function<decltype(QVSgetStackTraceWithSyms)>("QVSgetStackTraceWithSyms");
-        EXPECT_EQ(trace(entries.data(), 9), 0);
-    }
-    EXPECT_EQ(check(), 0) << "probed once";
     EXPECT_EQ(QVScheckDbgHelpDll(), 1);
 }
 
 TEST(AddressLookup, TakesAddressesAsSigned)
 {
-    substitutes = {{"SymGetModuleInfo64", reinterpret_cast<void *>(noteAddress)}};
+    substituted = "SymGetModuleInfo64";
+    substitute = reinterpret_cast<void *>(noteAddress);
     FreshLibrary library;
     CapturedEvents events(library.module());
-    ImportHook hook("GetProcAddress", findSubstitute, library.module());
-    Found found =
-        lookUp(reinterpret_cast<void *>(uintptr_t{0x80001234}), library.function<AddressLookup>("QVSgetAddrSym"));
+    ImportHook hook("GetProcAddress", findFunction, library.module());
+    Found found = lookUp(0x80001234, library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym"));
     EXPECT_EQ(askedAddress, 0xFFFFFFFF80001234u);
     EXPECT_STREQ(found.module, "no separator.exe");
     EXPECT_EQ(found.result, 0) << "there is no symbol";
