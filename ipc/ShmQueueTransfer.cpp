@@ -12,6 +12,10 @@ namespace {
 
 using namespace general::shm;
 
+/// How long a select watches the header words before it goes to sleep.
+constexpr LONGLONG lookoutsPerSecond = 10000; // 100 µs each
+constexpr int greatestLooks = 1000;           // in case the clock stands still
+
 /// A private copy of a ring header's changing words.
 struct RingState {
     bool closed;
@@ -122,10 +126,58 @@ void report(uint32_t readyBits, uint32_t *flags, uint32_t *ready)
     *ready = (readyBits & SHMQUEUE_SELECT_READ) + ((readyBits & SHMQUEUE_SELECT_WRITE) >> 1);
 }
 
+/// Whether the header words promise readiness. Read without the mutex this is a hint and no more.
+bool looksReady(const ShmQueue *queue, uint32_t wanted)
+{
+    if ((wanted & SHMQUEUE_SELECT_WRITE) != 0 && queue->sendRing->count < queue->capacity)
+        return true;
+    return (wanted & SHMQUEUE_SELECT_READ) != 0 && (queue->recvRing->count != 0 || queue->recvRing->closed != 0);
+}
+
+bool hasSeveralProcessors()
+{
+    SYSTEM_INFO system;
+    GetSystemInfo(&system);
+    return system.dwNumberOfProcessors > 1;
+}
+
+/// Watches the header words for a moment, without a wait mask and without the mutex: a peer that is just
+/// about to move bytes then spares both sides the calls of a sleep and its end.
+void lookOut(const ShmQueue *queue, uint32_t wanted)
+{
+    if (looksReady(queue, wanted) || !hasSeveralProcessors())
+        return;
+    LARGE_INTEGER frequency{}, start{}, now{};
+    QueryPerformanceFrequency(&frequency);
+    QueryPerformanceCounter(&start);
+    LONGLONG end = start.QuadPart + frequency.QuadPart / lookoutsPerSecond;
+    for (int look = 0; look < greatestLooks && now.QuadPart < end && !looksReady(queue, wanted); ++look) {
+        SwitchToThread(); // whoever else wants the processor goes first
+        QueryPerformanceCounter(&now);
+    }
+}
+
+/// Sleeps until a peer has signalled and has let go of the mutex, and takes the mutex with the same call.
+/// @return WAIT_OBJECT_0 with the mutex held; WAIT_TIMEOUT; anything else is a failure
+DWORD sleepAndTakeMutex(const ShmQueue *queue, uint32_t timeout)
+{
+    const HANDLE wakeAndMutex[] = {queue->ownWake, queue->mutex};
+    DWORD outcome = WaitForMultipleObjects(2, wakeAndMutex, TRUE, timeout);
+    if (outcome == WAIT_OBJECT_0 + 1)
+        return WAIT_OBJECT_0;
+    if (outcome == WAIT_ABANDONED_0 || outcome == WAIT_ABANDONED_0 + 1)
+        releaseMutex(queue->mutex);
+    if (outcome != WAIT_TIMEOUT)
+        return outcome;
+    // The time-out is that of the signal alone; the mutex is waited for however long it is held.
+    outcome = WaitForSingleObject(queue->ownWake, 0);
+    return outcome != WAIT_OBJECT_0 || takeMutex(queue->mutex) ? outcome : WAIT_FAILED;
+}
+
 /// Sleeps until the peer clears a wanted bit of this side's wait mask.
 uint32_t sleepInSelect(ShmQueue *queue, uint32_t wanted, uint32_t timeout, uint32_t *flags, uint32_t *ready)
 {
-    DWORD outcome = WaitForSingleObject(queue->ownWake, timeout);
+    DWORD outcome = sleepAndTakeMutex(queue, timeout);
     if (outcome == WAIT_TIMEOUT) {
         // The wait mask stays: a peer's later signal still finds it, and the next sleep may end early.
         report(0, flags, ready);
@@ -134,12 +186,10 @@ uint32_t sleepInSelect(ShmQueue *queue, uint32_t wanted, uint32_t timeout, uint3
     if (outcome != WAIT_OBJECT_0)
         return SHMQUEUE_BAD_HANDLE;
 
-    Lock lock(queue);
-    if (!lock.isHeld())
-        return SHMQUEUE_BAD_HANDLE;
     report(wanted & ~queue->sendRing->waitMask, flags, ready);
     queue->sendRing->waitMask = 0;
     ResetEvent(queue->ownWake);
+    releaseMutex(queue->mutex);
     return SHMQUEUE_OK;
 }
 
@@ -218,6 +268,8 @@ uint32_t ShmQueueSelect(ShmQueue *queue, uint32_t *flags, uint32_t timeout, uint
         report(0, flags, ready);
         return SHMQUEUE_OK;
     }
+    if (timeout != 0)
+        lookOut(queue, wanted);
     {
         Lock lock(queue);
         if (!lock.isHeld())
