@@ -1,6 +1,6 @@
 /// @file
-/// What the tests of the shared-memory queue and its soak share: child processes that play a role, the
-/// bytes that are sent, and what the own process holds of the system.
+/// What the tests of the shared-memory queue share: child processes that play a role, the bytes that are
+/// sent, and what the own process holds of the system.
 
 #pragma once
 
@@ -10,52 +10,23 @@
 
 #include <tlhelp32.h>
 
-#include <cstdio>
 #include <string>
-#include <vector>
 
 namespace ipc_test {
 
 constexpr DWORD patience = 60000; ///< ms; no wait of a test is longer
 
-inline DWORD WINAPI endAfter(void *seconds)
-{
-    Sleep(1000 * static_cast<DWORD>(reinterpret_cast<uintptr_t>(seconds)));
-    std::fprintf(stderr, "the watchdog ends this process\n");
-    ExitProcess(99);
-}
-
-/// Ends the process after this many seconds, so that no test can hang.
-inline void startWatchdog(uintptr_t seconds)
-{
-    CloseHandle(CreateThread(nullptr, 0, endAfter, reinterpret_cast<void *>(seconds), 0, nullptr));
-}
-
-inline std::string ownProgram()
-{
-    char program[MAX_PATH];
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    return program;
-}
-
-/// A process; terminated at the end of its scope if it still runs.
+/// This program, started anew to play a role; terminated at the end of the scope if it still runs.
 class Child {
 public:
-    /// Starts this program anew to play a role.
     explicit Child(const std::string &role)
-        : Child("\"" + ownProgram() + "\" --role " + role, nullptr, nullptr, GetStdHandle(STD_ERROR_HANDLE))
     {
-    }
-    Child(std::string commandLine, HANDLE input, HANDLE output, HANDLE error)
-    {
+        char program[MAX_PATH];
+        GetModuleFileNameA(nullptr, program, MAX_PATH);
+        std::string line = '"' + std::string(program) + "\" --role " + role;
         STARTUPINFOA startup{};
-        startup.cb = sizeof startup;
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = input;
-        startup.hStdOutput = output;
-        startup.hStdError = error;
         PROCESS_INFORMATION made{};
-        CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &made);
+        CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &made);
         CloseHandle(made.hThread);
         process_ = made.hProcess;
     }
@@ -68,10 +39,10 @@ public:
     Child &operator=(const Child &) = delete;
 
     /// The exit code; STILL_ACTIVE if the process did not end in time.
-    DWORD wait(DWORD timeout = patience)
+    DWORD wait()
     {
         DWORD code = STILL_ACTIVE;
-        if (WaitForSingleObject(process_, timeout) == WAIT_OBJECT_0)
+        if (WaitForSingleObject(process_, patience) == WAIT_OBJECT_0)
             GetExitCodeProcess(process_, &code);
         return code;
     }
@@ -88,13 +59,13 @@ private:
 /// A repeatable stream of bytes; sender and receiver of a stream each hold one.
 struct Bytes {
     uint32_t state;
-    uint8_t next() { return static_cast<uint8_t>((state = state * 1664525 + 1013904223) >> 24); }
-    void fill(uint8_t *buffer, uint32_t length)
+    char next() { return static_cast<char>((state = state * 1664525 + 1013904223) >> 24); }
+    void fill(char *buffer, uint32_t length)
     {
         for (uint32_t i = 0; i < length; ++i)
             buffer[i] = next();
     }
-    bool match(const uint8_t *buffer, uint32_t length)
+    bool match(const char *buffer, uint32_t length)
     {
         bool same = true;
         for (uint32_t i = 0; i < length; ++i)
@@ -103,45 +74,18 @@ struct Bytes {
     }
 };
 
-/// Sleeps until the connection is ready for SHMQUEUE_SELECT_*.
-inline bool sleepUntil(ShmQueue *queue, uint32_t readiness)
+/// Sleeps until the queue can be read.
+inline bool sleepUntilReadable(ShmQueue *queue)
 {
     uint32_t flags = 0, ready = 0, status = SHMQUEUE_OK;
     for (DWORD start = GetTickCount(); status == SHMQUEUE_OK && ready == 0 && GetTickCount() - start < patience;)
-        status = ShmQueueSelect(queue, &(flags = readiness), patience, &ready);
-    return status == SHMQUEUE_OK && ready != 0;
+        status = ShmQueueSelect(queue, &(flags = SHMQUEUE_SELECT_READ), patience, &ready);
+    return ready != 0;
 }
 
-/// Adds or removes all the bytes, sleeping in select where they do not fit; the last status.
-template<typename Byte, typename Move>
-uint32_t moveAll(Move move, uint32_t readiness, ShmQueue *queue, Byte *bytes, uint32_t length)
-{
-    for (uint32_t part = length; length > 0; part = length) {
-        uint32_t status = move(queue, bytes, &part);
-        if (status == SHMQUEUE_OK) {
-            bytes += part;
-            length -= part;
-        } else if ((status != SHMQUEUE_FULL && status != SHMQUEUE_EMPTY) || !sleepUntil(queue, readiness)) {
-            return status;
-        }
-    }
-    return SHMQUEUE_OK;
-}
-
-inline uint32_t sendAll(ShmQueue *queue, const void *data, uint32_t length)
-{
-    return moveAll(ShmQueueAdd, SHMQUEUE_SELECT_WRITE, queue, static_cast<const char *>(data), length);
-}
-
-inline uint32_t receiveAll(ShmQueue *queue, void *buffer, uint32_t length)
-{
-    return moveAll(ShmQueueRemove, SHMQUEUE_SELECT_READ, queue, static_cast<char *>(buffer), length);
-}
-
-/// Waits for a request and accepts it.
 inline ShmQueue *acceptNext(ShmQueue *listener, uint32_t number, uint32_t size)
 {
-    return sleepUntil(listener, SHMQUEUE_SELECT_READ) ? ShmQueueAccept(listener, number, size) : nullptr;
+    return sleepUntilReadable(listener) ? ShmQueueAccept(listener, number, size) : nullptr;
 }
 
 /// Destroys a connection whose mutex may have been abandoned; the last status.

@@ -4,138 +4,138 @@
 
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <windows.h>
 
-#include <cstring>
 #include <string>
+#include <vector>
 
 namespace ipc_test {
 
+/// The words of a ring header, by their offset.
+enum Word {
+    base = 0,
+    readPos = 4,
+    writePos = 8,
+    end = 12,
+    count = 16,
+    blocked = 20,
+    closed = 24,
+    waitMask = 28,
+    eventMask = 32,
+    pending = 36
+};
+
 /// One side of one segment. A maker writes the first ring, its peer the second.
-class RawPeer {
-public:
+struct RawPeer {
     enum Kind { listener, requester, acceptor, connector };
 
-    RawPeer(Kind kind, const std::string &prefix, DWORD capacity)
-        : size_(capacity), maker_(kind == listener || kind == acceptor),
-          first_(kind == listener || kind == requester ? 0 : 4)
+    RawPeer(Kind kind, const std::string &prefix, DWORD capacity) : size(capacity)
     {
-        bool init = first_ == 0;
-        DWORD bytes = first_ + 2 * (40 + size_);
-        mapping_ = maker_ ? CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, bytes, prefix.c_str())
-                          : OpenFileMappingA(FILE_MAP_WRITE, FALSE, prefix.c_str());
-        if (mapping_ == nullptr)
+        bool isMaker = kind == listener || kind == acceptor, isInit = kind == listener || kind == requester;
+        DWORD first = isInit ? 0 : 4, second = first + 40 + size;
+        opened = {isMaker ? CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, second + 40 + size,
+                                               prefix.c_str())
+                          : OpenFileMappingA(FILE_MAP_WRITE, FALSE, prefix.c_str())};
+        view = static_cast<char *>(MapViewOfFile(opened[0], FILE_MAP_WRITE, 0, 0, 0));
+        if (view == nullptr)
             return;
-        mutex_ = CreateMutexA(nullptr, FALSE, (prefix + "Mutex").c_str());
-        event_[0] = CreateEventA(nullptr, !init, FALSE, (prefix + "Event1").c_str());
-        event_[1] = CreateEventA(nullptr, TRUE, FALSE, (prefix + "Event2").c_str());
-        wake_[0] = init ? nullptr : CreateEventA(nullptr, TRUE, FALSE, (prefix + "IEvent1").c_str());
-        wake_[1] = CreateEventA(nullptr, TRUE, FALSE, (prefix + "IEvent2").c_str());
-        processWait_ = init ? nullptr : CreateEventA(nullptr, FALSE, FALSE, (prefix + "ProcessWaitEvent").c_str());
-        view_ = static_cast<char *>(MapViewOfFile(mapping_, FILE_MAP_WRITE, 0, 0, 0));
-        if (maker_)
-            word(out() + 12) = word(in() + 12) = size_;
+        auto event = [&](const char *suffix, bool isManualReset) {
+            return opened.emplace_back(CreateEventA(nullptr, isManualReset, FALSE, (prefix + suffix).c_str()));
+        };
+        opened.push_back(mutex = CreateMutexA(nullptr, FALSE, (prefix + "Mutex").c_str()));
+        (isMaker ? peerEvent : ownEvent) = event("Event1", !isInit);
+        (isMaker ? ownEvent : peerEvent) = event("Event2", true);
+        (isMaker ? ownWake : peerWake) = event("IEvent2", true);
+        if (!isInit) {
+            (isMaker ? peerWake : ownWake) = event("IEvent1", true);
+            processWait = event("ProcessWaitEvent", false);
+        }
+        outRing = view + (isMaker ? first : second);
+        inRing = view + (isMaker ? second : first);
+        if (isMaker)
+            out(end) = in(end) = size;
     }
     ~RawPeer()
     {
-        if (view_ != nullptr)
-            UnmapViewOfFile(view_);
-        for (HANDLE handle : {event_[0], event_[1], wake_[0], wake_[1], processWait_, mutex_, mapping_})
-            if (handle != nullptr)
-                CloseHandle(handle);
+        UnmapViewOfFile(view);
+        for (HANDLE handle : opened)
+            CloseHandle(handle);
     }
     RawPeer(const RawPeer &) = delete;
     RawPeer &operator=(const RawPeer &) = delete;
 
-    bool exists() const { return view_ != nullptr; }
-    DWORD &word(DWORD offset) { return *reinterpret_cast<DWORD *>(view_ + offset); }
-    DWORD out() const { return maker_ ? first_ : first_ + 40 + size_; }
-    DWORD in() const { return maker_ ? first_ + 40 + size_ : first_; }
-    HANDLE mutex() const { return mutex_; }
-    HANDLE ownEvent() const { return event_[maker_]; }
-    HANDLE peerEvent() const { return event_[!maker_]; }
-    HANDLE ownWake() const { return wake_[maker_]; }
-    HANDLE peerWake() const { return wake_[!maker_]; }
-    HANDLE processWait() const { return processWait_; }
-
-    void lock() { ASSERT_EQ(WaitForSingleObject(mutex_, 60000), WAIT_OBJECT_0); }
-    void unlock() { ReleaseMutex(mutex_); }
+    DWORD &out(Word word) { return *reinterpret_cast<DWORD *>(outRing + word); }
+    DWORD &in(Word word) { return *reinterpret_cast<DWORD *>(inRing + word); }
 
     /// Adds bytes; returns how many.
-    DWORD put(const void *data, DWORD length)
+    DWORD put(const char *data, DWORD length)
     {
-        lock();
         DWORD done = 0;
-        if (word(out() + 16) == size_)
-            word(out() + 20) = 1;
-        if (word(out() + 16) == 0)
+        WaitForSingleObject(mutex, INFINITE);
+        if (out(count) == size)
+            out(blocked) = 1;
+        if (out(count) == 0)
             tell(1, 1 | 8);
-        for (; word(out() + 24) == 0 && done < length && word(out() + 16) < size_; ++done) {
-            view_[out() + 40 + word(out() + 8)] = static_cast<const char *>(data)[done];
-            word(out() + 8) = (word(out() + 8) + 1) % size_;
-            ++word(out() + 16);
+        for (; out(closed) == 0 && done < length && out(count) < size; ++out(count)) {
+            outRing[40 + out(writePos)] = data[done++];
+            out(writePos) = (out(writePos) + 1) % size;
         }
-        unlock();
+        ReleaseMutex(mutex);
         return done;
     }
 
     /// Removes bytes; returns how many.
-    DWORD get(void *data, DWORD length)
+    DWORD get(char *data, DWORD length)
     {
-        lock();
         DWORD done = 0;
-        for (; done < length && word(in() + 16) > 0; ++done) {
-            static_cast<char *>(data)[done] = view_[in() + 40 + word(in() + 4)];
-            word(in() + 4) = (word(in() + 4) + 1) % size_;
-            --word(in() + 16);
+        WaitForSingleObject(mutex, INFINITE);
+        for (; done < length && in(count) > 0; --in(count)) {
+            data[done++] = inRing[40 + in(readPos)];
+            in(readPos) = (in(readPos) + 1) % size;
         }
-        if (word(in() + 16) == 0)
-            word(in() + 4) = word(in() + 8) = 0;
-        if (done > 0)
-            tell(2, word(in() + 20) != 0 ? 2 : 0);
-        if (done > 0)
-            word(in() + 20) = 0;
-        unlock();
+        if (in(count) == 0)
+            in(readPos) = in(writePos) = 0;
+        if (done > 0) {
+            tell(2, in(blocked) != 0 ? 2 : 0);
+            in(blocked) = 0;
+        }
+        ReleaseMutex(mutex);
         return done;
     }
 
     void close()
     {
-        lock();
-        word(in() + 24) = word(out() + 24) = 1;
-        tell(word(out() + 16) == 0 ? 1 : 0, 32);
-        unlock();
+        WaitForSingleObject(mutex, INFINITE);
+        in(closed) = out(closed) = 1;
+        tell(out(count) == 0 ? 1 : 0, 32);
+        ReleaseMutex(mutex);
     }
 
     /// The connector's last step.
     void announce(DWORD processId)
     {
-        word(0) = processId;
-        SetEvent(processWait_);
+        *reinterpret_cast<DWORD *>(view) = processId;
+        SetEvent(processWait);
     }
 
     /// Wakes and tells the peer; its words are in the ring that it writes.
     void tell(DWORD readiness, DWORD events)
     {
-        if ((word(in() + 28) & readiness) != 0) {
-            word(in() + 28) &= ~readiness;
-            SetEvent(peerWake());
+        if ((in(waitMask)&readiness) != 0) {
+            in(waitMask) &= ~readiness;
+            SetEvent(peerWake);
         }
-        if ((events &= word(in() + 32)) != 0) {
-            if (word(in() + 36) == 0)
-                SetEvent(peerEvent());
-            word(in() + 36) += events;
-        }
+        events &= in(eventMask);
+        if (events != 0 && in(pending) == 0)
+            SetEvent(peerEvent);
+        in(pending) += events;
     }
 
-private:
-    DWORD size_;
-    bool maker_;
-    DWORD first_;
-    HANDLE mapping_ = nullptr, mutex_ = nullptr, event_[2] = {}, wake_[2] = {}, processWait_ = nullptr;
-    char *view_ = nullptr;
+    DWORD size;
+    std::vector<HANDLE> opened;
+    HANDLE mutex = nullptr, ownEvent = nullptr, peerEvent = nullptr, ownWake = nullptr, peerWake = nullptr;
+    HANDLE processWait = nullptr;
+    char *view = nullptr, *outRing = nullptr, *inRing = nullptr;
 };
 
 } // namespace ipc_test
