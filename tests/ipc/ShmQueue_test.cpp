@@ -5,7 +5,8 @@
 
 #include <aclapi.h>
 
-#include <atomic>
+#include <algorithm>
+#include <array>
 #include <functional>
 #include <memory>
 #include <random>
@@ -306,30 +307,46 @@ TEST(ShmQueue, TakesADamagedHeaderForAClosedRing)
         }
 }
 
-/// A peer changes a word to and fro: what was checked must be what is used.
+DWORD *hostileWord; ///< as the library sees it
+bool isBeingRead;
+
+/// Lets an access to the protected page pass by a single step, and spoils the word right after each read.
+LONG WINAPI spoilOnceRead(EXCEPTION_POINTERS *exception)
+{
+    const EXCEPTION_RECORD &record = *exception->ExceptionRecord;
+    bool isAccess = record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION,
+         isStep = record.ExceptionCode == EXCEPTION_SINGLE_STEP;
+    if (!isStep && (!isAccess || (record.ExceptionInformation[1] ^ reinterpret_cast<DWORD>(hostileWord)) >= 4096))
+        return EXCEPTION_CONTINUE_SEARCH;
+    if (isStep && isBeingRead)
+        *hostileWord = 0x7FFFFF00;
+    DWORD before = 0;
+    VirtualProtect(hostileWord, 1, isStep ? PAGE_NOACCESS : PAGE_READWRITE, &before);
+    isBeingRead = isAccess && record.ExceptionInformation[0] == 0 &&
+                  record.ExceptionInformation[1] == reinterpret_cast<DWORD>(hostileWord);
+    exception->ContextRecord->EFlags |= isAccess ? 0x100 : 0;
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+/// A peer may change a word at any time: what was checked must be what is used.
 TEST(ShmQueue, LooksAtAHeaderWordOnce)
 {
     Link link(false, 64);
     ASSERT_NE(link.library, nullptr);
-    for (Word changing : {readPos, writePos, count}) {
-        std::atomic<bool> isOver = false;
-        std::thread changer([&] {
-            for (DWORD value = 0; !isOver; value = value == 0x7FFFFF00 ? (changing == readPos ? 0 : 4) : 0x7FFFFF00)
-                for (DWORD *word : {&link.ours(changing), &link.theirs(changing)})
-                    *const_cast<volatile DWORD *>(word) = value;
-        });
-        for (int round = 0; round < 2000; ++round) {
-            for (Word word : {readPos, writePos, count})
-                if (word != changing)
-                    link.ours(word) = link.theirs(word) = word == readPos ? 0 : 4;
-            uint32_t status = link.add(100);
-            ASSERT_TRUE(status == SHMQUEUE_CLOSED || (status == SHMQUEUE_OK && link.moved == 60));
-            status = link.remove(100);
-            ASSERT_TRUE(status == SHMQUEUE_CLOSED || (status == SHMQUEUE_OK && link.moved == 4));
+    void *handler = AddVectoredExceptionHandler(1, spoilOnceRead);
+    for (Word word : {base, readPos, writePos, end, count})
+        for (bool adds : {true, false}) {
+            for (DWORD *ring : {&link.ours(base), &link.theirs(base)})
+                std::copy_n(std::array<DWORD, 5>{0, 0, 4, 64, 4}.data(), 5, ring);
+            hostileWord = reinterpret_cast<DWORD **>(link.library)[adds ? 2 : 3] + word; // sendRing, recvRing
+            DWORD before = 0;
+            VirtualProtect(hostileWord, 1, PAGE_NOACCESS, &before);
+            EXPECT_EQ(adds ? link.add(100) : link.remove(100), SHMQUEUE_OK);
+            EXPECT_EQ(link.moved, adds ? 60u : 4u);
+            VirtualProtect(hostileWord, 1, PAGE_READWRITE, &before);
+            EXPECT_EQ(adds ? link.ours(count) : link.theirs(count), adds ? 64u : 0u);
         }
-        isOver = true;
-        changer.join();
-    }
+    RemoveVectoredExceptionHandler(handler);
 }
 
 /// Woken once more, the watcher takes the process for ended.
