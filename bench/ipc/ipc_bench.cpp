@@ -104,6 +104,26 @@ void roundTrip(benchmark::State &state, uint32_t transport)
     }
 }
 
+/// The bound that the protocol sets: every add and every remove takes the named mutex and releases it,
+/// two kernel calls, here by one thread that nobody disturbs.
+void mutexAlone(benchmark::State &state, uint32_t moves)
+{
+    HANDLE mutex = CreateMutexA(nullptr, FALSE, "ipc_bench");
+    for (auto _ : state)
+        for (uint32_t i = 0; i < moves; ++i) {
+            WaitForSingleObject(mutex, INFINITE);
+            ReleaseMutex(mutex);
+        }
+    CloseHandle(mutex);
+}
+
+void registerLimit(const char *row, const char *moved, uint32_t moves)
+{
+    bench::contend(row, std::string("limit: the mutex for ") + moved, [=](benchmark::State &state) {
+        mutexAlone(state, moves);
+    })->UseRealTime();
+}
+
 struct Stream {
     const char *row;
     uint32_t capacity, writeSize, writes;
@@ -124,18 +144,21 @@ constexpr Stream streams[] = {
 
 bool registerRows()
 {
-    for (const Stream &row : streams)
+    for (const Stream &row : streams) {
         for (uint32_t transport = 0; transport < std::size(transports); ++transport)
             bench::contend(
                 row.row, transports[transport],
                 [=](benchmark::State &state) { stream(state, transport, row.capacity, row.writeSize, row.writes); },
                 transport == 0 ? row.aim : 0)
                 ->UseRealTime();
+        registerLimit(row.row, "the adds", row.writes);
+    }
     for (uint32_t transport = 0; transport < std::size(transports); ++transport)
         bench::contend(
             "round trip of 64 B", transports[transport], [=](benchmark::State &state) { roundTrip(state, transport); },
             transport == 0 ? 1.0 : 0)
             ->UseRealTime();
+    registerLimit("round trip of 64 B", "2 adds and 2 removes", 4);
     return true;
 }
 

@@ -14,47 +14,39 @@ using namespace ipc_test;
 
 namespace {
 
-constexpr uint32_t block = 64 * 1024;
-constexpr uint32_t soakRing = 100003;
-constexpr uint32_t wrongBytes = 99; ///< a status beyond those of the library
+constexpr uint32_t mostAtOnce = 200006; ///< bytes that an end tries to move in one call
 
 /// One end of a connection: sends the stream of one seed and expects the stream of another.
 struct End {
     ShmQueue *queue;
     Bytes out, in;
     std::mt19937 random{out.state};
-    uint64_t sent = 0, received = 0;
+    uint64_t received = 0;
     bool isWrong = queue == nullptr;
-    std::vector<char> buffer = std::vector<char>(2 * soakRing);
+    std::vector<char> buffer = std::vector<char>(mostAtOnce);
 
-    /// Removes, adds, and sleeps if neither was possible; FULL and EMPTY are as good as OK.
-    uint32_t step(uint32_t bytesToSend = 2 * soakRing)
+    /// Removes, adds, and sleeps if neither was possible; the connection goes on unless it is CLOSED or worse.
+    uint32_t step()
     {
-        uint32_t part = 1 + random() % (2 * soakRing), flags = SHMQUEUE_SELECT_READ, ready = 0;
-        uint32_t removed = ShmQueueRemove(queue, buffer.data(), &part), added = SHMQUEUE_FULL;
+        uint32_t part = 1 + random() % mostAtOnce, flags = SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE, ready = 0;
+        uint32_t removed = ShmQueueRemove(queue, buffer.data(), &part);
         isWrong = isWrong || (removed == SHMQUEUE_OK && !in.match(buffer.data(), part));
         received += removed == SHMQUEUE_OK ? part : 0;
-        if (bytesToSend > 0) {
-            part = bytesToSend;
-            flags = SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE;
-            Bytes(out).fill(buffer.data(), part);
-            added = ShmQueueAdd(queue, buffer.data(), &part);
-        }
-        if (added == SHMQUEUE_OK) {
+        Bytes(out).fill(buffer.data(), part = 1 + random() % mostAtOnce);
+        uint32_t added = ShmQueueAdd(queue, buffer.data(), &part);
+        if (added == SHMQUEUE_OK)
             out.fill(buffer.data(), part);
-            sent += part;
-        }
         if (removed == SHMQUEUE_EMPTY && added == SHMQUEUE_FULL)
-            return std::max(removed, ShmQueueSelect(queue, &flags, patience, &ready));
-        return removed > SHMQUEUE_EMPTY ? removed : added;
+            return ShmQueueSelect(queue, &flags, patience, &ready);
+        return std::max(removed, added);
     }
-    /// Until so many bytes have been sent and received in all.
-    uint32_t exchange(uint64_t toSend, uint64_t toReceive)
+    /// Steps until so many more bytes have arrived; whether they have, and rightly.
+    bool receive(uint32_t length)
     {
-        uint32_t status = SHMQUEUE_OK;
-        while (status < SHMQUEUE_CLOSED && !isWrong && (sent < toSend || received < toReceive))
-            status = step(static_cast<uint32_t>(std::min<uint64_t>(toSend - sent, block)));
-        return isWrong ? wrongBytes : status;
+        uint64_t goal = received + length;
+        for (uint32_t status = SHMQUEUE_OK; received < goal && status < SHMQUEUE_CLOSED;)
+            status = step();
+        return received >= goal && !isWrong;
     }
 };
 
@@ -76,12 +68,10 @@ int play(const std::string &role, const char *name, uint32_t number)
     if (end.queue == nullptr)
         return 2;
     uint32_t status = SHMQUEUE_OK;
-    while (role == "soak" && status < SHMQUEUE_CLOSED) // until it is terminated or sees the end
-        status = end.step(1 + end.random() % (2 * soakRing));
-    if (role == "soak")
+    while (role == "talk" && status < SHMQUEUE_CLOSED)
+        status = end.step();
+    if (role == "talk")
         return end.isWrong || status != SHMQUEUE_CLOSED ? 4 : static_cast<int>(ShmQueueDestroy(end.queue));
-    if (role == "block")
-        return end.exchange(block, block) >= SHMQUEUE_CLOSED ? 4 : static_cast<int>(ShmQueueDestroy(end.queue));
 
     // The others end without a destroy while the acceptor sleeps.
     auto *acceptorsRing = static_cast<volatile DWORD *>(
@@ -145,12 +135,12 @@ TEST_F(ShmProcess, ServesTwentyClientsAtOnce)
 {
     std::vector<std::unique_ptr<Child>> children;
     for (uint32_t i = 0; i < 20; ++i)
-        children.push_back(std::make_unique<Child>(line("block", 7)));
+        children.push_back(std::make_unique<Child>(line("talk", 7)));
     std::vector<End> ends;
     for (uint32_t number = 0; number < 20; ++number)
         ends.push_back(accept(number, 5000, 7));
     for (End &end : ends) {
-        EXPECT_LT(end.exchange(block, block), SHMQUEUE_CLOSED);
+        EXPECT_TRUE(end.receive(mostAtOnce));
         EXPECT_EQ(ShmQueueDestroy(end.queue), SHMQUEUE_OK);
     }
     for (auto &child : children)
@@ -174,7 +164,7 @@ TEST_F(ShmProcess, LeaksNothingInTwoHundredRounds)
 TEST(ShmConnect, ReturnsWhenTheListenerIsDestroyed)
 {
     ShmQueue *listener = ShmQueueListen("processes");
-    Child child(line("block"));
+    Child child(line("talk"));
     EXPECT_TRUE(sleepUntilReadable(listener));
     EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
     EXPECT_EQ(child.wait(), 2u);
@@ -192,18 +182,18 @@ TEST_F(ShmProcess, SoaksAmidKills)
     uint32_t number = 0, kills = 0, dismissals = 0;
     double bytes = 0;
     auto dismiss = [&](Peer &peer, bool isKilled) {
-        uint32_t status = SHMQUEUE_OK, moved = peer.end.exchange(peer.end.sent + block, peer.end.received + block);
-        EXPECT_LT(moved, SHMQUEUE_CLOSED);
+        uint32_t status = SHMQUEUE_OK;
+        EXPECT_TRUE(peer.end.receive(mostAtOnce));
         if (isKilled)
             peer.child.kill();
         // Whatever it was doing: the event is raised, or the next calls tell.
-        for (uint32_t length = soakRing; isKilled && status < SHMQUEUE_EMPTY; length = soakRing)
+        for (uint32_t length = mostAtOnce; isKilled && status < SHMQUEUE_EMPTY; length = mostAtOnce)
             status = ShmQueueRemove(peer.end.queue, peer.end.buffer.data(), &length);
         EXPECT_TRUE(!isKilled || status >= SHMQUEUE_CLOSED ||
                     WaitForSingleObject(ShmQueueGetEvent(peer.end.queue), patience) == WAIT_OBJECT_0);
         EXPECT_EQ(destroyAfterDeath(peer.end.queue), SHMQUEUE_OK);
         EXPECT_TRUE(isKilled || peer.child.wait() == 0) << "a peer received wrong bytes, or did not see the end";
-        bytes += static_cast<double>(peer.end.sent + peer.end.received);
+        bytes += static_cast<double>(peer.end.received);
         ++(isKilled ? kills : dismissals);
     };
     const char *seconds = std::getenv("GENERAL_SOAK_SECONDS");
@@ -213,16 +203,16 @@ TEST_F(ShmProcess, SoaksAmidKills)
         auto &peer = peers[++number % 4];
         if (peer != nullptr)
             dismiss(*peer, number % 3 != 0);
-        peer.reset(new Peer{.child = Child(line("soak", number)), .end = accept(number, soakRing, number)});
+        peer.reset(new Peer{.child = Child(line("talk", number)), .end = accept(number, mostAtOnce / 2, number)});
         ShmQueueEventSelect(peer->end.queue, SHMQUEUE_EVENT_CLOSE);
         while (GetTickCount() - replaced < pause)
             for (auto &each : peers)
-                EXPECT_TRUE(each == nullptr || each->end.step(1 + each->end.random() % (2 * soakRing)) < SHMQUEUE_CLOSED);
+                EXPECT_TRUE(each == nullptr || each->end.step() < SHMQUEUE_CLOSED);
     }
     for (auto &peer : peers)
         if (peer != nullptr)
             dismiss(*peer, false);
-    std::printf("moved %.1f MiB, survived %u kills and %u dismissals\n", bytes / (1 << 20), kills, dismissals);
+    std::printf("received %.1f MiB, survived %u kills and %u dismissals\n", bytes / (1 << 20), kills, dismissals);
 }
 
 } // namespace

@@ -11,19 +11,8 @@
 
 namespace ipc_test {
 
-/// The words of a ring header, by their offset.
-enum Word {
-    base = 0,
-    readPos = 4,
-    writePos = 8,
-    end = 12,
-    count = 16,
-    blocked = 20,
-    closed = 24,
-    waitMask = 28,
-    eventMask = 32,
-    pending = 36
-};
+/// The words of a ring header.
+enum Word { base, readPos, writePos, end, count, blocked, closed, waitMask, eventMask, pending };
 
 /// One side of one segment. A maker writes the first ring, its peer the second.
 struct RawPeer {
@@ -64,8 +53,8 @@ struct RawPeer {
     RawPeer(const RawPeer &) = delete;
     RawPeer &operator=(const RawPeer &) = delete;
 
-    DWORD &out(Word word) { return *reinterpret_cast<DWORD *>(outRing + word); }
-    DWORD &in(Word word) { return *reinterpret_cast<DWORD *>(inRing + word); }
+    DWORD &out(Word word) { return reinterpret_cast<DWORD *>(outRing)[word]; }
+    DWORD &in(Word word) { return reinterpret_cast<DWORD *>(inRing)[word]; }
 
     /// Adds bytes; returns how many.
     DWORD put(const char *data, DWORD length)
@@ -101,14 +90,6 @@ struct RawPeer {
         }
         ReleaseMutex(mutex);
         return done;
-    }
-
-    void close()
-    {
-        WaitForSingleObject(mutex, INFINITE);
-        in(closed) = out(closed) = 1;
-        tell(out(count) == 0 ? 1 : 0, 32);
-        ReleaseMutex(mutex);
     }
 
     /// The connector's last step.
