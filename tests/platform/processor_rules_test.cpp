@@ -129,6 +129,7 @@ TEST(ProcessorRules, FrequenciesAndSharesAreRounded)
                                  {2'394'000, 2'399'999},
                                  {1'866'000, 1'866'666},
                                  {2'445'430, 2'450'000},
+                                 {2'025'000, 2'050'000},
                                  {0, 0},
                                  {10, 0}};
     for (const auto &[measured, snapped] : cases)
