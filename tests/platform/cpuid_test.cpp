@@ -13,6 +13,7 @@
 #include <bit>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <windows.h>
 
 #include <mmsystem.h>
@@ -149,7 +150,13 @@ TEST(Processor, CountsThisMachineOnce)
 }
 
 int timesRaised, timesReleased;
-bool isTimerMissing;
+bool isTimerMissing, hasNoPeriods;
+
+MMRESULT WINAPI tellPeriods(TIMECAPS *periods, UINT)
+{
+    *periods = TIMECAPS{1, 1000};
+    return hasNoPeriods ? MMSYSERR_NODRIVER : TIMERR_NOERROR;
+}
 
 MMRESULT WINAPI raise(UINT)
 {
@@ -163,13 +170,13 @@ MMRESULT WINAPI release(UINT)
 
 FARPROC WINAPI findCountedTimer(HMODULE library, LPCSTR name)
 {
-    if (strcmp(name, "timeGetTime") == 0 && isTimerMissing)
-        return nullptr;
-    if (strcmp(name, "timeBeginPeriod") == 0)
-        return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(raise));
-    if (strcmp(name, "timeEndPeriod") == 0)
-        return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(release));
-    return GetProcAddress(library, name);
+    const std::pair<std::string, void *> replaced[] = {{"timeGetDevCaps", reinterpret_cast<void *>(tellPeriods)},
+                                                       {"timeBeginPeriod", reinterpret_cast<void *>(raise)},
+                                                       {"timeEndPeriod", reinterpret_cast<void *>(release)}};
+    for (const auto &[timer, replacement] : replaced)
+        if (name == timer)
+            return reinterpret_cast<FARPROC>(replacement);
+    return isTimerMissing ? nullptr : GetProcAddress(library, name);
 }
 
 TEST(Processor, FrequencyIsMeasuredAndTheTimerReleased)
@@ -178,6 +185,9 @@ TEST(Processor, FrequencyIsMeasuredAndTheTimerReleased)
     isTimerMissing = true;
     EXPECT_EQ(Kucpuid_frequency(5), 0u);
     isTimerMissing = false;
+    hasNoPeriods = true;
+    EXPECT_EQ(Kucpuid_frequency(5), 0u);
+    hasNoPeriods = false;
     EXPECT_EQ(Kucpuid_frequency(0), 0u);
     EXPECT_EQ(timesRaised + timesReleased, 0);
     auto likely = [](uint64_t frequency) { return 200'000 < frequency && frequency < 20'000'000; };

@@ -35,6 +35,7 @@ TEST(ProcessorRules, NamesProcessorsByTheirRegisters)
         {intel, 0x543, 8, 5, 4, 3, "Intel Pentium with MMX", none},
         {intel, 0x68A, 18, 6, 8, 10, "Intel Pentium III", "Intel(R) Pentium(R) III processor"}, // 18 counts as 2
         {intel, 0x695, 22, 6, 9, 5, "Intel Pentium M", "Intel(R) Pentium(R) M processor"},
+        {intel, 0x906EA, 0, 6, 14, 10, "Intel Core (Kaby Lake, Coffee Lake)", "Intel(R) Pentium(R) M processor"},
         {intel, 0xF12, 14, 15, 1, 2, "Intel Pentium 4", "Mobile Intel(R) Pentium(R) 4 processor-M"},
         {intel, 0xF13, 14, 15, 1, 3, "Intel Pentium 4", "Intel(R) Xeon(TM) processor"},
         {intel, 0xF13, 11, 15, 1, 3, "Intel Pentium 4", ""},
@@ -129,6 +130,7 @@ TEST(ProcessorRules, FrequenciesAndSharesAreRounded)
                                  {2'394'000, 2'399'999},
                                  {1'866'000, 1'866'666},
                                  {2'445'430, 2'450'000},
+                                 {2'025'000, 2'050'000},
                                  {0, 0},
                                  {10, 0}};
     for (const auto &[measured, snapped] : cases)

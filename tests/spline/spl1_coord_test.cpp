@@ -36,6 +36,7 @@ TEST(Decimation, PicksTheDocumentedPoints)
     EXPECT_THAT(picks(SPLINE_CLOSED, 10, 4), ElementsAre(0, 3, 5, 8));
     EXPECT_THAT(picks(SPLINE_OPEN, 4, 4), ElementsAre(0, 1, 2, 3));
     EXPECT_THAT(picks(SPLINE_OPEN, 9, 1), ElementsAre(0));
+    EXPECT_THAT(picks(SPLINE_CLOSED, 3, 6), ElementsAre(0, 1, 1, 2, 2, 2)); // 2.5 is rounded up no further
     EXPECT_THAT(picks(SPLINE_CLOSED, 1, 3), ElementsAre(0, 0, 0));
     // With far more points wanted than given, the blend of ramp and smooth step leaves the list on both sides.
     for (int form : {SPLINE_OPEN, SPLINE_CLOSED})
