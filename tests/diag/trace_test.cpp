@@ -194,55 +194,37 @@ FARPROC WINAPI findFunction(HMODULE module, LPCSTR name)
     return std::strcmp(name, substituted) == 0 ? reinterpret_cast<FARPROC>(substitute) : GetProcAddress(module, name);
 }
 
+/// A fresh copy of the DLL, with another function for one of its imports, looks a known address up in vain.
+template<typename Function>
+void expectFailureOnce(const char *import, Function *replacement, const std::vector<std::string> &messages)
+{
+    FreshLibrary library;
+    CapturedEvents events(library.module());
+    ImportHook hook(import, replacement, library.module());
+    for (int expected : {0, 1, 1}) {
+        Found found = lookUp(knownAddress, library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym"));
+        EXPECT_TRUE(found.result == expected && found.isNothing()) << import;
+        EXPECT_EQ(events.take(), expected == 0 ? messages : std::vector<std::string>());
+    }
+    bool hasLibrary = !messages.empty();
+    EXPECT_EQ(library.function<decltype(QVScheckDbgHelpDll)>("QVScheckDbgHelpDll")(), hasLibrary);
+    EXPECT_EQ(library.function<decltype(QVSgetStackTrace)>("QVSgetStackTrace")(addresses.data(), 1), hasLibrary);
+}
+
 TEST(AddressLookup, FirstFailureIsFinal)
 {
-    const struct {
-        const char *import;
-        void *replacement;
-        const char *function;
-        void *substitute;
-        std::vector<std::string> messages;
-    } steps[] = {
-        {"GetProcAddress",
-         (void *)findFunction,
-         "SymInitialize",
-         (void *)Refusing<decltype(SymInitialize)>::call,
-         {failed("SymInitialize", ERROR_ACCESS_DENIED)}},
-        {"GetProcAddress",
-         (void *)findFunction,
-         "SymLoadModule64",
-         (void *)Refusing<decltype(SymLoadModule64)>::call,
-         {failed("SymLoadModule", ERROR_ACCESS_DENIED)}},
-        {"GetProcAddress", (void *)findFunction, "StackWalk64", nullptr, {}}, // an old library
-        {"LoadLibraryA", (void *)Refusing<HMODULE WINAPI(LPCSTR)>::call, "", nullptr, {}},
-        {"GetModuleFileNameA",
-         (void *)Refusing<DWORD WINAPI(HMODULE, LPSTR, DWORD)>::call,
-         "",
-         nullptr,
-         {failed("GetModuleFileName", ERROR_ACCESS_DENIED)}},
-        {"GetModuleFileNameA",
-         (void *)cutFileName,
-         "",
-         nullptr,
-         {failed("GetModuleFileName", ERROR_INSUFFICIENT_BUFFER)}},
-    };
-    for (const auto &step : steps) {
-        SCOPED_TRACE(testing::Message() << step.import << " " << step.function);
-        substituted = step.function;
-        substitute = step.substitute;
-        FreshLibrary library;
-        CapturedEvents events(library.module());
-        ImportHook hook(step.import, reinterpret_cast<void (*)()>(step.replacement), library.module());
-        auto *function = library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym");
-        for (int expected : {0, 1, 1}) {
-            Found found = lookUp(knownAddress, function);
-            EXPECT_TRUE(found.result == expected && found.isNothing());
-            EXPECT_EQ(events.take(), expected == 0 ? step.messages : std::vector<std::string>());
-        }
-        int count = library.function<decltype(QVSgetStackTrace)>("QVSgetStackTrace")(addresses.data(), 9);
-        EXPECT_EQ(count > 0, !step.messages.empty());
-        EXPECT_EQ(library.function<decltype(QVScheckDbgHelpDll)>("QVScheckDbgHelpDll")(), count > 0);
-    }
+    expectFailureOnce("LoadLibraryA", Refusing<HMODULE WINAPI(LPCSTR)>::call, {});
+    expectFailureOnce("GetModuleFileNameA", Refusing<DWORD WINAPI(HMODULE, LPSTR, DWORD)>::call,
+                      {failed("GetModuleFileName", ERROR_ACCESS_DENIED)});
+    expectFailureOnce("GetModuleFileNameA", cutFileName, {failed("GetModuleFileName", ERROR_INSUFFICIENT_BUFFER)});
+    substituted = "StackWalk64"; // which an old library lacks
+    expectFailureOnce("GetProcAddress", findFunction, {});
+    substituted = "SymInitialize";
+    substitute = reinterpret_cast<void *>(Refusing<decltype(SymInitialize)>::call);
+    expectFailureOnce("GetProcAddress", findFunction, {failed("SymInitialize", ERROR_ACCESS_DENIED)});
+    substituted = "SymLoadModule64";
+    substitute = reinterpret_cast<void *>(Refusing<decltype(SymLoadModule64)>::call);
+    expectFailureOnce("GetProcAddress", findFunction, {failed("SymLoadModule", ERROR_ACCESS_DENIED)});
     EXPECT_EQ(QVScheckDbgHelpDll(), 1);
 }
 
