@@ -5,7 +5,8 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int start(void)
+    int
+    start(void)
 {
     int value = 42;
     Stack *stack = StackCreate(sizeof value);
