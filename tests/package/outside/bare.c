@@ -3,10 +3,12 @@
 #include <general.h>
 
 #ifdef __cplusplus
-extern "C"
+#define UNMANGLED extern "C"
+#else
+#define UNMANGLED
 #endif
-    int
-    start(void)
+
+UNMANGLED int start(void)
 {
     int value = 42;
     Stack *stack = StackCreate(sizeof value);
