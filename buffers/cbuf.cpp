@@ -17,15 +17,17 @@ struct CBuf {
     uint32_t allocated; ///< bytes; what was last asked for if data is null
     uint32_t quantum;   ///< not 0
     uint32_t flags;
+    uint32_t wholeQuanta; ///< how much of the memory is whole quanta: the longest contents that fit; 0 without data
 };
 
 static_assert(offsetof(CBuf, data) == 4 && offsetof(CBuf, length) == 8 && offsetof(CBuf, allocated) == 12);
-static_assert(offsetof(CBuf, quantum) == 16 && offsetof(CBuf, flags) == 20 && sizeof(CBuf) == 24);
+static_assert(offsetof(CBuf, quantum) == 16 && offsetof(CBuf, flags) == 20);
 
 namespace {
 
 constexpr uint32_t cbufMagic = 0x000499B6;
 constexpr uint32_t ownsData = 1;
+constexpr uint32_t shortAppend = 32; ///< bytes that an append copies without a call
 
 bool isLive(const CBuf *buffer)
 {
@@ -34,7 +36,7 @@ bool isLive(const CBuf *buffer)
 
 /// Copies at least `size` and at most twice as many bytes, as two blocks that may overlap.
 template<size_t size>
-void copyEnds(unsigned char *destination, const unsigned char *source, uint32_t count)
+[[gnu::always_inline]] inline void copyEnds(unsigned char *destination, const unsigned char *source, uint32_t count)
 {
     unsigned char first[size];
     unsigned char last[size];
@@ -44,26 +46,26 @@ void copyEnds(unsigned char *destination, const unsigned char *source, uint32_t 
     memcpy(destination + count - size, last, size);
 }
 
-/// memcpy of possibly nothing from or to nowhere, without a call for the few bytes of most appends.
-void copyBytes(void *destination, const void *source, uint32_t count)
+/// memcpy of at most `shortAppend` bytes, possibly none and from nowhere, without a call.
+[[gnu::always_inline]] inline void copyShort(unsigned char *to, const void *source, uint32_t count)
 {
-    auto *to = static_cast<unsigned char *>(destination);
     auto *from = static_cast<const unsigned char *>(source);
-    if (count > 32)
-        memcpy(to, from, count);
+    if (count == 1)
+        *to = *from;
     else if (count >= 16)
         copyEnds<16>(to, from, count);
     else if (count >= 8)
         copyEnds<8>(to, from, count);
     else if (count >= 4)
         copyEnds<4>(to, from, count);
-    else if (count != 0) {
-        unsigned char middle = from[count / 2];
-        unsigned char last = from[count - 1];
-        to[0] = from[0];
-        to[count / 2] = middle;
-        to[count - 1] = last;
-    }
+    else if (count != 0)
+        copyEnds<2>(to, from, count);
+}
+
+/// To be called after every change of memory or quantum.
+void noteMemory(CBuf *buffer)
+{
+    buffer->wholeQuanta = buffer->data == nullptr ? 0 : buffer->allocated / buffer->quantum * buffer->quantum;
 }
 
 [[gnu::noinline]] CBufStat setLengthSlowly(CBuf *buffer, uint32_t length)
@@ -85,21 +87,15 @@ void copyBytes(void *destination, const void *source, uint32_t count)
         buffer->data = data;
         buffer->allocated = size;
     }
+    noteMemory(buffer);
     buffer->length = length;
     return CBUF_OK;
-}
-
-/// Whether a length, rounded up to whole quanta, is certain to fit what is allocated. Rounding adds
-/// less than a quantum, which spares most calls the division.
-bool surelyFits(const CBuf *buffer, uint32_t length)
-{
-    return buffer->data != nullptr && length <= buffer->allocated && buffer->quantum - 1 <= buffer->allocated - length;
 }
 
 /// Sets the length, with memory for it. New bytes are not initialised.
 CBufStat setLength(CBuf *buffer, uint32_t length)
 {
-    if (length != 0 && !surelyFits(buffer, length))
+    if (length > buffer->wholeQuanta)
         return setLengthSlowly(buffer, length);
     buffer->length = length;
     return CBUF_OK;
@@ -111,14 +107,29 @@ CBufStat extend(CBuf *buffer, uint32_t count)
     return general::checkedSum(buffer->length, count, length) ? setLength(buffer, length) : CBUF_BAD_MALLOC;
 }
 
+/// Appends any number of bytes.
+[[gnu::noinline]] CBufStat append(CBuf *buffer, const void *source, uint32_t count)
+{
+    uint32_t end = buffer->length;
+    CBufStat stat = extend(buffer, count);
+    if (stat == CBUF_OK && count != 0)
+        memcpy(buffer->data + end, source, count);
+    return stat;
+}
+
 } // namespace
 
 CBuf *CBufCreate(uint32_t quantum)
 {
     auto *buffer = quantum == 0 ? nullptr : static_cast<CBuf *>(malloc(sizeof(CBuf)));
     if (buffer != nullptr)
-        *buffer = CBuf{
-            .magic = cbufMagic, .data = nullptr, .length = 0, .allocated = 0, .quantum = quantum, .flags = ownsData};
+        *buffer = CBuf{.magic = cbufMagic,
+                       .data = nullptr,
+                       .length = 0,
+                       .allocated = 0,
+                       .quantum = quantum,
+                       .flags = ownsData,
+                       .wholeQuanta = 0};
     return buffer;
 }
 
@@ -139,10 +150,12 @@ uint32_t CBufAppend(CBuf *buffer, const void *source, uint32_t count)
     if (!isLive(buffer))
         return CBUF_BAD_HANDLE;
     uint32_t end = buffer->length;
-    CBufStat stat = extend(buffer, count);
-    if (stat == CBUF_OK)
-        copyBytes(buffer->data + end, source, count);
-    return stat;
+    if (count > shortAppend || end + count > buffer->wholeQuanta)
+        return append(buffer, source, count);
+
+    copyShort(buffer->data + end, source, count);
+    buffer->length = end + count;
+    return CBUF_OK;
 }
 
 uint32_t CBufGetAppend(CBuf *buffer, void **room, uint32_t count)
@@ -161,8 +174,8 @@ uint32_t CBufSet(CBuf *buffer, const void *source, uint32_t count)
     if (!isLive(buffer))
         return CBUF_BAD_HANDLE;
     CBufStat stat = setLength(buffer, count);
-    if (stat == CBUF_OK)
-        copyBytes(buffer->data, source, count);
+    if (stat == CBUF_OK && count != 0)
+        memcpy(buffer->data, source, count);
     return stat;
 }
 
@@ -246,6 +259,7 @@ uint32_t CBufClear(CBuf *buffer)
     buffer->data = nullptr;
     buffer->length = 0;
     buffer->allocated = 0;
+    noteMemory(buffer);
     return CBUF_OK;
 }
 
@@ -261,6 +275,7 @@ uint32_t CBufShrink(CBuf *buffer)
         return CBUF_BAD_MALLOC;
     buffer->data = data;
     buffer->allocated = buffer->length;
+    noteMemory(buffer);
     return CBUF_OK;
 }
 
@@ -272,6 +287,7 @@ uint32_t CBufSetQuantum(CBuf *buffer, uint32_t quantum)
         return CBUF_BAD_QUANTUM;
 
     buffer->quantum = quantum;
+    noteMemory(buffer);
     return CBUF_OK;
 }
 

@@ -80,11 +80,55 @@ uint32_t insertionSlot(const PQueue *queue, const void *element)
     return middle;
 }
 
+// Moves of up to a few hundred bytes are what a queue mostly does: they are spared the call to memmove.
+
+struct Block {
+    unsigned char bytes[16];
+};
+
+constexpr size_t longMove = 2048;
+
+/// memmove to a lower address.
+void moveDown(unsigned char *to, const unsigned char *from, size_t size)
+{
+    if (size >= longMove) {
+        memmove(to, from, size);
+        return;
+    }
+    for (; size >= sizeof(Block); size -= sizeof(Block), to += sizeof(Block), from += sizeof(Block)) {
+        Block block;
+        memcpy(&block, from, sizeof block);
+        memcpy(to, &block, sizeof block);
+    }
+    for (; size >= general::wordSize; size -= general::wordSize, to += general::wordSize, from += general::wordSize)
+        general::copyWord(to, from);
+    for (; size != 0; --size)
+        *to++ = *from++;
+}
+
+/// memmove to a higher address.
+void moveUp(unsigned char *to, const unsigned char *from, size_t size)
+{
+    if (size >= longMove) {
+        memmove(to, from, size);
+        return;
+    }
+    for (; size >= sizeof(Block); size -= sizeof(Block)) {
+        Block block;
+        memcpy(&block, from + size - sizeof block, sizeof block);
+        memcpy(to + size - sizeof block, &block, sizeof block);
+    }
+    for (; size >= general::wordSize; size -= general::wordSize)
+        general::copyWord(to + size - general::wordSize, from + size - general::wordSize);
+    while (size-- != 0)
+        to[size] = from[size];
+}
+
 void removeSlot(PQueue *queue, uint32_t number)
 {
     --queue->count;
     if (queue->count > number)
-        memmove(slot(queue, number), slot(queue, number + 1), size_t{queue->count - number} * queue->elementSize);
+        moveDown(slot(queue, number), slot(queue, number + 1), size_t{queue->count - number} * queue->elementSize);
 }
 
 /// What is wrong with the element at an index.
@@ -152,7 +196,7 @@ uint32_t PQAdd(PQueue *queue, const void *element)
     uint32_t number = insertionSlot(queue, element);
     unsigned char *place = slot(queue, number);
     if (queue->count > number)
-        memmove(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
+        moveUp(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
     copyOne(place, element, queue->elementSize);
     ++queue->count;
     return PQ_OK;
