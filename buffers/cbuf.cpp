@@ -1,4 +1,5 @@
 #include "base/checked_size.h"
+#include "base/element_copy.h"
 #include "base/handle_magic.h"
 #include "base/module_id.h"
 
@@ -27,7 +28,6 @@ namespace {
 
 constexpr uint32_t cbufMagic = 0x000499B6;
 constexpr uint32_t ownsData = 1;
-constexpr uint32_t shortAppend = 32; ///< bytes that an append copies without a call
 
 bool isLive(const CBuf *buffer)
 {
@@ -35,31 +35,34 @@ bool isLive(const CBuf *buffer)
 }
 
 /// Copies at least `size` and at most twice as many bytes, as two blocks that may overlap.
-template<size_t size>
-[[gnu::always_inline]] inline void copyEnds(unsigned char *destination, const unsigned char *source, uint32_t count)
+template<typename Block>
+[[gnu::always_inline]] inline void copyEnds(unsigned char *to, const unsigned char *from, uint32_t count)
 {
-    unsigned char first[size];
-    unsigned char last[size];
-    memcpy(first, source, size);
-    memcpy(last, source + count - size, size);
-    memcpy(destination, first, size);
-    memcpy(destination + count - size, last, size);
+    Block first;
+    Block last;
+    memcpy(&first, from, sizeof first);
+    memcpy(&last, from + count - sizeof last, sizeof last);
+    memcpy(to, &first, sizeof first);
+    memcpy(to + count - sizeof last, &last, sizeof last);
 }
 
-/// memcpy of at most `shortAppend` bytes, possibly none and from nowhere, without a call.
-[[gnu::always_inline]] inline void copyShort(unsigned char *to, const void *source, uint32_t count)
+/// memcpy of possibly nothing from or to nowhere, without a call for the few bytes of most appends.
+[[gnu::always_inline]] inline void copyBytes(void *destination, const void *source, uint32_t count)
 {
+    auto *to = static_cast<unsigned char *>(destination);
     auto *from = static_cast<const unsigned char *>(source);
-    if (count == 1)
+    if (count > 2 * sizeof(general::Block))
+        memcpy(to, from, count);
+    else if (count >= sizeof(general::Block))
+        copyEnds<general::Block>(to, from, count);
+    else if (count >= sizeof(uint64_t))
+        copyEnds<uint64_t>(to, from, count);
+    else if (count >= sizeof(uint32_t))
+        copyEnds<uint32_t>(to, from, count);
+    else if (count >= sizeof(uint16_t))
+        copyEnds<uint16_t>(to, from, count);
+    else if (count == 1)
         *to = *from;
-    else if (count >= 16)
-        copyEnds<16>(to, from, count);
-    else if (count >= 8)
-        copyEnds<8>(to, from, count);
-    else if (count >= 4)
-        copyEnds<4>(to, from, count);
-    else if (count != 0)
-        copyEnds<2>(to, from, count);
 }
 
 /// To be called after every change of memory or quantum.
@@ -112,8 +115,8 @@ CBufStat extend(CBuf *buffer, uint32_t count)
 {
     uint32_t end = buffer->length;
     CBufStat stat = extend(buffer, count);
-    if (stat == CBUF_OK && count != 0)
-        memcpy(buffer->data + end, source, count);
+    if (stat == CBUF_OK)
+        copyBytes(buffer->data + end, source, count);
     return stat;
 }
 
@@ -149,12 +152,12 @@ uint32_t CBufAppend(CBuf *buffer, const void *source, uint32_t count)
 {
     if (!isLive(buffer))
         return CBUF_BAD_HANDLE;
-    uint32_t end = buffer->length;
-    if (count > shortAppend || end + count > buffer->wholeQuanta)
+    if (count != 1 || buffer->length >= buffer->wholeQuanta)
         return append(buffer, source, count);
 
-    copyShort(buffer->data + end, source, count);
-    buffer->length = end + count;
+    // Byte by byte is how a buffer is often filled.
+    buffer->data[buffer->length] = *static_cast<const unsigned char *>(source);
+    ++buffer->length;
     return CBUF_OK;
 }
 
@@ -174,8 +177,8 @@ uint32_t CBufSet(CBuf *buffer, const void *source, uint32_t count)
     if (!isLive(buffer))
         return CBUF_BAD_HANDLE;
     CBufStat stat = setLength(buffer, count);
-    if (stat == CBUF_OK && count != 0)
-        memcpy(buffer->data, source, count);
+    if (stat == CBUF_OK)
+        copyBytes(buffer->data, source, count);
     return stat;
 }
 

@@ -30,6 +30,8 @@ constexpr uint32_t pqueueMagic = 0x50517565;
 constexpr uint32_t initialCapacity = 20;
 constexpr uint32_t growthStep = 10;
 
+using general::Block;
+
 bool isLive(const PQueue *queue)
 {
     return queue != nullptr && queue->magic == pqueueMagic;
@@ -80,13 +82,9 @@ uint32_t insertionSlot(const PQueue *queue, const void *element)
     return middle;
 }
 
-// Moves of up to a few hundred bytes are what a queue mostly does: they are spared the call to memmove.
+// Most moves are short: they are spared the call to memmove.
 
-struct Block {
-    unsigned char bytes[16];
-};
-
-constexpr size_t longMove = 2048;
+constexpr size_t longMove = 1024;
 
 /// memmove to a lower address.
 void moveDown(unsigned char *to, const unsigned char *from, size_t size)
@@ -95,11 +93,8 @@ void moveDown(unsigned char *to, const unsigned char *from, size_t size)
         memmove(to, from, size);
         return;
     }
-    for (; size >= sizeof(Block); size -= sizeof(Block), to += sizeof(Block), from += sizeof(Block)) {
-        Block block;
-        memcpy(&block, from, sizeof block);
-        memcpy(to, &block, sizeof block);
-    }
+    for (; size >= sizeof(Block); size -= sizeof(Block), to += sizeof(Block), from += sizeof(Block))
+        *reinterpret_cast<Block *>(to) = *reinterpret_cast<const Block *>(from);
     for (; size >= general::wordSize; size -= general::wordSize, to += general::wordSize, from += general::wordSize)
         general::copyWord(to, from);
     for (; size != 0; --size)
@@ -113,11 +108,9 @@ void moveUp(unsigned char *to, const unsigned char *from, size_t size)
         memmove(to, from, size);
         return;
     }
-    for (; size >= sizeof(Block); size -= sizeof(Block)) {
-        Block block;
-        memcpy(&block, from + size - sizeof block, sizeof block);
-        memcpy(to + size - sizeof block, &block, sizeof block);
-    }
+    for (; size >= sizeof(Block); size -= sizeof(Block))
+        *reinterpret_cast<Block *>(to + size - sizeof(Block)) =
+            *reinterpret_cast<const Block *>(from + size - sizeof(Block));
     for (; size >= general::wordSize; size -= general::wordSize)
         general::copyWord(to + size - general::wordSize, from + size - general::wordSize);
     while (size-- != 0)
