@@ -14,6 +14,9 @@ namespace general {
 
 constexpr uint32_t wordSize = sizeof(uint32_t);
 
+/// Sixteen bytes at any address, copied in one piece where the processor can.
+typedef unsigned char Block __attribute__((vector_size(16), aligned(1), may_alias));
+
 /// The address of an element in an array.
 inline unsigned char *elementAt(unsigned char *storage, uint32_t index, uint32_t elementSize)
 {

@@ -15,6 +15,7 @@ struct Entry {
     void *userData;
     uint32_t removed; ///< 1 = to be freed when no ActionDo runs any more
     Entry *next;
+    ActionCallback invoked; ///< the callback, or doNothing when there is none or the entry is removed
 };
 
 enum Pending : uint32_t { destructionPending = 1, removalsPending = 2 };
@@ -34,13 +35,21 @@ struct Action {
 static_assert(offsetof(Action, nextId) == 4 && offsetof(Action, depth) == 8 && offsetof(Action, flags) == 12);
 static_assert(offsetof(Action, first) == 16 && sizeof(Action) == 20);
 static_assert(offsetof(Entry, callback) == 4 && offsetof(Entry, userData) == 8 && offsetof(Entry, removed) == 12);
-static_assert(offsetof(Entry, next) == 16 && sizeof(Entry) == 20);
+static_assert(offsetof(Entry, next) == 16);
 
 namespace {
 
 bool isLive(const Action *action)
 {
     return action != nullptr && action->magic == actionMagic;
+}
+
+void doNothing(void *, void *, void *) {}
+
+void markRemoved(Entry *entry)
+{
+    entry->removed = 1;
+    entry->invoked = doNothing;
 }
 
 /// Unlinks and frees the entries that a predicate picks.
@@ -89,7 +98,7 @@ ActionStat removeFirst(Action *action, Predicate picked)
         return ACTION_BAD_HANDLE;
     for (Entry *entry = action->first; entry != nullptr; entry = entry->next)
         if (picked(*entry)) {
-            entry->removed = 1;
+            markRemoved(entry);
             purge(action);
             return ACTION_OK;
         }
@@ -125,7 +134,12 @@ int32_t ActionAdd(Action *action, ActionCallback callback, void *userData)
 
     int32_t id = action->nextId;
     action->nextId = id == INT32_MAX ? 0 : id + 1;
-    *entry = Entry{.id = id, .callback = callback, .userData = userData, .removed = 0, .next = nullptr};
+    *entry = Entry{.id = id,
+                   .callback = callback,
+                   .userData = userData,
+                   .removed = 0,
+                   .next = nullptr,
+                   .invoked = callback == nullptr ? doNothing : callback};
     Entry **link = &action->first;
     while (*link != nullptr)
         link = &(*link)->next;
@@ -149,7 +163,7 @@ uint32_t ActionRmvAll(Action *action)
         return ACTION_BAD_HANDLE;
 
     for (Entry *entry = action->first; entry != nullptr; entry = entry->next)
-        entry->removed = 1;
+        markRemoved(entry);
     purge(action);
     return ACTION_OK;
 }
@@ -162,8 +176,7 @@ uint32_t ActionDo(Action *action, void *first, void *second)
     ++action->depth;
     // The next entry is read after the call, which may have added it.
     for (const Entry *entry = action->first; entry != nullptr; entry = entry->next)
-        if (entry->removed == 0 && entry->callback != nullptr)
-            entry->callback(first, entry->userData, second);
+        entry->invoked(first, entry->userData, second);
     if (--action->depth != 0)
         return ACTION_OK;
 

@@ -1,4 +1,5 @@
 #include "base/checked_size.h"
+#include "base/element_copy.h"
 #include "base/handle_magic.h"
 #include "base/module_id.h"
 
@@ -17,10 +18,11 @@ struct CBuf {
     uint32_t allocated; ///< bytes; what was last asked for if data is null
     uint32_t quantum;   ///< not 0
     uint32_t flags;
+    uint32_t wholeQuanta; ///< how much of the memory is whole quanta: the longest contents that fit; 0 without data
 };
 
 static_assert(offsetof(CBuf, data) == 4 && offsetof(CBuf, length) == 8 && offsetof(CBuf, allocated) == 12);
-static_assert(offsetof(CBuf, quantum) == 16 && offsetof(CBuf, flags) == 20 && sizeof(CBuf) == 24);
+static_assert(offsetof(CBuf, quantum) == 16 && offsetof(CBuf, flags) == 20);
 
 namespace {
 
@@ -33,37 +35,40 @@ bool isLive(const CBuf *buffer)
 }
 
 /// Copies at least `size` and at most twice as many bytes, as two blocks that may overlap.
-template<size_t size>
-void copyEnds(unsigned char *destination, const unsigned char *source, uint32_t count)
+template<typename Block>
+[[gnu::always_inline]] inline void copyEnds(unsigned char *to, const unsigned char *from, uint32_t count)
 {
-    unsigned char first[size];
-    unsigned char last[size];
-    memcpy(first, source, size);
-    memcpy(last, source + count - size, size);
-    memcpy(destination, first, size);
-    memcpy(destination + count - size, last, size);
+    Block first;
+    Block last;
+    memcpy(&first, from, sizeof first);
+    memcpy(&last, from + count - sizeof last, sizeof last);
+    memcpy(to, &first, sizeof first);
+    memcpy(to + count - sizeof last, &last, sizeof last);
 }
 
 /// memcpy of possibly nothing from or to nowhere, without a call for the few bytes of most appends.
-void copyBytes(void *destination, const void *source, uint32_t count)
+[[gnu::always_inline]] inline void copyBytes(void *destination, const void *source, uint32_t count)
 {
     auto *to = static_cast<unsigned char *>(destination);
     auto *from = static_cast<const unsigned char *>(source);
-    if (count > 32)
+    if (count > 2 * sizeof(general::Block))
         memcpy(to, from, count);
-    else if (count >= 16)
-        copyEnds<16>(to, from, count);
-    else if (count >= 8)
-        copyEnds<8>(to, from, count);
-    else if (count >= 4)
-        copyEnds<4>(to, from, count);
-    else if (count != 0) {
-        unsigned char middle = from[count / 2];
-        unsigned char last = from[count - 1];
-        to[0] = from[0];
-        to[count / 2] = middle;
-        to[count - 1] = last;
-    }
+    else if (count >= sizeof(general::Block))
+        copyEnds<general::Block>(to, from, count);
+    else if (count >= sizeof(uint64_t))
+        copyEnds<uint64_t>(to, from, count);
+    else if (count >= sizeof(uint32_t))
+        copyEnds<uint32_t>(to, from, count);
+    else if (count >= sizeof(uint16_t))
+        copyEnds<uint16_t>(to, from, count);
+    else if (count == 1)
+        *to = *from;
+}
+
+/// To be called after every change of memory or quantum.
+void noteMemory(CBuf *buffer)
+{
+    buffer->wholeQuanta = buffer->data == nullptr ? 0 : buffer->allocated / buffer->quantum * buffer->quantum;
 }
 
 [[gnu::noinline]] CBufStat setLengthSlowly(CBuf *buffer, uint32_t length)
@@ -85,21 +90,15 @@ void copyBytes(void *destination, const void *source, uint32_t count)
         buffer->data = data;
         buffer->allocated = size;
     }
+    noteMemory(buffer);
     buffer->length = length;
     return CBUF_OK;
-}
-
-/// Whether a length, rounded up to whole quanta, is certain to fit what is allocated. Rounding adds
-/// less than a quantum, which spares most calls the division.
-bool surelyFits(const CBuf *buffer, uint32_t length)
-{
-    return buffer->data != nullptr && length <= buffer->allocated && buffer->quantum - 1 <= buffer->allocated - length;
 }
 
 /// Sets the length, with memory for it. New bytes are not initialised.
 CBufStat setLength(CBuf *buffer, uint32_t length)
 {
-    if (length != 0 && !surelyFits(buffer, length))
+    if (length > buffer->wholeQuanta)
         return setLengthSlowly(buffer, length);
     buffer->length = length;
     return CBUF_OK;
@@ -111,14 +110,29 @@ CBufStat extend(CBuf *buffer, uint32_t count)
     return general::checkedSum(buffer->length, count, length) ? setLength(buffer, length) : CBUF_BAD_MALLOC;
 }
 
+/// Appends any number of bytes.
+[[gnu::noinline]] CBufStat append(CBuf *buffer, const void *source, uint32_t count)
+{
+    uint32_t end = buffer->length;
+    CBufStat stat = extend(buffer, count);
+    if (stat == CBUF_OK)
+        copyBytes(buffer->data + end, source, count);
+    return stat;
+}
+
 } // namespace
 
 CBuf *CBufCreate(uint32_t quantum)
 {
     auto *buffer = quantum == 0 ? nullptr : static_cast<CBuf *>(malloc(sizeof(CBuf)));
     if (buffer != nullptr)
-        *buffer = CBuf{
-            .magic = cbufMagic, .data = nullptr, .length = 0, .allocated = 0, .quantum = quantum, .flags = ownsData};
+        *buffer = CBuf{.magic = cbufMagic,
+                       .data = nullptr,
+                       .length = 0,
+                       .allocated = 0,
+                       .quantum = quantum,
+                       .flags = ownsData,
+                       .wholeQuanta = 0};
     return buffer;
 }
 
@@ -138,11 +152,13 @@ uint32_t CBufAppend(CBuf *buffer, const void *source, uint32_t count)
 {
     if (!isLive(buffer))
         return CBUF_BAD_HANDLE;
-    uint32_t end = buffer->length;
-    CBufStat stat = extend(buffer, count);
-    if (stat == CBUF_OK)
-        copyBytes(buffer->data + end, source, count);
-    return stat;
+    if (count != 1 || buffer->length >= buffer->wholeQuanta)
+        return append(buffer, source, count);
+
+    // Byte by byte is how a buffer is often filled.
+    buffer->data[buffer->length] = *static_cast<const unsigned char *>(source);
+    ++buffer->length;
+    return CBUF_OK;
 }
 
 uint32_t CBufGetAppend(CBuf *buffer, void **room, uint32_t count)
@@ -246,6 +262,7 @@ uint32_t CBufClear(CBuf *buffer)
     buffer->data = nullptr;
     buffer->length = 0;
     buffer->allocated = 0;
+    noteMemory(buffer);
     return CBUF_OK;
 }
 
@@ -261,6 +278,7 @@ uint32_t CBufShrink(CBuf *buffer)
         return CBUF_BAD_MALLOC;
     buffer->data = data;
     buffer->allocated = buffer->length;
+    noteMemory(buffer);
     return CBUF_OK;
 }
 
@@ -272,6 +290,7 @@ uint32_t CBufSetQuantum(CBuf *buffer, uint32_t quantum)
         return CBUF_BAD_QUANTUM;
 
     buffer->quantum = quantum;
+    noteMemory(buffer);
     return CBUF_OK;
 }
 

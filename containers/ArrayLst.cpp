@@ -7,7 +7,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <algorithm>
+#include <bit>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -68,14 +72,38 @@ bool makeRoom(ArrayLst *list)
 
 using Member = uint32_t Pair::*;
 
+/// Which of four pairs have a key or object: a bit for each.
+template<Member member>
+uint32_t matchesAmongFour(const Pair *pairs, uint32_t wanted)
+{
+#ifdef __SSE2__
+    __m128 low = _mm_loadu_ps(reinterpret_cast<const float *>(pairs)); // moved and regrouped, never computed with
+    __m128 high = _mm_loadu_ps(reinterpret_cast<const float *>(pairs + 2));
+    __m128 members = member == &Pair::key ? _mm_shuffle_ps(low, high, _MM_SHUFFLE(2, 0, 2, 0))
+                                          : _mm_shuffle_ps(low, high, _MM_SHUFFLE(3, 1, 3, 1));
+    __m128i equal = _mm_cmpeq_epi32(_mm_castps_si128(members), _mm_set1_epi32(static_cast<int>(wanted)));
+    return static_cast<uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(equal)));
+#else
+    uint32_t matches = 0;
+    for (uint32_t i = 0; i < 4; ++i)
+        matches |= uint32_t{pairs[i].*member == wanted} << i;
+    return matches;
+#endif
+}
+
 /// The index of the first pair with a key or object; the count if there is none.
 template<Member member>
-uint32_t indexOf(const ArrayLst *list, uint32_t wanted)
+[[gnu::always_inline]] inline uint32_t indexOf(const ArrayLst *list, uint32_t wanted)
 {
-    const Pair *first = list->pairs;
-    const Pair *end = first + list->count;
-    const Pair *found = std::find_if(first, end, [wanted](const Pair &pair) { return pair.*member == wanted; });
-    return static_cast<uint32_t>(found - first);
+    const Pair *pairs = list->pairs;
+    uint32_t count = list->count;
+    uint32_t index = 0;
+    for (; count - index >= 4; index += 4)
+        if (uint32_t matches = matchesAmongFour<member>(pairs + index, wanted))
+            return index + static_cast<uint32_t>(std::countr_zero(matches));
+    while (index < count && pairs[index].*member != wanted)
+        ++index;
+    return index;
 }
 
 template<Member member, Member other>

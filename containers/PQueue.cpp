@@ -30,6 +30,8 @@ constexpr uint32_t pqueueMagic = 0x50517565;
 constexpr uint32_t initialCapacity = 20;
 constexpr uint32_t growthStep = 10;
 
+using general::Block;
+
 bool isLive(const PQueue *queue)
 {
     return queue != nullptr && queue->magic == pqueueMagic;
@@ -80,11 +82,46 @@ uint32_t insertionSlot(const PQueue *queue, const void *element)
     return middle;
 }
 
+// Most moves are short: they are spared the call to memmove.
+
+constexpr size_t longMove = 1024;
+
+/// memmove to a lower address.
+void moveDown(unsigned char *to, const unsigned char *from, size_t size)
+{
+    if (size >= longMove) {
+        memmove(to, from, size);
+        return;
+    }
+    for (; size >= sizeof(Block); size -= sizeof(Block), to += sizeof(Block), from += sizeof(Block))
+        *reinterpret_cast<Block *>(to) = *reinterpret_cast<const Block *>(from);
+    for (; size >= general::wordSize; size -= general::wordSize, to += general::wordSize, from += general::wordSize)
+        general::copyWord(to, from);
+    for (; size != 0; --size)
+        *to++ = *from++;
+}
+
+/// memmove to a higher address.
+void moveUp(unsigned char *to, const unsigned char *from, size_t size)
+{
+    if (size >= longMove) {
+        memmove(to, from, size);
+        return;
+    }
+    for (; size >= sizeof(Block); size -= sizeof(Block))
+        *reinterpret_cast<Block *>(to + size - sizeof(Block)) =
+            *reinterpret_cast<const Block *>(from + size - sizeof(Block));
+    for (; size >= general::wordSize; size -= general::wordSize)
+        general::copyWord(to + size - general::wordSize, from + size - general::wordSize);
+    while (size-- != 0)
+        to[size] = from[size];
+}
+
 void removeSlot(PQueue *queue, uint32_t number)
 {
     --queue->count;
     if (queue->count > number)
-        memmove(slot(queue, number), slot(queue, number + 1), size_t{queue->count - number} * queue->elementSize);
+        moveDown(slot(queue, number), slot(queue, number + 1), size_t{queue->count - number} * queue->elementSize);
 }
 
 /// What is wrong with the element at an index.
@@ -152,7 +189,7 @@ uint32_t PQAdd(PQueue *queue, const void *element)
     uint32_t number = insertionSlot(queue, element);
     unsigned char *place = slot(queue, number);
     if (queue->count > number)
-        memmove(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
+        moveUp(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
     copyOne(place, element, queue->elementSize);
     ++queue->count;
     return PQ_OK;

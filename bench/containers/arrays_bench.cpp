@@ -2,6 +2,7 @@
 
 #include "general/arraylst.h"
 #include "general/pqueue.h"
+#include "general/verystupidfunction.h"
 
 #include <algorithm>
 #include <cstring>
@@ -59,6 +60,25 @@ void fillAndDrainVector(benchmark::State &state, size_t count)
     }
 }
 
+/// The order as the queue has to call it: through a pointer that the compiler does not see through.
+void fillAndDrainVectorByPointer(benchmark::State &state, size_t count)
+{
+    auto numbers = randomNumbers(count);
+    std::vector<uint32_t> queue;
+    PQCompare order = smallestFirst;
+    benchmark::DoNotOptimize(order);
+    auto precedes = [&order](uint32_t added, uint32_t queued) { return order(&queued, &added) < 0; };
+    for (auto _ : state) {
+        for (uint32_t number : numbers)
+            queue.insert(std::upper_bound(queue.begin(), queue.end(), number, precedes), number);
+        while (!queue.empty()) {
+            uint32_t first = queue.front();
+            queue.erase(queue.begin());
+            benchmark::DoNotOptimize(first);
+        }
+    }
+}
+
 void seekInList(benchmark::State &state, uint32_t count)
 {
     ArrayLst *list = ArrayLstCreate();
@@ -72,6 +92,16 @@ void seekInList(benchmark::State &state, uint32_t count)
         key = (key + 7919) % count;
     }
     ArrayLstDestroy(list);
+}
+
+/// A call into the DLL that does nothing, in place of the scan.
+void callOnly(benchmark::State &state)
+{
+    uint32_t key = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(VeryStupidFunction(static_cast<int>(key)));
+        key = (key + 7919) % 10;
+    }
 }
 
 void findInVector(benchmark::State &state, uint32_t count)
@@ -94,12 +124,16 @@ const bool registered = [] {
             row, "general", [count](benchmark::State &state) { fillAndDrainQueue(state, count); }, 1.0);
         bench::contend(row, "sorted std::vector",
                        [count](benchmark::State &state) { fillAndDrainVector(state, count); });
+        bench::contend(row, "limit: order called by pointer",
+                       [count](benchmark::State &state) { fillAndDrainVectorByPointer(state, count); });
     }
     for (uint32_t count : {10u, 100u, 1000u}) {
         std::string row = "array list: seek a key among " + std::to_string(count);
         bench::contend(
             row, "general", [count](benchmark::State &state) { seekInList(state, count); }, 0.8);
         bench::contend(row, "std::find_if", [count](benchmark::State &state) { findInVector(state, count); });
+        if (count == 10)
+            bench::contend(row, "limit: empty call", callOnly);
     }
     return true;
 }();

@@ -3,6 +3,7 @@
 #include "general/action.h"
 #include "general/bufpool.h"
 #include "general/cbuf.h"
+#include "general/verystupidfunction.h"
 
 #include <cstdlib>
 #include <string>
@@ -40,6 +41,14 @@ void appendToString(benchmark::State &state, uint32_t size)
             buffer.append(source, lengthOf(i, size));
         benchmark::DoNotOptimize(buffer.data());
     }
+}
+
+/// As many calls into the DLL that do nothing.
+void callAsOften(benchmark::State &state)
+{
+    for (auto _ : state)
+        for (uint32_t i = 0; i < appends; ++i)
+            benchmark::DoNotOptimize(VeryStupidFunction(static_cast<int>(i)));
 }
 
 void grabAndRelease(benchmark::State &state, uint32_t size)
@@ -98,6 +107,27 @@ void dispatchVector(benchmark::State &state)
     benchmark::DoNotOptimize(counter);
 }
 
+/// Entries linked in order, as callbacks need them that add and remove entries while they run.
+void dispatchLinked(benchmark::State &state)
+{
+    struct Entry {
+        ActionCallback callback;
+        void *data;
+        Entry *next;
+    };
+    int counter = 0;
+    std::vector<Entry> entries(100, {count, &counter, nullptr});
+    for (size_t i = 1; i < entries.size(); ++i)
+        entries[i - 1].next = &entries[i];
+    benchmark::DoNotOptimize(entries.data());
+    for (auto _ : state) {
+        benchmark::ClobberMemory();
+        for (const Entry *entry = &entries[0]; entry != nullptr; entry = entry->next)
+            entry->callback(nullptr, entry->data, nullptr);
+    }
+    benchmark::DoNotOptimize(counter);
+}
+
 const bool registered = [] {
     for (uint32_t size : {1u, 16u, 64u, 0u}) {
         std::string row =
@@ -105,6 +135,8 @@ const bool registered = [] {
         bench::contend(
             row, "general", [size](benchmark::State &state) { appendToBuffer(state, size); }, 0.8);
         bench::contend(row, "std::string", [size](benchmark::State &state) { appendToString(state, size); });
+        if (size == 1)
+            bench::contend(row, "limit: empty calls", callAsOften);
     }
     for (uint32_t size : {64u, 4096u, 65536u}) {
         std::string row = "buffer pool: grab and release two of up to " + std::to_string(size) + " bytes";
@@ -114,6 +146,7 @@ const bool registered = [] {
     }
     bench::contend("callbacks: dispatch 100 entries", "general", dispatchRegistry, 0.8);
     bench::contend("callbacks: dispatch 100 entries", "vector of function pointers", dispatchVector);
+    bench::contend("callbacks: dispatch 100 entries", "limit: linked entries", dispatchLinked);
     return true;
 }();
 

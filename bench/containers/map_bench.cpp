@@ -1,6 +1,7 @@
 #include "bench/support/row.h"
 
 #include "general/map.h"
+#include "general/verystupidfunction.h"
 
 #include <algorithm>
 #include <numeric>
@@ -118,6 +119,46 @@ void removeAll(benchmark::State &state, uint32_t count)
     }
 }
 
+/// The map's records, for a look at them without a call: what its layout allows at best.
+struct MapRecord {
+    struct Entry {
+        uint32_t key;
+        uint32_t value;
+        Entry *next;
+    };
+    uint32_t magic;
+    Entry **buckets;
+    uint32_t bucketCount;
+};
+
+struct InlinedMap : GeneralMap {
+    const MapRecord *record() const { return reinterpret_cast<const MapRecord *>(map); }
+    uint32_t find(uint32_t key)
+    {
+        uint32_t hash = (((key >> 4) ^ key) >> 4) ^ key;
+        const MapRecord::Entry *entry = record()->buckets[hash & (record()->bucketCount - 1)];
+        while (entry != nullptr && entry->key != key)
+            entry = entry->next;
+        return entry == nullptr ? 0 : entry->value;
+    }
+    uint32_t walk()
+    {
+        uint32_t sum = 0;
+        for (uint32_t i = 0; i < record()->bucketCount; ++i)
+            for (const MapRecord::Entry *entry = record()->buckets[i]; entry != nullptr; entry = entry->next)
+                sum += entry->value;
+        return sum;
+    }
+};
+
+/// A call into the DLL for each entry that does nothing.
+void callForEach(benchmark::State &state, uint32_t count)
+{
+    for (auto _ : state)
+        for (uint32_t i = 0; i < count; ++i)
+            benchmark::DoNotOptimize(VeryStupidFunction(static_cast<int>(i)));
+}
+
 template<typename Dictionary>
 void contendOne(const char *contender, uint32_t count, bool ours)
 {
@@ -138,6 +179,13 @@ const bool registered = [] {
     for (uint32_t count : {1000u, 10000u, 100000u, 1000000u}) {
         contendOne<GeneralMap>("general", count, true);
         contendOne<StdMap>("std::unordered_map", count, false);
+        std::string suffix = ", " + std::to_string(count);
+        bench::contend("map: find a key" + suffix, "limit: inlined look-up",
+                       [count](benchmark::State &state) { findAll<InlinedMap>(state, count, 0); });
+        bench::contend("map: iterate" + suffix, "limit: inlined walk",
+                       [count](benchmark::State &state) { walk<InlinedMap>(state, count); });
+        bench::contend("map: iterate" + suffix, "limit: empty calls",
+                       [count](benchmark::State &state) { callForEach(state, count); });
     }
     return true;
 }();
