@@ -131,7 +131,8 @@ GENERAL_API uint32_t ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *le
 ///         SHMQUEUE_EVENT_CLOSE to tell
 GENERAL_API uint32_t ShmQueueRemove(ShmQueue *queue, void *buffer, uint32_t *length);
 
-/// Sleeps until the connection is ready.
+/// Sleeps until the connection is ready. Where there are several processors it first watches for the peer
+/// for up to 0.1 ms, giving way to whoever wants the processor, unless the time-out is 0.
 /// @param queue    a live connection or listener
 /// @param flags    in: SHMQUEUE_SELECT_READ and SHMQUEUE_SELECT_WRITE as wanted, other bits are ignored;
 ///                 out: those of them that are ready. With neither the call returns at once

@@ -118,12 +118,10 @@ TEST_F(ShmProcess, TellsOfAClientThatEndedWithoutDestroying)
     for (bool holdsTheMutex : {false, true}) {
         Child child(line(holdsTheMutex ? "hold" : "leave"));
         ShmQueue *connection = acceptNext(listener, 1, 1000);
-        uint32_t word = 0, flags = 0, ready = 0, status = SHMQUEUE_OK;
+        uint32_t word = 0, length = 1;
         EXPECT_EQ(ShmQueueEventSelect(connection, SHMQUEUE_EVENT_CLOSE), SHMQUEUE_OK);
-        while (status == SHMQUEUE_OK && ready == 0)
-            status = ShmQueueSelect(connection, &(flags = SHMQUEUE_SELECT_READ), INFINITE, &ready);
-        EXPECT_EQ(status, holdsTheMutex ? SHMQUEUE_BAD_HANDLE : SHMQUEUE_OK);
-        EXPECT_EQ(ShmQueueRemove(connection, &word, &(ready = 1)), SHMQUEUE_EMPTY);
+        EXPECT_EQ(sleepUntilReadable(connection), holdsTheMutex ? SHMQUEUE_BAD_HANDLE : SHMQUEUE_OK);
+        EXPECT_EQ(ShmQueueRemove(connection, &word, &length), SHMQUEUE_EMPTY);
         EXPECT_EQ(WaitForSingleObject(ShmQueueGetEvent(connection), patience), WAIT_OBJECT_0);
         EXPECT_EQ(ShmQueueEnumEvents(connection, &word), SHMQUEUE_OK);
         EXPECT_EQ(word, 32u);
@@ -153,7 +151,7 @@ TEST_F(ShmProcess, LeaksNothingInTwoHundredRounds)
     for (uint32_t round = 0, word = 0, length = 4; round < 200; ++round) {
         ShmQueue *connection = acceptNext(listener, round % 3, 4096);
         if (round % 2 == 0) { // the client destroys first
-            EXPECT_TRUE(sleepUntilReadable(connection));
+            EXPECT_EQ(sleepUntilReadable(connection), SHMQUEUE_OK);
             EXPECT_EQ(ShmQueueRemove(connection, &word, &(length = 4)), SHMQUEUE_CLOSED);
         }
         ASSERT_EQ(ShmQueueDestroy(connection), SHMQUEUE_OK) << round;
@@ -165,7 +163,7 @@ TEST(ShmConnect, ReturnsWhenTheListenerIsDestroyed)
 {
     ShmQueue *listener = ShmQueueListen("processes");
     Child child(line("talk"));
-    EXPECT_TRUE(sleepUntilReadable(listener));
+    EXPECT_EQ(sleepUntilReadable(listener), SHMQUEUE_OK);
     EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
     EXPECT_EQ(child.wait(), 2u);
 }

@@ -74,18 +74,18 @@ struct Bytes {
     }
 };
 
-/// Sleeps until the queue can be read.
-inline bool sleepUntilReadable(ShmQueue *queue)
+/// Sleeps until the queue can be read; SHMQUEUE_EMPTY if that never happens.
+inline uint32_t sleepUntilReadable(ShmQueue *queue)
 {
     uint32_t flags = 0, ready = 0, status = SHMQUEUE_OK;
     for (DWORD start = GetTickCount(); status == SHMQUEUE_OK && ready == 0 && GetTickCount() - start < patience;)
         status = ShmQueueSelect(queue, &(flags = SHMQUEUE_SELECT_READ), patience, &ready);
-    return ready != 0;
+    return status == SHMQUEUE_OK && ready == 0 ? uint32_t(SHMQUEUE_EMPTY) : status;
 }
 
 inline ShmQueue *acceptNext(ShmQueue *listener, uint32_t number, uint32_t size)
 {
-    return sleepUntilReadable(listener) ? ShmQueueAccept(listener, number, size) : nullptr;
+    return sleepUntilReadable(listener) == SHMQUEUE_OK ? ShmQueueAccept(listener, number, size) : nullptr;
 }
 
 /// Destroys a connection whose mutex may have been abandoned; the last status.
@@ -118,9 +118,10 @@ struct Footprint {
     /// A watcher that has ended by itself may take a moment to be gone.
     bool isBack() const
     {
-        for (int i = 0; i < 500 && Footprint() != *this; ++i)
+        bool same = Footprint() == *this;
+        for (DWORD start = GetTickCount(); !same && GetTickCount() - start < 5000; same = Footprint() == *this)
             Sleep(10);
-        return Footprint() == *this;
+        return same;
     }
 };
 
