@@ -151,7 +151,8 @@ bool registerRows()
                 [=](benchmark::State &state) { stream(state, transport, row.capacity, row.writeSize, row.writes); },
                 transport == 0 ? row.aim : 0)
                 ->UseRealTime();
-        registerLimit(row.row, "the adds", row.writes);
+        if (row.writeSize <= KiB)
+            registerLimit(row.row, "the adds", row.writes);
     }
     for (uint32_t transport = 0; transport < std::size(transports); ++transport)
         bench::contend(

@@ -88,18 +88,19 @@ std::string line(const char *role, uint32_t number = 0)
     return std::string(role) + " processes " + std::to_string(number);
 }
 
+/// The first child and the first watcher leave the system some handles of its own.
+void settle()
+{
+    ShmQueue *listener = ShmQueueListen("processes");
+    Child child(line("rounds", 1));
+    EXPECT_EQ(ShmQueueDestroy(acceptNext(listener, 1, 1)), SHMQUEUE_OK);
+    EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
+    child.wait();
+    Footprint();
+}
+
 /// A listener called "processes"; checks at the end that nothing was left behind.
 struct ShmProcess : testing::Test {
-    /// The first child and the first watcher leave the system some handles of its own.
-    static void SetUpTestSuite()
-    {
-        ShmQueue *listener = ShmQueueListen("processes");
-        Child child(line("rounds", 1));
-        EXPECT_EQ(ShmQueueDestroy(acceptNext(listener, 1, 1)), SHMQUEUE_OK);
-        EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
-        child.wait();
-        Footprint();
-    }
     ~ShmProcess() override
     {
         EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
@@ -226,5 +227,6 @@ int main(int argc, char **argv)
     if (isChild)
         return play(argv[2], argv[3], static_cast<uint32_t>(std::atoi(argv[4])));
     testing::InitGoogleTest(&argc, argv);
+    settle();
     return RUN_ALL_TESTS();
 }
