@@ -152,7 +152,7 @@ void lookOut(const ShmQueue *queue, uint32_t wanted)
     QueryPerformanceCounter(&start);
     LONGLONG end = start.QuadPart + frequency.QuadPart / lookoutsPerSecond;
     for (int look = 0; look < greatestLooks && now.QuadPart < end && !looksReady(queue, wanted); ++look) {
-        SwitchToThread(); // whoever else wants the processor goes first
+        Sleep(0); // whoever else wants the processor goes first; SwitchToThread is not on every Windows
         QueryPerformanceCounter(&now);
     }
 }
