@@ -381,6 +381,11 @@ TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
             uint32_t flags = 1, ready = 0;
             EXPECT_EQ(ShmQueueSelect(link.library, &flags, patience, &ready), SHMQUEUE_BAD_HANDLE);
             EXPECT_TRUE(isSet(ShmQueueGetEvent(link.library)));
+            std::thread([&] { // the mutex is free for the peer again
+                EXPECT_EQ(WaitForSingleObject(link.raw->mutex, patience), WAIT_OBJECT_0);
+                ReleaseMutex(link.raw->mutex);
+            })
+                .join();
             EXPECT_EQ(link.add(1), SHMQUEUE_OK);
         }
         if (watcher == ended)
