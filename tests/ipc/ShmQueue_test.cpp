@@ -381,11 +381,16 @@ TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
             uint32_t flags = 1, ready = 0;
             EXPECT_EQ(ShmQueueSelect(link.library, &flags, patience, &ready), SHMQUEUE_BAD_HANDLE);
             EXPECT_TRUE(isSet(ShmQueueGetEvent(link.library)));
-            std::thread([&] { // the mutex is free for the peer again
-                EXPECT_EQ(WaitForSingleObject(link.raw->mutex, patience), WAIT_OBJECT_0);
-                ReleaseMutex(link.raw->mutex);
-            })
-                .join();
+            auto letPeerTakeMutex = [&](bool andDie) {
+                std::thread([&] {
+                    EXPECT_EQ(WaitForSingleObject(link.raw->mutex, patience), WAIT_OBJECT_0);
+                    if (!andDie)
+                        ReleaseMutex(link.raw->mutex);
+                }).join();
+            };
+            letPeerTakeMutex(true); // each failed call has passed the mutex on
+            EXPECT_EQ(link.add(1), SHMQUEUE_BAD_HANDLE);
+            letPeerTakeMutex(false);
             EXPECT_EQ(link.add(1), SHMQUEUE_OK);
         }
         if (watcher == ended)
@@ -490,6 +495,26 @@ TEST(ShmQueue, ListensDespiteAClientThatComesTooEarly)
     test_support::ImportHook leaving(
         "Sleep", +[](DWORD) __attribute__((stdcall)) { CloseHandle(earlyEvent); });
     EXPECT_EQ(ShmQueueDestroy(ShmQueueListen("early")), SHMQUEUE_OK);
+}
+
+HANDLE replySignal;
+int signalsSeen;
+
+/// Two signals in a row are one to the system: an accept gives the client before time to see its own.
+TEST(ShmQueue, LetsEveryWaitingClientGo)
+{
+    ShmQueue *listener = ShmQueueListen("twice");
+    RawPeer clients(RawPeer::requester, "QVSShmInittwice", 256);
+    clients.put("12345678", 8);
+    signalsSeen = 0;
+    replySignal = clients.ownEvent;
+    test_support::ImportHook seeing(
+        "Sleep", +[](DWORD) __attribute__((stdcall)) { signalsSeen += isSet(replySignal); });
+    for (uint32_t number : {1u, 2u})
+        EXPECT_EQ(ShmQueueDestroy(ShmQueueAccept(listener, number, 1)), SHMQUEUE_OK);
+    EXPECT_EQ(signalsSeen, 1);
+    EXPECT_TRUE(isSet(replySignal));
+    EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
 }
 
 TEST(ShmQueue, IsEnabledByTheRegistry)
