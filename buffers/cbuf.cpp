@@ -51,18 +51,23 @@ template<typename Block>
 {
     auto *to = static_cast<unsigned char *>(destination);
     auto *from = static_cast<const unsigned char *>(source);
-    if (count > 2 * sizeof(general::Block))
+    constexpr uint32_t twoBlocks = 2 * sizeof(general::Block);
+    if (count > 2 * twoBlocks) {
         memcpy(to, from, count);
-    else if (count >= sizeof(general::Block))
+    } else if (count > twoBlocks) {
+        copyEnds<general::Block>(to, from, twoBlocks);
+        copyEnds<general::Block>(to + count - twoBlocks, from + count - twoBlocks, twoBlocks);
+    } else if (count >= sizeof(general::Block)) {
         copyEnds<general::Block>(to, from, count);
-    else if (count >= sizeof(uint64_t))
+    } else if (count >= sizeof(uint64_t)) {
         copyEnds<uint64_t>(to, from, count);
-    else if (count >= sizeof(uint32_t))
+    } else if (count >= sizeof(uint32_t)) {
         copyEnds<uint32_t>(to, from, count);
-    else if (count >= sizeof(uint16_t))
+    } else if (count >= sizeof(uint16_t)) {
         copyEnds<uint16_t>(to, from, count);
-    else if (count == 1)
+    } else if (count == 1) {
         *to = *from;
+    }
 }
 
 /// To be called after every change of memory or quantum.

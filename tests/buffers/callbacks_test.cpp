@@ -145,49 +145,50 @@ TEST(Action, ReportsWhatIsWrong)
 
 using Triple = std::tuple<uint32_t, void *, void *>;
 
-TEST(KeyCall, BehavesAsADequeUnderRandomTraffic)
+TEST(KeyCall, KeepsTheOrderOfAdding)
 {
-    std::mt19937 random(1);
-    test_support::HeapWatch watch;
-    KeyCall *registry = KeyCallCreate();
-    std::deque<Triple> model;
-    auto pointer = [&random] { return reinterpret_cast<void *>(static_cast<uintptr_t>(random())); };
-    for (uint32_t step = 0; step < 20000; ++step) {
-        ASSERT_EQ(KeyCallNext(registry), step + 1);
-        uint32_t key = random() % 12;
-        auto index = static_cast<int32_t>(random() % (model.size() + 2)) - 1;
-        auto found = std::find_if(model.begin(), model.end(), [key](auto &t) { return std::get<0>(t) == key; });
-        Triple got = {key, nullptr, nullptr};
-        auto &[gotKey, callback, data] = got;
-        uint32_t stat = KEYCALL_OK;
-        unsigned choice = random() % 7;
-        if (choice < 3) {
-            model.emplace_back(key, pointer(), pointer());
-            ASSERT_EQ(KeyCallAdd(registry, key, std::get<1>(model.back()), std::get<2>(model.back())), KEYCALL_OK);
-            continue;
+    test_support::failEachAllocation([](test_support::HeapWatch &watch) {
+        KeyCall *registry = KeyCallCreate();
+        if (registry == nullptr)
+            return;
+        test_support::expectEach(1, {KeyCallNext(registry), KeyCallNext(registry) - 1, KeyCallNext(registry) - 2});
+        char marks[8];
+        std::deque<Triple> model;
+        for (uint32_t key : {5u, 7u, 5u, 0u, 7u}) {
+            Triple triple = {key, &marks[key], &marks[model.size()]};
+            uint32_t stat = KeyCallAdd(registry, key, std::get<1>(triple), std::get<2>(triple));
+            EXPECT_EQ(stat, watch.justFailed() ? KEYCALL_NO_MEMORY : KEYCALL_OK);
+            if (stat == KEYCALL_OK)
+                model.push_back(triple);
         }
-        if (choice == 3) {
-            stat = KeyCallGet(registry, key, &callback, &data);
-        } else if (choice == 4) {
-            stat = KeyCallRmv(registry, key, &callback, &data);
-        } else if (choice == 5) {
-            found = index < 0 || index >= static_cast<int32_t>(model.size()) ? model.end() : model.begin() + index;
-            stat = KeyCallGetI(registry, index, &gotKey, &callback, &data);
-        } else {
-            found = model.begin();
-            stat = KeyCallRmvAny(registry, &gotKey, &callback, &data);
-        }
-        ASSERT_EQ(stat, found == model.end() ? KEYCALL_NO_ENTRY : KEYCALL_OK) << "step " << step;
-        ASSERT_EQ(got, found == model.end() ? Triple(key, nullptr, nullptr) : *found) << "step " << step;
-        if (found != model.end() && choice % 2 == 0)
-            model.erase(found);
-    }
-    EXPECT_EQ(KeyCallDestroy(registry), KEYCALL_OK);
-    EXPECT_EQ(watch.wordOfLastFreedBlock(), 0u) << "the magic stays";
-}
-
-TEST(KeyCall, ReportsWhatIsWrong)
-{
+        auto expectAt = [&](int32_t index, uint32_t stat, const Triple &got, bool removes) {
+            bool exists = index >= 0 && index < static_cast<int32_t>(model.size());
+            EXPECT_EQ(stat, exists ? KEYCALL_OK : KEYCALL_NO_ENTRY);
+            EXPECT_EQ(got, exists ? model[static_cast<size_t>(index)] : Triple()) << "at " << index;
+            if (exists && removes)
+                model.erase(model.begin() + index);
+        };
+        Triple got;
+        auto &[key, callback, data] = got;
+        for (int32_t index = -1; index <= static_cast<int32_t>(model.size()); ++index, got = Triple())
+            expectAt(index, KeyCallGetI(registry, index, &key, &callback, &data), got, false);
+        for (bool removes : {false, true})
+            for (uint32_t wanted : {7u, 5u, 6u}) {
+                auto isWanted = [wanted](const Triple &triple) { return std::get<0>(triple) == wanted; };
+                auto found = std::find_if(model.begin(), model.end(), isWanted);
+                uint32_t stat = (removes ? KeyCallRmv(registry, wanted, &callback, &data)
+                                         : KeyCallGet(registry, wanted, &callback, &data));
+                key = stat == KEYCALL_OK ? wanted : 0;
+                expectAt(static_cast<int32_t>(found - model.begin()), stat, got, removes);
+                got = Triple();
+            }
+        test_support::expectEach(KEYCALL_OK, {KeyCallGetI(registry, 0, nullptr, nullptr, nullptr)});
+        for (size_t left = model.size() + 1; left-- > 0; got = Triple())
+            expectAt(0, KeyCallRmvAny(registry, &key, &callback, &data), got, true);
+        KeyCallAdd(registry, 1, nullptr, nullptr);
+        EXPECT_EQ(KeyCallDestroy(registry), KEYCALL_OK);
+        EXPECT_EQ(watch.wordOfLastFreedBlock(), 0u) << "the magic stays";
+    });
     test_support::forEachForeign<KeyCall>([](KeyCall *registry) {
         test_support::expectEach(
             KEYCALL_BAD_HANDLE,
@@ -195,18 +196,6 @@ TEST(KeyCall, ReportsWhatIsWrong)
              KeyCallRmv(registry, 1, nullptr, nullptr), KeyCallRmvAny(registry, nullptr, nullptr, nullptr),
              KeyCallGet(registry, 1, nullptr, nullptr), KeyCallGetI(registry, -1, nullptr, nullptr, nullptr)});
         EXPECT_EQ(KeyCallNext(registry), 0u);
-    });
-    test_support::failEachAllocation([](test_support::HeapWatch &watch) {
-        KeyCall *registry = KeyCallCreate();
-        if (registry == nullptr)
-            return;
-        uint32_t added = KeyCallAdd(registry, 1, nullptr, nullptr);
-        EXPECT_EQ(added, watch.failed() ? KEYCALL_NO_MEMORY : KEYCALL_OK);
-        test_support::expectEach(added == KEYCALL_OK ? KEYCALL_OK : KEYCALL_NO_ENTRY,
-                                 {KeyCallGet(registry, 1, nullptr, nullptr),
-                                  KeyCallGetI(registry, 0, nullptr, nullptr, nullptr),
-                                  KeyCallRmvAny(registry, nullptr, nullptr, nullptr)});
-        EXPECT_EQ(KeyCallDestroy(registry), KEYCALL_OK);
     });
 }
 
