@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -13,11 +14,8 @@ namespace {
 using namespace test_support;
 
 LONGLONG ticks, frequency; ///< what the hooked functions answer; without a frequency there is no counter
-BOOL WINAPI readCounter(LARGE_INTEGER *counter)
-{
-    counter->QuadPart = ticks;
-    return TRUE;
-}
+auto readCounter = winapi([](LARGE_INTEGER *answer) -> BOOL { return answer->QuadPart = ticks, TRUE; });
+auto readFrequency = winapi([](LARGE_INTEGER *answer) -> BOOL { return (answer->QuadPart = frequency) != 0; });
 
 TEST(Clock, ChoosesItsSourceOnFirstUse)
 {
@@ -27,12 +25,8 @@ TEST(Clock, ChoosesItsSourceOnFirstUse)
         auto *seconds = fresh.function<decltype(ChronoSecs)>("ChronoSecs");
         auto *elapsedTime = fresh.function<decltype(elapsed_time)>("elapsed_time");
         ImportHook counter("QueryPerformanceCounter", readCounter, fresh.module());
+        ImportHook frequencyHook("QueryPerformanceFrequency", readFrequency, fresh.module());
         ImportHook milliseconds("GetTickCount", winapi([] { return static_cast<DWORD>(ticks); }), fresh.module());
-        ImportHook perSecondHook("QueryPerformanceFrequency", winapi([](LARGE_INTEGER *answer) -> BOOL {
-                                     answer->QuadPart = frequency;
-                                     return frequency != 0;
-                                 }),
-                                 fresh.module());
         frequency = perSecond;
         ticks = 0xFFFFFFF0;
         const double unit = 1.0 / (perSecond == 0 ? 1000 : 4000);
@@ -70,9 +64,8 @@ TEST(Clock, StopwatchesRestartOnlyWhenAsked)
 
 TEST(Elapsed, PrintsItsLineAndTruncates)
 {
-    LARGE_INTEGER real;
-    QueryPerformanceFrequency(&real);
-    const LONGLONG second = real.QuadPart;
+    ChronoNow();
+    const LONGLONG second = std::llround(1 / ChronoSecs(1));
     ImportHook counter("QueryPerformanceCounter", readCounter);
     ticks = 100 * second;
     elapsed_time(nullptr);
@@ -91,12 +84,12 @@ uint64_t userTime, kernelTime; ///< neither: there are no times
 
 TEST(CpuTime, MeasuresFromTheReference)
 {
-    ImportHook times("GetProcessTimes",
-                     winapi([](HANDLE, FILETIME *, FILETIME *, FILETIME *kernel, FILETIME *user) -> BOOL {
-                         std::memcpy(kernel, &kernelTime, sizeof *kernel);
-                         std::memcpy(user, &userTime, sizeof *user);
-                         return (userTime | kernelTime) != 0;
-                     }));
+    auto read = winapi([](HANDLE, FILETIME *, FILETIME *, FILETIME *kernel, FILETIME *user) -> BOOL {
+        std::memcpy(kernel, &kernelTime, sizeof *kernel);
+        std::memcpy(user, &userTime, sizeof *user);
+        return (userTime | kernelTime) != 0;
+    });
+    ImportHook times("GetProcessTimes", read);
     const uint64_t start = 0xFFFFFFF0; // the differences carry into the high word
     userTime = kernelTime = start;
     testing::internal::CaptureStderr();

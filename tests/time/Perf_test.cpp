@@ -7,8 +7,6 @@
 namespace {
 
 using namespace test_support;
-using OpenMapping = HANDLE WINAPI(HANDLE, SECURITY_ATTRIBUTES *, DWORD, DWORD, DWORD, LPCSTR);
-using MapView = LPVOID WINAPI(HANDLE, DWORD, DWORD, DWORD, SIZE_T);
 using Counters = std::vector<PerfCounterDef>;
 using Words = std::vector<uint32_t>;
 
@@ -86,16 +84,17 @@ TEST_F(Perf, TheMagicIsWrittenLast)
     volatile uint32_t *reader = view(name);
     PerfShutdown();
     reader[0] = PERF_MAGIC; // as a process leaves it that ends without shutdown
-    ImportHook hook("MapViewOfFile", winapi([](HANDLE mapping, DWORD, DWORD, DWORD, SIZE_T size) -> LPVOID {
-                        DWORD before = 0;
-                        viewBeingFilled = static_cast<uint32_t *>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, size));
-                        VirtualProtect(viewBeingFilled + 1024, 1, PAGE_READWRITE | PAGE_GUARD, &before);
-                        return viewBeingFilled;
-                    }));
-    void *handler = AddVectoredExceptionHandler(1, winapi([](EXCEPTION_POINTERS *) -> LONG {
-                                                    magicAtFirstAccess = *viewBeingFilled;
-                                                    return EXCEPTION_CONTINUE_EXECUTION;
-                                                }));
+    auto map = winapi([](HANDLE mapping, DWORD, DWORD, DWORD, SIZE_T size) -> LPVOID {
+        DWORD before = 0;
+        viewBeingFilled = static_cast<uint32_t *>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, size));
+        VirtualProtect(viewBeingFilled + 1024, 1, PAGE_READWRITE | PAGE_GUARD, &before);
+        return viewBeingFilled;
+    });
+    auto look = winapi([](EXCEPTION_POINTERS *) -> LONG {
+        return magicAtFirstAccess = *viewBeingFilled, EXCEPTION_CONTINUE_EXECUTION;
+    });
+    ImportHook hook("MapViewOfFile", map);
+    void *handler = AddVectoredExceptionHandler(1, look);
     EXPECT_EQ(publish(many), 0);
     RemoveVectoredExceptionHandler(handler);
     EXPECT_TRUE(magicAtFirstAccess == 0 && reader[0] == PERF_MAGIC);
@@ -103,10 +102,10 @@ TEST_F(Perf, TheMagicIsWrittenLast)
 
 TEST_F(Perf, WhatIsRefusedChangesNothingAndKeepsNothing)
 {
-    FailingImport<BOOL WINAPI(HANDLE)> close("CloseHandle", FALSE, 0);
+    FailingImport<decltype(CloseHandle)> close("CloseHandle", FALSE, 0);
     {
-        FailingImport<OpenMapping> create("CreateFileMappingA", nullptr, 1);
-        FailingImport<MapView> map("MapViewOfFile", nullptr, 1);
+        FailingImport<decltype(CreateFileMappingA)> create("CreateFileMappingA", nullptr, 1);
+        FailingImport<decltype(MapViewOfFile)> map("MapViewOfFile", nullptr, 1);
         for (int closed : {0, 1}) // the mapping fails, then the view
             EXPECT_TRUE(publish({counter(1, 10)}) == 3 && close.calls() == closed);
         EXPECT_EQ(PerfShutdown(), 0);
@@ -116,7 +115,7 @@ TEST_F(Perf, WhatIsRefusedChangesNothingAndKeepsNothing)
     const Counters shared(65536, counter(2, 0));
     const std::vector<PerfObjectDef> tooMany(5462, object(shared));
     const PerfObjectDef noCounters = {0, 0, 0, nullptr, 1, 0, 0};
-    FailingImport<OpenMapping> create("CreateFileMappingA", nullptr, 0);
+    FailingImport<decltype(CreateFileMappingA)> create("CreateFileMappingA", nullptr, 0);
     EXPECT_EQ(PerfInit(name, tooMany.data(), static_cast<uint32_t>(tooMany.size())), 3);
     EXPECT_EQ(PerfInit(name, &noCounters, 1) & PerfInit(name, nullptr, 1) & PerfInit(nullptr, nullptr, 0), 3);
     EXPECT_EQ(create.calls(), 0);
@@ -128,7 +127,7 @@ TEST_F(Perf, ASecondInitReplacesTheFirstSegment)
 {
     ASSERT_EQ(PerfInit("general_perf_older", nullptr, 0), 0);
     volatile uint32_t *older = view("general_perf_older");
-    FailingImport<BOOL WINAPI(HANDLE)> close("CloseHandle", FALSE, 0);
+    FailingImport<decltype(CloseHandle)> close("CloseHandle", FALSE, 0);
     ASSERT_EQ(publish({counter(1, 1)}), 0);
     EXPECT_EQ(older[0], 0u);
     ASSERT_EQ(publish({counter(3, 3), counter(4, 4)}), 0); // the same name, with more counters
