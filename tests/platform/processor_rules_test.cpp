@@ -4,24 +4,19 @@
 
 #include <cstring>
 #include <numeric>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace general;
 
-CpuidRegisters leaf0Of(const char *vendor, uint32_t highestLeaf = 13)
+CpuidRegisters leaf0Of(const char *vendor)
 {
-    CpuidRegisters leaf0 = {.eax = highestLeaf, .ebx = 0, .ecx = 0, .edx = 0};
-    std::memcpy(&leaf0.ebx, vendor, 4);
-    std::memcpy(&leaf0.edx, vendor + 4, 4);
-    std::memcpy(&leaf0.ecx, vendor + 8, 4);
-    return leaf0;
+    uint32_t parts[3];
+    std::memcpy(parts, vendor, sizeof parts);
+    return {.eax = 13, .ebx = parts[0], .ecx = parts[2], .edx = parts[1]};
 }
 
-const CpuidRegisters intel = leaf0Of("GenuineIntel");
-const CpuidRegisters amd = leaf0Of("AuthenticAMD");
+const CpuidRegisters intel = leaf0Of("GenuineIntel"), amd = leaf0Of("AuthenticAMD"), other = leaf0Of("CyrixInstead");
 
 TEST(ProcessorRules, NamesProcessorsByTheirRegisters)
 {
@@ -42,34 +37,25 @@ TEST(ProcessorRules, NamesProcessorsByTheirRegisters)
         {intel, 0xF29, 11, 15, 2, 9, "Intel Pentium 4", "Intel(R) Xeon(TM) processor"},
         {amd, 0xA00F11, 0, 15, 1, 1, "AMD Zen 3", none},
         {amd, 0x6F0, 0, 6, 15, 0, "AMD Athlon", "Intel(R) Pentium(R) M processor"}, // no vendor in this rule
-        {leaf0Of("CyrixInstead"), 0x540, 0, 5, 4, 0, "UNKNOWN CPU", none},
+        {other, 0x540, 0, 5, 4, 0, "UNKNOWN CPU", none},
         {intel, 0x7F00F00, 0, 15, 0, 0, "UNKNOWN CPU", none},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << "signature " << c.eax);
         auto [family, model, stepping] = signatureOf(c.eax);
-        EXPECT_TRUE(family == c.family && model == c.model && stepping == c.stepping);
-        EXPECT_STREQ(modelName(c.leaf0, c.eax), c.name);
-        EXPECT_STREQ(brandText(c.eax, c.ebx), c.brand);
+        EXPECT_TRUE(family == c.family && model == c.model && stepping == c.stepping) << c.eax;
+        EXPECT_STREQ(modelName(c.leaf0, c.eax), c.name) << c.eax;
+        EXPECT_STREQ(brandText(c.eax, c.ebx), c.brand) << c.eax;
     }
 }
 
 TEST(ProcessorRules, HyperThreadingNeedsFamilyVendorAndBit)
 {
-    const struct {
-        CpuidRegisters leaf0;
-        uint32_t eax, edx;
-        bool supported;
-    } cases[] = {
-        {intel, 0xF29, multiThreadingBit, true},      {intel, 0xF29, ~multiThreadingBit, false},
-        {intel, 0x906EA, multiThreadingBit, false}, // family 6 without an extended family
-        {intel, 0x1006EA, multiThreadingBit, true},   {amd, 0xF29, multiThreadingBit, false},
-        {intel, 0x8000606, multiThreadingBit, false}, // only the low four bits of the extended family
+    auto supported = [](const CpuidRegisters &leaf0, uint32_t eax, uint32_t edx = multiThreadingBit) {
+        return supportsHyperThreading(leaf0, {.eax = eax, .ebx = 0, .ecx = 0, .edx = edx});
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(supportsHyperThreading(c.leaf0, CpuidRegisters{.eax = c.eax, .ebx = 0, .ecx = 0, .edx = c.edx}),
-                  c.supported)
-            << "case " << &c - cases;
+    EXPECT_TRUE(supported(intel, 0xF29) && !supported(intel, 0xF29, ~multiThreadingBit) && !supported(amd, 0xF29));
+    // Another family needs an extended one, of which only the low four bits count.
+    EXPECT_TRUE(supported(intel, 0x1006EA) && !supported(intel, 0x906EA) && !supported(intel, 0x8000606));
     EXPECT_TRUE(coresPerPackage(true, 4, 0xFC000000) == 64 && coresPerPackage(true, 4, 0x07FFFFFF) == 2);
     EXPECT_TRUE(coresPerPackage(true, 3, 0xFC000000) == 1 && coresPerPackage(false, 13, 0xFC000000) == 1);
     EXPECT_TRUE(logicalPerPackage(0xAA10BBCC) == 0x10 && initialApicId(0xAA10BBCC) == 0xAA);
@@ -80,21 +66,20 @@ TEST(ProcessorRules, TopologyFromApicIdentifiers)
     std::vector<uint32_t> all(256);
     std::iota(all.begin(), all.end(), 0);
     const struct {
-        const char *what;
         uint32_t logical, cores;
         std::vector<uint32_t> ids;
         uint32_t foundCores, foundPackages;
         int status;
     } cases[] = {
-        {"one core that states nothing", 0, 1, {0}, 1, 1, 2},
-        {"one core, two threads", 2, 1, {0, 1}, 1, 1, 0},
-        {"two packages of one core and two threads", 2, 1, {0, 1, 6, 7}, 2, 2, 0},
-        {"the same, switched off", 2, 1, {0, 6}, 2, 2, 1},
-        {"two cores", 2, 2, {0, 1}, 2, 1, 3},
-        {"four cores, two threads switched off", 8, 4, {0, 2, 4, 6}, 4, 1, 5},
-        {"two packages of six cores in fields of eight", 6, 6, {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13}, 12, 2, 3},
-        {"one thread stated, many cores", 1, 8, {0, 1, 2, 3}, 4, 4, 2},
-        {"256 processors, 64 cores to the package", 128, 64, all, 128, 2, 4},
+        {0, 1, {0}, 1, 1, 2},                                       // one core that states nothing
+        {2, 1, {0, 1}, 1, 1, 0},                                    // one core, two threads
+        {2, 1, {0, 1, 6, 7}, 2, 2, 0},                              // two packages of one core and two threads
+        {2, 1, {0, 6}, 2, 2, 1},                                    // the same, switched off
+        {2, 2, {0, 1}, 2, 1, 3},                                    // two cores
+        {8, 4, {0, 2, 4, 6}, 4, 1, 5},                              // four cores, two threads switched off
+        {6, 6, {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13}, 12, 2, 3}, // six cores in fields of eight, twice
+        {1, 8, {0, 1, 2, 3}, 4, 4, 2},                              // one thread stated, many cores
+        {128, 64, all, 128, 2, 4},                                  // 256 processors, 64 cores to the package
     };
     for (const auto &c : cases) {
         Topology topology(c.logical, c.cores);
@@ -102,7 +87,7 @@ TEST(ProcessorRules, TopologyFromApicIdentifiers)
             topology.add(id);
         EXPECT_TRUE(topology.processors() == c.ids.size() && topology.cores() == c.foundCores &&
                     topology.packages() == c.foundPackages && topology.status() == c.status)
-            << c.what;
+            << "row " << &c - cases;
     }
     ApicFields fields = Topology(8, 4).split(0xFF);
     EXPECT_TRUE(fields.thread == 1 && fields.core == 6 && fields.package == 0xF8);
@@ -125,15 +110,15 @@ TEST(ProcessorRules, LinesAreAppendedWholeOrNotAtAll)
 
 TEST(ProcessorRules, FrequenciesAndSharesAreRounded)
 {
-    const uint64_t cases[][2] = {{2'000'100, 2'000'000},
-                                 {1'333'100, 1'333'333},
-                                 {2'394'000, 2'399'999},
-                                 {1'866'000, 1'866'666},
-                                 {2'445'430, 2'450'000},
-                                 {2'025'000, 2'050'000},
-                                 {0, 0},
-                                 {10, 0}};
-    for (const auto &[measured, snapped] : cases)
+    const uint64_t frequencies[][2] = {{2000100, 2000000},
+                                       {1333100, 1333333},
+                                       {2394000, 2399999},
+                                       {1866000, 1866666},
+                                       {2445430, 2450000},
+                                       {2025000, 2050000},
+                                       {0, 0},
+                                       {10, 0}};
+    for (const auto &[measured, snapped] : frequencies)
         EXPECT_EQ(snapToBusClock(measured), snapped);
     EXPECT_GT(snapToBusClock(UINT64_MAX), UINT64_MAX - 100'000);
     const uint32_t counts[][3] = {{4, 4, 8192}, {8, 4, 4096}, {7, 2, 2730}, {0, 1, 8192}, {1, 0, 8192}, {2, 3, 8192}};

@@ -1,21 +1,16 @@
 #include "general/system.h"
 
+#include "tests/support/fresh_library.h"
 #include "tests/support/heap_watch.h"
 #include "tests/support/import_hook.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <string>
-#include <windows.h>
 
 #include <iptypes.h>
 
 namespace {
 
-using test_support::FailingImport;
-using test_support::HeapWatch;
-using test_support::ImportHook;
+using namespace test_support;
 
 TEST(Sysconf, KnowsTwoNames)
 {
@@ -23,13 +18,13 @@ TEST(Sysconf, KnowsTwoNames)
     EXPECT_TRUE(QVSsysconf(0) == 22 && QVSsysconf(507) == 22 && QVSsysconf(-1) == 22);
 }
 
-// The IP helper that the library finds: answers with a domain, after asking for more room if so told.
-std::string answeredDomain;
+// What the IP helper answers: a domain or an error, after asking for more room if so told.
+std::string answered;
 ULONG roomNeeded;
 DWORD answeredError;
 int questions;
 
-DWORD WINAPI answerParams(FIXED_INFO *parameters, ULONG *size)
+DWORD WINAPI answer(FIXED_INFO *parameters, ULONG *size)
 {
     ++questions;
     if (*size < roomNeeded) {
@@ -37,52 +32,42 @@ DWORD WINAPI answerParams(FIXED_INFO *parameters, ULONG *size)
         return ERROR_BUFFER_OVERFLOW;
     }
     std::memset(parameters, 0, *size); // writes to the end of what it was given
-    std::memcpy(parameters->DomainName, answeredDomain.data(), answeredDomain.size());
+    answered.copy(parameters->DomainName, answered.size());
     return answeredError;
-}
-
-FARPROC WINAPI findAnswerParams(HMODULE, LPCSTR)
-{
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(answerParams));
-}
-
-/// Makes the library forget the domain that it keeps.
-void forgetDomain()
-{
-    const_cast<char *>(QVSgetdomainname())[0] = 0;
 }
 
 TEST(DomainName, IsKeptOnceThereIsOne)
 {
-    { // must come first: the library looks for the helper until it finds it
-        FailingImport<HMODULE WINAPI(LPCSTR)> missing("LoadLibraryA", nullptr, 1);
-        EXPECT_STREQ(QVSgetdomainname(), "unknown");
-        EXPECT_STREQ(QVSgetdomainname(), "unknown");
-        EXPECT_EQ(missing.calls(), 1);
-        forgetDomain();
+    auto missing = winapi([](LPCSTR) -> HMODULE { return nullptr; });
+    for (bool hasHelper : {false, true}) {
+        FreshLibrary fresh;
+        auto *domainName = fresh.function<decltype(QVSgetdomainname)>("QVSgetdomainname");
+        FoundFunctions helper({{"GetNetworkParams", answer}}, fresh.module());
+        std::optional<ImportHook> load;
+        if (!hasHelper)
+            load.emplace("LoadLibraryA", missing, fresh.module());
+        answeredError = hasHelper ? ERROR_NO_DATA : ERROR_SUCCESS;
+        EXPECT_STREQ(domainName(), "unknown");
+        load.reset();
+        EXPECT_STREQ(domainName(), "unknown") << "kept";
+        EXPECT_EQ(std::exchange(questions, 0), hasHelper);
     }
-    ImportHook find("GetProcAddress", findAnswerParams);
+    FoundFunctions helper({{"GetNetworkParams", answer}});
+    answeredError = ERROR_SUCCESS;
     for (int asked : {1, 2}) { // in no domain: asked again
         EXPECT_STREQ(QVSgetdomainname(), "");
         EXPECT_EQ(questions, asked);
     }
-
-    for (int failing : {1, 2}) { // the usual block, then the larger one
-        roomNeeded = 5000;
+    roomNeeded = 5000;
+    answered = std::string(MAX_DOMAIN_NAME_LEN + 4, 'd'); // not terminated
+    for (int failing : {1, 2}) {                          // the usual block, then the larger one
         HeapWatch watch(failing);
         EXPECT_STREQ(QVSgetdomainname(), "");
-        EXPECT_TRUE(watch.failed());
-        EXPECT_EQ(watch.liveBlocks(), 0);
+        EXPECT_TRUE(watch.failed() && watch.liveBlocks() == 0);
     }
-    answeredDomain = std::string(MAX_DOMAIN_NAME_LEN + 4, 'd'); // not terminated
     EXPECT_EQ(QVSgetdomainname(), std::string(128, 'd'));
-    questions = 0;
-    QVSgetdomainname();
-    EXPECT_EQ(questions, 0);
-    forgetDomain();
-    answeredError = ERROR_NO_DATA;
-    EXPECT_STREQ(QVSgetdomainname(), "unknown");
-    forgetDomain();
+    answered = "other";
+    EXPECT_EQ(QVSgetdomainname(), std::string(128, 'd'));
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 #include "tests/support/import_hook.h"
 
-#include <windows.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -60,11 +58,6 @@ ImportHook::ImportHook(const char *name, void *replacement, void *module, int)
 ImportHook::~ImportHook()
 {
     store(entry_, original_);
-}
-
-void setLastError(unsigned long code)
-{
-    SetLastError(code);
 }
 
 } // namespace test_support

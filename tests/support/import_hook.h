@@ -6,7 +6,11 @@
 
 #include "tests/support/fault_count.h"
 
+#include <map>
 #include <optional>
+#include <string>
+#include <utility>
+#include <windows.h>
 
 namespace test_support {
 
@@ -41,7 +45,47 @@ private:
     void *original_;
 };
 
-void setLastError(unsigned long code);
+/// The function that a lambda without captures stands for, in the system's calling convention:
+///
+///     ImportHook hook("GetTickCount", winapi([] { return DWORD{5}; }));
+template<typename Lambda>
+auto winapi(Lambda)
+{
+    return []<typename Result, typename... Arguments>(Result (Lambda::*)(Arguments...) const) {
+        struct Function {
+            static Result WINAPI call(Arguments... arguments) { return Lambda{}(arguments...); }
+        };
+        return &Function::call;
+    }(&Lambda::operator());
+}
+
+/// Makes a copy of the library find other functions than those of the libraries that it loads on first
+/// use: `FoundFunctions found({{"timeGetTime", winapi(...)}, {"timeBeginPeriod", nullptr}})`. One at a time.
+class FoundFunctions {
+public:
+    struct Function {
+        Function(std::nullptr_t) {} ///< the library lacks it
+        template<typename Type>
+        Function(Type *function) : address(reinterpret_cast<FARPROC>(reinterpret_cast<void *>(function)))
+        {
+        }
+        FARPROC address = nullptr;
+    };
+    explicit FoundFunctions(std::map<std::string, Function> functions, void *module = nullptr)
+        : hook_("GetProcAddress", find, module)
+    {
+        functions_ = std::move(functions);
+    }
+
+private:
+    static FARPROC WINAPI find(HMODULE library, LPCSTR name)
+    {
+        auto found = functions_.find(name);
+        return found == functions_.end() ? GetProcAddress(library, name) : found->second.address;
+    }
+    static inline std::map<std::string, Function> functions_;
+    ImportHook hook_;
+};
 
 /// Makes the n-th call (from 1) of one import of general.dll fail, and passes every other call on.
 ///
@@ -53,9 +97,9 @@ template<typename Signature>
 class FailingImport;
 
 template<typename Result, typename... Arguments>
-class FailingImport<Result __attribute__((stdcall)) (Arguments...)> {
+class FailingImport<Result WINAPI(Arguments...)> {
 public:
-    FailingImport(const char *name, Result failure, int failingCall, unsigned long lastError = 0)
+    FailingImport(const char *name, Result failure, int failingCall, DWORD lastError = 0)
         : failure_(failure), failingCall_(failingCall), lastError_(lastError)
     {
         active_ = this;
@@ -76,20 +120,20 @@ public:
     bool failed() const { return failingCall_ > 0 && calls_ >= failingCall_; }
 
 private:
-    using Function = Result __attribute__((stdcall)) (Arguments...);
+    using Function = Result WINAPI(Arguments...);
 
-    static Result __attribute__((stdcall)) replacement(Arguments... arguments)
+    static Result WINAPI replacement(Arguments... arguments)
     {
         if (++active_->calls_ != active_->failingCall_)
             return active_->hook_->template original<Function>()(arguments...);
-        setLastError(active_->lastError_);
+        SetLastError(active_->lastError_);
         return active_->failure_;
     }
 
     static inline FailingImport *active_ = nullptr;
     Result failure_;
     int failingCall_;
-    unsigned long lastError_;
+    DWORD lastError_;
     int calls_ = 0;
     std::optional<ImportHook> hook_;
 };

@@ -1,5 +1,6 @@
 #include "general/dynld.h"
 #include "general/errortext.h"
+#include "general/getopt.h"
 
 #include "tests/support/heap_watch.h"
 #include "tests/support/import_hook.h"
@@ -8,12 +9,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
-#include <windows.h>
 
 namespace {
 
-using LoadCount = test_support::FailingImport<HMODULE WINAPI(LPCSTR)>;
+using LoadCount = test_support::FailingImport<decltype(LoadLibraryA)>;
 
 std::string versionPath()
 {
@@ -33,35 +32,43 @@ TEST(DynLd, LoadsEachSpellingOnce)
         EXPECT_STRCASEEQ(path, versionPath().c_str());
     }
     EXPECT_EQ(loads.calls(), 3);
-    EXPECT_EQ(DynLd("version", "VerQueryValueA", nullptr, nullptr, 260), DYNLD_OK);
     EXPECT_STREQ(DynLdExt(), "dll");
+}
+
+// The tool-chain has a parser of the same names: what programs get has to be the DLL's.
+TEST(DynLd, FindsTheOptionParsersVariables)
+{
+    const std::pair<const char *, void *> exports[] = {{"getopt", reinterpret_cast<void *>(&getopt)},
+                                                       {"optarg", &optarg},
+                                                       {"optind", &optind},
+                                                       {"opterr", &opterr},
+                                                       {"optopt", &optopt}};
+    for (const auto &[name, expected] : exports) {
+        void *address = nullptr;
+        EXPECT_TRUE(DynLd("general", name, &address, nullptr, 260) == DYNLD_OK && address == expected) << name;
+    }
 }
 
 TEST(DynLd, SaysWhatIsMissingAndWhy)
 {
-    int untouched = 0;
     const struct {
         const char *lib, *symbol;
         int status;
         DWORD error;
-    } cases[] = {
-        {"no_such_library", "f", DYNLD_NO_LIBRARY, ERROR_MOD_NOT_FOUND},
-        {nullptr, "f", DYNLD_NO_LIBRARY, ERROR_INVALID_PARAMETER},
-        {"version", "no_such_symbol", DYNLD_NO_SYMBOL, ERROR_PROC_NOT_FOUND},
-        {"version", nullptr, DYNLD_NO_SYMBOL, ERROR_INVALID_PARAMETER},
-    };
+    } cases[] = {{"no_such_library", "f", DYNLD_NO_LIBRARY, ERROR_MOD_NOT_FOUND},
+                 {nullptr, "f", DYNLD_NO_LIBRARY, ERROR_INVALID_PARAMETER},
+                 {"version", "no_such_symbol", DYNLD_NO_SYMBOL, ERROR_PROC_NOT_FOUND},
+                 {"version", nullptr, DYNLD_NO_SYMBOL, ERROR_INVALID_PARAMETER}};
     for (const auto &c : cases)
         for (int length : {260, 5, 1, 0, -1}) {
-            void *address = &untouched;
+            void *address = &address;
             std::string path(261, '?'), expected = c.status == DYNLD_NO_SYMBOL ? versionPath() : "";
             EXPECT_EQ(DynLd(c.lib, c.symbol, &address, path.data(), length), c.status);
-            EXPECT_EQ(GetLastError(), c.error);
-            std::string text = DynLdErr();
-            EXPECT_TRUE(text == DynLdErr() && text == GetErrorText(c.error));
-            EXPECT_EQ(address, &untouched);
+            EXPECT_TRUE(GetLastError() == c.error && std::string(DynLdErr()) == GetErrorText(c.error));
+            EXPECT_EQ(address, &address);
             expected.resize(std::min(expected.size(), static_cast<size_t>(std::max(length, 1)) - 1));
             EXPECT_TRUE(length <= 0 || strcasecmp(path.c_str(), expected.c_str()) == 0);
-            EXPECT_EQ(path[length > 0 ? static_cast<size_t>(length) : 0], '?');
+            EXPECT_EQ(path[static_cast<size_t>(std::max(length, 0))], '?');
         }
 }
 
@@ -69,16 +76,16 @@ TEST(DynLd, SaysWhatIsMissingAndWhy)
 TEST(DynLd, OutOfMemoryStillHandsTheAddressOut)
 {
     ASSERT_EQ(DynLd("version", "VerQueryValueA", nullptr, nullptr, 0), DYNLD_OK);
-    const char *const spellings[] = {"Version", "vErsion", "veRsion"};
-    for (int i = 0; i < 3; ++i) {
+    int failing = 0;
+    for (const char *spelling : {"Version", "vErsion", "veRsion"}) {
         LoadCount loads("LoadLibraryA", nullptr, 0);
-        test_support::HeapWatch watch(i + 1);
+        test_support::HeapWatch watch(++failing);
         void *address = nullptr;
         char path[MAX_PATH] = "";
-        EXPECT_EQ(DynLd(spellings[i], "VerQueryValueA", &address, path, sizeof path), DYNLD_NO_MEMORY);
+        EXPECT_EQ(DynLd(spelling, "VerQueryValueA", &address, path, sizeof path), DYNLD_NO_MEMORY);
         EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ENOUGH_MEMORY});
         EXPECT_TRUE(watch.failed() && watch.liveBlocks() == 0 && address != nullptr && *path != 0);
-        EXPECT_EQ(DynLd(spellings[i], "none", &address, nullptr, 0), DYNLD_NO_SYMBOL);
+        EXPECT_EQ(DynLd(spelling, "none", &address, nullptr, 0), DYNLD_NO_SYMBOL);
         EXPECT_EQ(loads.calls(), 2) << "the first was not remembered";
     }
 }

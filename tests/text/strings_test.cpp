@@ -1,12 +1,12 @@
+#include "general/errortext.h"
 #include "general/strings.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
-#include <cstdio>
-#include <cstring>
-#include <string>
-#include <vector>
+#include <map>
+#include <numeric>
 
 #include "base/host_names.h"
 
@@ -19,75 +19,68 @@ TEST(Strings, HashIsThePermutationsChain)
     // One-byte strings show the built-in table but its first entry; the sum knows each one's place.
     unsigned sum = 0;
     unsigned char next[256];
-    for (unsigned i = 1; i < 256; ++i) {
-        const char text[] = {static_cast<char>(i), '\0'};
-        sum += static_cast<unsigned>(strhash(text, nullptr)) * i * i;
-        next[i] = static_cast<unsigned char>(i + 1);
-    }
+    std::iota(next, std::end(next), 1);
+    for (unsigned i = 1; i < 256; ++i)
+        sum += static_cast<unsigned>(strhash(std::string(1, static_cast<char>(i)).c_str(), nullptr)) * i * i;
     EXPECT_EQ(sum, 698977027u);
     EXPECT_EQ(strhash("\xFE\x01", next), 0xFF); // 0xFF XOR 1 leads on from 0xFE
 }
 
 TEST(Strings, StripCutsInPlace)
 {
-    auto stripped = [](std::string text, int lead, int trail) {
-        return std::string(strstrip(text.data(), lead, trail));
-    };
-    EXPECT_EQ(stripped("  ab  ", 1, 0), "ab  ");
-    EXPECT_EQ(stripped("  ab  ", 0, 1), "  ab");
-    EXPECT_EQ(stripped("\t\n\v\f\r a b\xFF \r\f\v\n\t", 1, 1), "a b\xFF");
-    EXPECT_EQ(stripped(" \t ", 1, 1) + stripped(" \t ", 0, 1), "");
+    const struct {
+        std::string text;
+        int lead, trail;
+        const char *stripped;
+    } cases[] = {{"  ab  ", 1, 0, "ab  "},
+                 {"  ab  ", 0, 1, "  ab"},
+                 {" \t ", 1, 1, ""},
+                 {" \t ", 0, 1, ""},
+                 {"\t\n\v\f\r a b\xFF \r\f\v\n\t", 1, 1, "a b\xFF"}};
+    for (auto c : cases)
+        EXPECT_STREQ(strstrip(c.text.data(), c.lead, c.trail), c.stripped);
     EXPECT_EQ(strstrip(nullptr, 1, 1), nullptr);
 }
 
 /// All tokens, each followed by a bar, and a bang where the position became null with the last one.
-std::string tokens(const std::string &text, const char *delims)
+std::string tokens(std::string text, const char *delims)
 {
-    std::string buffer = text;
     std::string result;
     char *save = nullptr;
-    for (char *token = strtoknst(buffer.data(), delims, &save); token != nullptr;
-         token = strtoknst(nullptr, delims, &save))
+    for (char *token = text.data(); (token = strtoknst(token, delims, &save)) != nullptr; token = nullptr)
         result += token + std::string(save == nullptr ? "!" : "|");
     return result;
 }
 
 TEST(Strings, TokenizerKnowsTheLastToken)
 {
-    EXPECT_EQ(tokens("a,,b", ","), "a|b!");
-    EXPECT_EQ(tokens(",; a,\xFF;bc ;,", ",; "), "a|\xFF|bc!");
-    EXPECT_EQ(tokens("a\xFFy", "\xFF"), "a|y!");
-    EXPECT_EQ(tokens("a,b", ""), "a,b!");
-    EXPECT_EQ(tokens("", ","), "");
-
-    char commas[] = ",,,";
-    char *save = nullptr;
+    EXPECT_EQ(tokens("a,,b", ",") + tokens(",; a,\xFF;bc ;,", ",; ") + tokens("a\xFFy", "\xFF"), "a|b!a|\xFF|bc!a|y!");
+    EXPECT_EQ(tokens("a,b", "") + tokens("", ","), "a,b!");
+    char commas[] = ",,,", *save = nullptr;
+    EXPECT_EQ(strtoknst(nullptr, ",", &save), nullptr);
     EXPECT_EQ(strtoknst(commas, ",", &save), nullptr);
     EXPECT_EQ(save, commas) << "the position stays where the search began";
     EXPECT_TRUE(strtoknst(commas, nullptr, &save) == nullptr && strtoknst(commas, ",", nullptr) == nullptr);
-    save = nullptr;
-    EXPECT_EQ(strtoknst(nullptr, ",", &save), nullptr);
 }
 
 TEST(Strings, ControlCharactersBecomeVisible)
 {
-    const std::string names[32] = {"", "<SOH>", "<STX>", "<ETX>",  "<EOT>", "<ENQ>", "<ACK>", "<BEL>",
-                                   "", "\t",    "<LF>",  "",       "",      "<CR>",  "",      "",
-                                   "", "<XON>", "<DC2>", "<XOFF>", "<DC4>", "<NAK>", "<SYN>"};
-    char visible[64];
+    const std::map<int, const char *> named = {{1, "<SOH>"},   {2, "<STX>"},  {3, "<ETX>"},  {4, "<EOT>"},
+                                               {5, "<ENQ>"},   {6, "<ACK>"},  {7, "<BEL>"},  {9, "\t"},
+                                               {10, "<LF>"},   {13, "<CR>"},  {17, "<XON>"}, {18, "<DC2>"},
+                                               {19, "<XOFF>"}, {20, "<DC4>"}, {21, "<NAK>"}, {22, "<SYN>"}};
+    std::string source, expected;
     for (int value = 1; value < 256; ++value) {
-        const char source[] = {static_cast<char>(value), '\0'};
-        char expected[16];
-        std::snprintf(expected, sizeof expected, "<0x%X>", static_cast<signed char>(value));
-        bool isNamed = value < 32 && !names[value].empty();
-        EXPECT_EQ(strcntrl(visible, source), 1);
-        EXPECT_EQ(visible, isNamed ? names[value] : value >= 32 && value < 127 ? source : expected);
+        char text[16] = {static_cast<char>(value)};
+        source += text;
+        if (value < 32 || value >= 127)
+            std::snprintf(text, sizeof text, "<0x%X>", static_cast<signed char>(value));
+        expected += named.count(value) != 0 ? named.at(value) : text;
     }
-    EXPECT_EQ(strcntrl(visible, "\tx\x01"), 1);
-    EXPECT_STREQ(visible, "\tx<SOH>");
-    EXPECT_EQ(strcntrl(visible, nullptr), 0);
-    EXPECT_STREQ(visible, "");
-    EXPECT_EQ(strcntrl(nullptr, "a"), 0);
+    char visible[3000];
+    EXPECT_EQ(strcntrl(visible, source.c_str()), 1);
+    EXPECT_EQ(visible, expected);
+    EXPECT_TRUE(strcntrl(visible, nullptr) == 0 && *visible == 0 && strcntrl(nullptr, "a") == 0);
 }
 
 TEST(Strings, AbbreviationsAreProperPrefixes)
@@ -105,8 +98,7 @@ TEST(Strings, IndexFindsTheTerminatorToo)
     EXPECT_TRUE(index(text, 'a') == text && rindex(text, 'a') == text + 3);
     EXPECT_TRUE(index(text, 0xFF) == text + 1 && rindex(text, -1) == text + 1); // converted to char
     EXPECT_TRUE(index(text, 0) == text + 4 && rindex(text, 0x100) == text + 4);
-    EXPECT_TRUE(index(text, 'x') == nullptr && rindex(text, 'x') == nullptr);
-    EXPECT_TRUE(index(nullptr, 0) == nullptr && rindex(nullptr, 0) == nullptr);
+    EXPECT_TRUE(!index(text, 'x') && !rindex(text, 'x') && !index(nullptr, 0) && !rindex(nullptr, 0));
 }
 
 TEST(Strings, PrintersReturnDifferentThings)
@@ -115,24 +107,38 @@ TEST(Strings, PrintersReturnDifferentThings)
     testing::internal::CaptureStdout();
     EXPECT_TRUE(eprintf("%s %d", "abc", 42) == 6 && eprintf(nullptr) == 0);
     EXPECT_TRUE(uprintf("%s %d", "xyz", 42) == 0 && uprintf(nullptr) == 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "xyz 42");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "abc 42");
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "xyz 42abc 42");
 }
 
+// In quadratic time each of these would take longer than the test may.
 TEST(Strings, LongOnesAreNoProblem)
 {
-    constexpr size_t length = 10000000;
-    std::string text(length, ' ');
-    text[length / 2] = 'x';
-    std::vector<char> visible(length * 12 + 1);
-    EXPECT_EQ(rindex(text.c_str(), ' '), text.c_str() + length - 1);
-    EXPECT_EQ(strcntrl(visible.data(), text.c_str()), 1);
-    EXPECT_EQ(text, visible.data());
-    EXPECT_EQ(strcntrl(visible.data(), std::string(length, '\x80').c_str()), 1);
-    EXPECT_EQ(visible[length * 12 - 1], '>');
-    EXPECT_EQ(isabbrev((text + "y").c_str(), text.c_str(), 1), 1);
+    std::string text(10000000, ' '), visible(text.size() * 12 + 1, '?');
+    EXPECT_EQ(strcntrl(visible.data(), std::string(text.size(), '\x80').c_str()), 1);
+    EXPECT_EQ(visible[text.size() * 12 - 1], '>');
+    text[text.size() / 2] = 'x';
     EXPECT_EQ(tokens(text, " "), "x!");
     EXPECT_STREQ(strstrip(text.data(), 1, 1), "x");
+}
+
+TEST(SignalName, NamesFollowTheLengthAndNumbersDoNot)
+{
+    const struct {
+        int sig;
+        size_t length;
+        std::string written; // zero bytes as '.'
+    } cases[] = {
+        {2, 8, "SIGINT.."},  {4, 8, "SIGILL.."}, {8, 8, "SIGFPE.."},          {11, 9, "SIGSEGV.."}, {15, 8, "SIGTERM."},
+        {22, 8, "SIGABRT."}, {11, 3, "SIG"},     {11, 7, "SIGSEGV"},          {11, 0, ""},          {99, 16, "99."},
+        {6, 1, "6."},        {99, 0, ""},        {INT_MIN, 1, "-2147483648."}}; // 6 is SIGABRT elsewhere
+    for (const auto &c : cases) {
+        std::string buffer(16, '?');
+        EXPECT_EQ(signal_name(c.sig, buffer.data(), c.length), buffer.data());
+        std::replace(buffer.begin(), buffer.end(), '\0', '.');
+        EXPECT_EQ(buffer, c.written + std::string(16 - c.written.size(), '?')) << c.sig << " into " << c.length;
+    }
+    EXPECT_EQ(signal_name(2, nullptr, 16), nullptr);
+    EXPECT_STREQ(signal_code_name(11, 1), "unknown");
 }
 
 } // namespace
