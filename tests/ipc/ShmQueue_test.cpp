@@ -375,11 +375,16 @@ TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
         Link link(true);
         ASSERT_NE(link.library, nullptr);
         link.choose(watcher == acknowledged || watcher == watching ? 2 : 32); // with write, the event is set already
-        if (watcher >= watching)
-            link.raw->announce(watcher == failed ? 0xFFFFFFF0 : GetCurrentProcessId());
+        if (watcher == watching || watcher == ended)
+            link.raw->announce(GetCurrentProcessId());
         if (watcher == failed) { // no such process: the mutex is left abandoned, and whoever sleeps is woken
-            uint32_t flags = 1, ready = 0;
-            EXPECT_EQ(ShmQueueSelect(link.library, &flags, patience, &ready), SHMQUEUE_BAD_HANDLE);
+            std::thread connector([&] {
+                while (link.ours(waitMask) == 0)
+                    Sleep(1);
+                link.raw->announce(0xFFFFFFF0);
+            });
+            EXPECT_EQ(sleepUntilReadable(link.library), SHMQUEUE_BAD_HANDLE);
+            connector.join();
             EXPECT_TRUE(isSet(ShmQueueGetEvent(link.library)));
             auto letPeerTakeMutex = [&](bool andDie) {
                 std::thread([&] {
