@@ -10,19 +10,22 @@
 #include <ctime>
 #include <fstream>
 #include <io.h>
-#include <latch>
-#include <string>
 #include <thread>
-#include <vector>
-#include <windows.h>
 
 #include <shlwapi.h>
 
 namespace {
 
-using test_support::FreshLibrary;
-using test_support::ImportHook;
+using namespace test_support;
 using testing::ElementsAre;
+using Texts = std::vector<std::string>;
+
+const std::string zero(1, '\0');
+Texts noted; ///< what was asked of the system
+BOOL note(const std::string &text)
+{
+    return noted.push_back(text), TRUE;
+}
 
 /// A registry of the test's own in place of the machine's, and a library that has logged nothing yet.
 struct Log : testing::Test {
@@ -32,6 +35,7 @@ struct Log : testing::Test {
         RegCreateKeyA(HKEY_CURRENT_USER, place.c_str(), &own);
         RegOverridePredefKey(HKEY_LOCAL_MACHINE, own);
         RegCloseKey(own);
+        noted.clear();
     }
     ~Log() override
     {
@@ -42,30 +46,16 @@ struct Log : testing::Test {
     {
         SHSetValueA(HKEY_LOCAL_MACHINE, key.c_str(), value, REG_SZ, text.data(), static_cast<DWORD>(text.size()));
     }
-    /// A value's type in one digit, then its bytes.
-    static std::string get(const std::string &key, const char *value)
-    {
-        BYTE data[1000];
-        DWORD type = 0, size = sizeof data;
-        HKEY opened = nullptr;
-        RegOpenKeyA(HKEY_LOCAL_MACHINE, key.c_str(), &opened);
-        RegQueryValueExA(opened, value, nullptr, &type, data, &size);
-        RegCloseKey(opened);
-        return std::to_string(type) + std::string(data, data + size);
-    }
-
     const std::string place = "Software\\general_tests_" + std::to_string(GetCurrentProcessId());
     FreshLibrary library;
     decltype(LogName) *logName = library.function<decltype(LogName)>("LogName");
     decltype(LogMessage) *logMessage = library.function<decltype(LogMessage)>("LogMessage");
+    decltype(LogPrintf) *logPrintf = library.function<decltype(LogPrintf)>("LogPrintf");
 };
 
 /// The system's event log, which writes down what it is asked for.
 struct EventLog : Log {
-    static inline std::vector<std::string> asked;
     static inline HANDLE const handle = reinterpret_cast<HANDLE>(0x1234);
-    static void note(const std::string &text) { asked.push_back(text); }
-
     static LSTATUS WINAPI create(HKEY root, LPCSTR path, DWORD a, LPSTR b, DWORD c, REGSAM d, SECURITY_ATTRIBUTES *e,
                                  HKEY *key, DWORD *f)
     {
@@ -74,26 +64,22 @@ struct EventLog : Log {
     }
     static HANDLE WINAPI open(LPCSTR server, LPCSTR name)
     {
-        note((server == nullptr ? "register " : "register elsewhere ") + std::string(name));
-        return handle;
+        return note((server == nullptr ? "register " : "elsewhere ") + std::string(name)), handle;
     }
-    static BOOL WINAPI close(HANDLE source) { return note(source == handle ? "deregister" : "wrong handle"), TRUE; }
+    static BOOL WINAPI close(HANDLE source) { return note(source == handle ? "deregister" : "wrong handle"); }
     static BOOL WINAPI report(HANDLE source, WORD type, WORD category, DWORD id, PSID user, WORD count, DWORD size,
                               LPCSTR *strings, LPVOID)
     {
         EXPECT_TRUE(source == handle && type == 4 && category == 0 && user == nullptr && count == 2 && size == 0);
-        note(std::to_string(id) + " <" + strings[0] + "> <" + strings[1] + ">");
-        return TRUE;
+        return note(std::to_string(id) + " <" + strings[0] + "> <" + strings[1] + ">");
     }
-    EventLog() { asked.clear(); }
     ImportHook hooks[4] = {{"RegCreateKeyExA", create, library.module()},
                            {"RegisterEventSourceA", open, library.module()},
                            {"DeregisterEventSource", close, library.module()},
                            {"ReportEventA", report, library.module()}};
-    decltype(LogPrintf) *logPrintf = library.function<decltype(LogPrintf)>("LogPrintf");
 };
 
-TEST_F(EventLog, ReportsUnderTheSource)
+TEST_F(EventLog, ReportsTextOfAnyLengthUnderTheSource)
 {
     logMessage(nullptr, nullptr);
     logName("other");
@@ -101,43 +87,41 @@ TEST_F(EventLog, ReportsUnderTheSource)
     logPrintf("me", "%d of %s", 1, "two");
     logPrintf("me", nullptr);
     const std::string key = R"(key SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\)";
-    EXPECT_THAT(asked, ElementsAre(key + "QVS", "register QVS", "1 <> <>", "deregister", key + "other",
+    EXPECT_THAT(noted, ElementsAre(key + "QVS", "register QVS", "1 <> <>", "deregister", key + "other",
                                    "register other", "2 <who> <what>", "3 <me> <1 of two>", "4 <me> <>"));
+    for (size_t length : {511U, 512U, 1023U, 1024U, 100000U}) {
+        const std::string text(length, 'x');
+        logPrintf("me", "%s", text.c_str());
+        EXPECT_THAT(noted.back(), testing::EndsWith(" <me> <" + text + ">"));
+    }
+    ImportHook exhausted(
+        "malloc", +[](size_t) -> void * { return nullptr; }, library.module());
+    logPrintf("me", "%s", std::string(5000, 'x').c_str());
+    EXPECT_EQ(noted.back(), "10 <me> <" + std::string(1023, 'x') + ">");
 }
 
 TEST_F(EventLog, DescribesTheSource)
 {
-    const std::string sources = R"(SYSTEM\CurrentControlSet\Services\EventLog\Application\)", zero(1, '\0');
-    const std::vector<std::pair<std::string, std::string>> before = {
-        {"kept", "x.dll"}, {"long", std::string(300, 'x')}, {"empty", zero}};
-    for (const auto &[name, file] : before)
-        set(sources + name, "EventMessageFile", file);
-    for (const char *name : {"new", "kept", "long", "empty"}) {
-        logName(name);
-        EXPECT_EQ(get(sources + name, "TypesSupported"), std::string("4\4\0\0\0", 5));
+    const std::string sources = R"(SYSTEM\CurrentControlSet\Services\EventLog\Application\)", longFile(300, 'x');
+    set(sources + "kept", "EventMessageFile", "x.dll");
+    set(sources + "long", "EventMessageFile", longFile);
+    set(sources + "empty", "EventMessageFile", zero);
+    Texts values; // each one's type in one digit, then its bytes
+    for (const std::string name : {"new", "kept", "long", "empty"}) {
+        logName(name.c_str());
+        for (const char *value : {"TypesSupported", "EventMessageFile"}) {
+            char data[1000];
+            DWORD type = 0, size = sizeof data;
+            HKEY key = nullptr;
+            RegOpenKeyA(HKEY_LOCAL_MACHINE, (sources + name).c_str(), &key);
+            RegQueryValueExA(key, value, nullptr, &type, reinterpret_cast<BYTE *>(data), &size);
+            RegCloseKey(key);
+            values.push_back(std::to_string(type) + std::string(data, size));
+        }
     }
-    auto file = [&](const char *name) { return get(sources + name, "EventMessageFile"); };
-    EXPECT_THAT((std::vector{file("new"), file("empty"), file("kept"), file("long")}),
-                ElementsAre("2new.message.dll" + zero, "2empty.message.dll" + zero, "1x.dll" + zero,
-                            "1" + std::string(300, 'x') + zero));
-}
-
-void *noMemory(size_t)
-{
-    return nullptr;
-}
-
-TEST_F(EventLog, TakesTextOfAnyLength)
-{
-    logName("n");
-    for (size_t length : {511U, 512U, 1023U, 1024U, 100000U}) {
-        const std::string text(length, 'x');
-        logPrintf("me", "%s", text.c_str());
-        EXPECT_NE(asked.back().find(" <me> <" + text + ">"), std::string::npos) << length;
-    }
-    ImportHook exhausted("malloc", noMemory, library.module());
-    logPrintf("me", "%s", std::string(5000, 'x').c_str());
-    EXPECT_EQ(asked.back(), "6 <me> <" + std::string(1023, 'x') + ">");
+    const std::string types("4\4\0\0\0", 5);
+    EXPECT_THAT(values, ElementsAre(types, "2new.message.dll" + zero, types, "1x.dll" + zero, types,
+                                    "1" + longFile + zero, types, "2empty.message.dll" + zero));
 }
 
 /// Windows 95, with a file that the registry names.
@@ -154,48 +138,54 @@ struct FileLog : Log {
         std::remove(path.c_str());
     }
     /// The file's lines from a column on.
-    std::vector<std::string> lines(size_t from = 15) const
+    Texts lines(size_t from = 15) const
     {
         std::ifstream file(path, std::ios::binary);
-        std::vector<std::string> found;
+        Texts found;
         for (std::string line; std::getline(file, line);)
             found.push_back(line.substr(std::min(from, line.size())));
         return found;
     }
+    /// Month, day and time of this moment, as the runtime writes them.
+    static std::string now()
+    {
+        std::time_t time = std::time(nullptr);
+        return std::string(std::ctime(&time)).substr(4, 15);
+    }
 };
-
-/// Month, day and time of this moment, as the runtime writes them.
-std::string timeText()
-{
-    std::time_t now = std::time(nullptr);
-    return std::string(std::ctime(&now)).substr(4, 15);
-}
 
 TEST_F(FileLog, WritesALineToTheByte)
 {
-    const std::string name(40, 'n'), logged = name.substr(0, 31), start = timeText();
+    const std::string name(40, 'n'), logged = " " + name.substr(0, 31), start = now();
     logName(name.c_str());
     // 31 of the name, 8 of the format, 3 of the party and 15 of the time: with 71 more it is 128.
     for (size_t length : {0U, 70U, 71U, 72U, 5000U}) {
-        const std::string text(length, 'x'), before = timeText();
+        const std::string text(length, 'x'), before = now();
         logMessage("who", text.c_str());
-        const std::string rest = " " + logged + ": who: <" + text + ">\r";
-        EXPECT_THAT(lines(0).back(), testing::AnyOf(start + rest, before + rest, timeText() + rest)); // flushed
+        const std::string rest = logged + ": who: <" + text + ">\r";
+        EXPECT_THAT(lines(0).back(), testing::AnyOf(start + rest, before + rest, now() + rest)); // flushed
     }
     std::ofstream(path, std::ios::app) << "another's line\n";
     logMessage(nullptr, "last");
-    EXPECT_EQ(lines(0)[5], "another's line\r");
-    EXPECT_EQ(lines()[6], " " + logged + ": : <last>\r");
+    EXPECT_EQ(lines(0)[5] + lines()[6], "another's line\r" + logged + ": : <last>\r");
+
+    const general::LogBackend &file = general::fileLogBackend; // a second one, by its own interface
+    file.write(0, "%s%s", "nothing", "is open");
+    file.open("n");
+    file.write(0, nullptr, "a", "b");
+    file.write(0, "%s|%s", "a", nullptr);
+    file.write(0, "%200s|%s", "a", "b"); // more than its parts promise
+    file.close();
+    const Texts all = lines();
+    EXPECT_THAT(Texts(all.begin() + 7, all.end()),
+                ElementsAre(" n:\r", " n: a|\r", " n: " + std::string(199, ' ') + "a|b\r"));
 }
 
-std::string opened; // path, mode, and the creation mask at that time
-
-FILE *recordOpen(const char *path, const char *mode)
+FILE *noteOpening(const char *path, const char *mode)
 {
     const int mask = _umask(0);
     _umask(mask);
-    opened = std::string(path) + " " + mode + " " + std::to_string(mask);
-    return nullptr;
+    return note(std::string(path) + " " + mode + " " + std::to_string(mask)), nullptr;
 }
 
 TEST_F(FileLog, OpensWhatTheRegistryNames)
@@ -203,19 +193,17 @@ TEST_F(FileLog, OpensWhatTheRegistryNames)
     logMessage("a", "1");
     const int ownMask = _S_IWRITE, previousMask = _umask(ownMask);
     {
-        ImportHook hook("fopen", recordOpen, library.module());
-        const std::string defaultFile = "c:\\tmp\\local7.info", longest(255, 'x'), tooLong(300, 'x'), zero(1, '\0');
-        const std::vector<std::pair<std::string, std::string>> cases = {
-            {"d:\\x", "d:\\x"}, {longest, longest}, {"", defaultFile}, {zero, defaultFile}, {tooLong, defaultFile}};
-        for (const auto &[text, file] : cases) {
+        ImportHook hook("fopen", noteOpening, library.module());
+        const std::string longest(255, 'x');
+        for (const std::string &text : {std::string("d:\\x"), longest, std::string(), zero, std::string(300, 'x')}) {
             set(key, value, text);
             logName("n");
             logMessage("a", "dropped");
-            EXPECT_EQ(opened, file + " a 0");
         }
         SHDeleteKeyA(HKEY_LOCAL_MACHINE, key);
         logName("n");
-        EXPECT_EQ(opened, defaultFile + " a 0");
+        const std::string byDefault = "c:\\tmp\\local7.info a 0";
+        EXPECT_THAT(noted, ElementsAre("d:\\x a 0", longest + " a 0", byDefault, byDefault, byDefault, byDefault));
     }
     EXPECT_EQ(_umask(previousMask), ownMask);
     EXPECT_TRUE(DeleteFileA(path.c_str())) << "the first file is still open";
@@ -227,39 +215,24 @@ TEST_F(FileLog, OpensWhatTheRegistryNames)
 
 TEST_F(FileLog, LinesOfThreadsStayWhole)
 {
-    constexpr size_t threads = 4, rounds = 300;
     logName("n");
-    auto text = [](size_t thread, size_t round) {
-        return std::string(round % 3 == 0 ? 9000 : 30 + round % 200, static_cast<char>('a' + thread));
-    };
-    std::latch together(threads);
-    std::vector<std::thread> running;
-    std::vector<std::string> expected;
-    for (size_t thread = 0; thread < threads; ++thread) {
-        for (size_t round = 0; round < rounds; ++round)
-            expected.push_back(" n: t: <" + text(thread, round) + ">\r");
-        running.emplace_back([&, thread] {
-            together.arrive_and_wait();
-            for (size_t round = 0; round < rounds; ++round)
-                logMessage("t", text(thread, round).c_str());
+    std::vector<std::thread> threads;
+    Texts expected;
+    for (char letter : {'a', 'b', 'c', 'd'}) {
+        Texts texts;
+        for (size_t round = 0; round < 300; ++round) {
+            texts.emplace_back(round % 3 == 0 ? 9000 : 30 + round % 200, letter);
+            expected.push_back(" n: t: <" + texts.back() + ">\r");
+        }
+        threads.emplace_back([=, this] {
+            for (const std::string &text : texts)
+                logMessage("t", text.c_str());
         });
     }
-    for (std::thread &thread : running)
+    for (std::thread &thread : threads)
         thread.join();
-    const std::vector<std::string> found = lines();
+    const Texts found = lines();
     EXPECT_TRUE(std::is_permutation(found.begin(), found.end(), expected.begin(), expected.end()));
-}
-
-TEST_F(FileLog, DegenerateForms)
-{
-    const general::LogBackend &file = general::fileLogBackend;
-    file.write(0, "%s%s", "nothing", "is open");
-    file.open("n");
-    file.write(0, nullptr, "a", "b");
-    file.write(0, "%s|%s", "a", nullptr);
-    file.write(0, "%200s|%s", "a", "b"); // more than its parts promise
-    file.close();
-    EXPECT_THAT(lines(), ElementsAre(" n:\r", " n: a|\r", " n: " + std::string(199, ' ') + "a|b\r"));
 }
 
 } // namespace

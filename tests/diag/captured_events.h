@@ -5,10 +5,7 @@
 
 #include "tests/support/import_hook.h"
 
-#include <string>
-#include <utility>
 #include <vector>
-#include <windows.h>
 
 class CapturedEvents {
 public:
@@ -19,8 +16,7 @@ public:
 private:
     static BOOL WINAPI capture(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCSTR *strings, LPVOID)
     {
-        texts_.push_back(std::string(strings[0]) + ": " + strings[1]);
-        return TRUE;
+        return texts_.push_back(std::string(strings[0]) + ": " + strings[1]), TRUE;
     }
     static inline std::vector<std::string> texts_;
     test_support::ImportHook hook_;

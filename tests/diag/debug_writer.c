@@ -6,17 +6,15 @@
 
 #include "general/debug_output.h"
 
-#include <string.h>
-
 #include <windows.h>
 
 int main(int argc, char **argv)
 {
-    static char longText[5001], screen[240];
+    char screen[240] = "";
     const char mode = argc > 1 ? argv[1][0] : 'r';
-    HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
-    HANDLE console =
-        mode != 'c' ? NULL : CreateFileA("CONOUT$", GENERIC_READ | GENERIC_WRITE, 3, NULL, OPEN_EXISTING, 0, NULL);
+    HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE), console = NULL;
+    if (mode == 'c')
+        console = CreateFileA("CONOUT$", GENERIC_READ | GENERIC_WRITE, 3, NULL, OPEN_EXISTING, 0, NULL);
     if (mode != 'r')
         SetStdHandle(STD_ERROR_HANDLE, console);
     qvs_debug("q", "%d and %s\n", 1, "two");
@@ -24,12 +22,12 @@ int main(int argc, char **argv)
         SetStdHandle(STD_ERROR_HANDLE, output);
     qvs_debug_log("q", "%d", 3);
     qvs_assert("p != 0", "queue", 42);
-    if (console != NULL) {
-        DWORD length = 0;
-        ReadConsoleOutputCharacterA(console, screen, sizeof screen, (COORD){0, 0}, &length);
+    DWORD length = 0;
+    if (ReadConsoleOutputCharacterA(console, screen, sizeof screen, (COORD){0, 0}, &length))
         WriteFile(output, screen, length, &length, NULL);
-    }
-    memset(longText, 'x', sizeof longText - 1);
+    char longText[5001] = "";
+    for (int i = 0; i < 5000; ++i)
+        longText[i] = 'x';
     qvs_debug("q", "%s\n", longText);
     qvs_debug_log("q", "%s", longText);
     qvs_debug(NULL, NULL);

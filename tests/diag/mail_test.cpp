@@ -7,77 +7,32 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <sstream>
-#include <string>
-#include <vector>
-#include <windows.h>
 
 namespace {
 
-using test_support::FailingImport;
-using test_support::HeapWatch;
-using test_support::ImportHook;
+using namespace test_support;
 using testing::ElementsAre;
-
-/// Wine prefers its own mail library to any other, unless told otherwise before the program starts.
-const bool standinsPreferred = [] {
-    HKEY key;
-    DWORD disposition = 0;
-    RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\Wine\\AppDefaults\\mail_tests.exe\\DllOverrides", 0, nullptr, 0,
-                    KEY_ALL_ACCESS, nullptr, &key, &disposition);
-    RegSetValueExA(key, "mapi32", 0, REG_SZ, reinterpret_cast<const BYTE *>("native"), sizeof "native");
-    RegCloseKey(key);
-    if (disposition == REG_CREATED_NEW_KEY) {
-        STARTUPINFOA startup = {};
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION again;
-        DWORD status = 1;
-        CreateProcessA(nullptr, GetCommandLineA(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &again);
-        WaitForSingleObject(again.hProcess, INFINITE);
-        GetExitCodeProcess(again.hProcess, &status);
-        ExitProcess(status);
-    }
-    return true;
-}();
 
 std::string startedLine; ///< what CreateProcessA was handed
 
-BOOL WINAPI refuseProcess(LPCSTR, LPSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL inherit, DWORD flags,
-                          LPVOID, LPCSTR, LPSTARTUPINFOA startup, LPPROCESS_INFORMATION)
-{
-    startedLine = line;
-    EXPECT_TRUE(inherit && flags == (CREATE_NEW_CONSOLE | CREATE_DEFAULT_ERROR_MODE));
-    EXPECT_TRUE((startup->dwFlags & STARTF_USESHOWWINDOW) != 0 && startup->wShowWindow == SW_HIDE);
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    return FALSE;
-}
-
 /// A folder of its own for temporary files, and stand-ins in front of what they stand for.
-class Mail : public testing::Test {
-protected:
-    void SetUp() override
+struct Mail : testing::Test {
+    Mail()
     {
-        char program[MAX_PATH];
-        GetModuleFileNameA(nullptr, program, sizeof program);
-        const std::string home(program, std::strrchr(program, '\\'));
-        folder_ = home + "\\mail tests " + std::to_string(GetTickCount()); // also after a failed run
-        CreateDirectoryA(folder_.c_str(), nullptr);
         SetDllDirectoryA((home + "\\standins").c_str());
         _putenv_s("PATH", (home + "\\standins;" + std::getenv("PATH")).c_str());
-        _putenv_s("QVSMAIL_RECORD", (folder_ + ".record").c_str());
-        _putenv_s("TMP", folder_.c_str());
+        _putenv_s("QVSMAIL_RECORD", record.c_str());
+        _putenv_s("TMP", folder.c_str());
+        CreateDirectoryA(folder.c_str(), nullptr);
     }
-    void TearDown() override
+    ~Mail() override
     {
-        std::remove((folder_ + ".record").c_str());
-        EXPECT_TRUE(RemoveDirectoryA(folder_.c_str())) << "temporary files are left";
+        std::remove(record.c_str());
+        EXPECT_TRUE(RemoveDirectoryA(folder.c_str())) << "temporary files are left";
     }
-
     /// What was logged while a message was composed by default or otherwise, and closed.
     std::vector<std::string> closed(
         int viaCommand, const std::function<void()> &compose = [] {})
@@ -85,21 +40,27 @@ protected:
         QVSMailTo("a@x,b@y,c@z");
         QVSMailPrint("body %d", 1);
         compose();
-        result_ = QVSMailClose(viaCommand);
+        result = QVSMailClose(viaCommand);
         return CapturedEvents::take();
     }
     std::string recorded() const
     {
-        std::ostringstream text;
-        text << std::ifstream(folder_ + ".record", std::ios::binary).rdbuf();
-        return text.str();
+        std::ifstream file(record, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
     static auto logs(const std::string &text) { return ElementsAre("QVSMail: " + text); }
     static auto logs(const char *before, DWORD error) { return logs(std::string(before) + GetErrorText(error) + ">"); }
 
-    std::string folder_;
-    CapturedEvents events_;
-    int result_ = -1;
+    static std::string programFolder()
+    {
+        char program[MAX_PATH];
+        GetModuleFileNameA(nullptr, program, sizeof program);
+        return {program, std::strrchr(program, '\\')};
+    }
+    const std::string home = programFolder(), folder = home + "\\mail tests " + std::to_string(GetTickCount()),
+                      record = folder + ".record";
+    CapturedEvents events;
+    int result = -1;
 };
 
 TEST_F(Mail, WithoutABodyNothingIsSentAndNothingKept)
@@ -113,30 +74,35 @@ TEST_F(Mail, WithoutABodyNothingIsSentAndNothingKept)
     EXPECT_EQ(QVSMailPrint(nullptr) + QVSMailAttachment(nullptr), 0);
     EXPECT_EQ(QVSMailPrint("%s", ""), 1);
     EXPECT_EQ(QVSMailClose(0), 0) << "the recipients are gone";
-    EXPECT_THAT(events_.take(), logs("QVSMailClose: there are no recipients"));
+    EXPECT_THAT(events.take(), logs("QVSMailClose: there are no recipients"));
 }
 
 TEST_F(Mail, CommandLineCannotBeBrokenOutOf)
 {
-    ImportHook hook("CreateProcessA", refuseProcess);
-    const std::string longText(3000, 'x');
+    auto refuse = winapi([](LPCSTR, LPSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL inherit, DWORD flags,
+                            LPVOID, LPCSTR, LPSTARTUPINFOA startup, LPPROCESS_INFORMATION) -> BOOL {
+        startedLine = line;
+        EXPECT_TRUE(inherit && flags == (CREATE_NEW_CONSOLE | CREATE_DEFAULT_ERROR_MODE));
+        EXPECT_TRUE((startup->dwFlags & STARTF_USESHOWWINDOW) != 0 && startup->wShowWindow == SW_HIDE);
+        return SetLastError(ERROR_FILE_NOT_FOUND), FALSE;
+    });
+    ImportHook hook("CreateProcessA", refuse);
+    const std::string any = "95% full: 3 > 2 & 'so' | (on) ^ \\ !", longText(3000, 'x');
     const struct {
         std::string to, subject, quoted;
-    } cases[] = {
-        {"a@x", "95% full: 3 > 2 & 'so' | (on) ^ \\ !", "95% full: 3 > 2 & 'so' | (on) ^ \\ !"},
-        {"a+b@x,o'c@y", "say \"hi\"\r\n& del \t x", "say 'hi'  & del   x"},
-        {"a@x", "%PATH% 5%", " PATH  5 "},
-        {"a@x", "C:\\tmp\\", "C:\\tmp/"},
-        {longText, longText, longText},
-        {"a,b", "", "QVSMail (no subject)"},
-    };
+    } cases[] = {{"a@x", any, any},
+                 {"a+b@x,o'c@y", "say \"hi\"\r\n& del \t x", "say 'hi'  & del   x"},
+                 {"a@x", "%PATH% 5%", " PATH  5 "},
+                 {"a@x", "C:\\tmp\\", "C:\\tmp/"},
+                 {longText, longText, longText},
+                 {"a,b", "", "QVSMail (no subject)"}};
     for (const auto &c : cases) {
         auto compose = [&] {
             QVSMailTo(c.to.c_str());
             QVSMailSubject(c.subject.empty() ? nullptr : c.subject.c_str());
         };
         EXPECT_THAT(closed(1, compose), logs("CreateProcess for qvsmail failed with error <", ERROR_FILE_NOT_FOUND));
-        std::string expected = "cmd /c qvsmail -t " + c.to + " -s \"" + c.quoted + "\" -b \"" + folder_ + "\\QVS";
+        std::string expected = "cmd /c qvsmail -t " + c.to + " -s \"" + c.quoted + "\" -b \"" + folder + "\\QVS";
         EXPECT_EQ(startedLine.substr(0, expected.size()), expected);
         EXPECT_EQ(startedLine.find("\"\n", expected.size()), startedLine.size() - 2);
     }
@@ -144,14 +110,14 @@ TEST_F(Mail, CommandLineCannotBeBrokenOutOf)
     for (const char *to : {"a b", "a\n", "\"a", "%a", "a&b", "a|b", "<a", "a>b", "^a", "(a", "a)"})
         EXPECT_THAT(closed(1, [&] { QVSMailTo(to); }),
                     logs(std::string("qvsmail cannot be given the recipients <") + to + ">"));
-    std::string tooLong(8192 - std::strlen("cmd /c qvsmail -t a@x,b@y,c@z -s \"\" -b \"\"\n") - folder_.size(), 'x');
+    std::string tooLong(8192 - std::strlen("cmd /c qvsmail -t a@x,b@y,c@z -s \"\" -b \"\"\n") - folder.size(), 'x');
     EXPECT_THAT(closed(1, [&] { QVSMailSubject(tooLong.c_str()); }), testing::SizeIs(1));
     EXPECT_EQ(startedLine, "");
 }
 
 TEST_F(Mail, CommandGetsTheWholeMessage)
 {
-    std::string longText(20000, 'b'), everyByte(256, 0), subject(4000, 's'), file = folder_ + "\\part";
+    std::string longText(20000, 'b'), everyByte(256, 0), subject(4000, 's'), file = folder + "\\part";
     for (size_t i = 0; i < 256; ++i)
         everyByte[i] = static_cast<char>(i);
     std::ofstream(file, std::ios::binary) << everyByte;
@@ -159,12 +125,11 @@ TEST_F(Mail, CommandGetsTheWholeMessage)
         QVSMailSubject(subject.c_str());
         EXPECT_EQ(QVSMailPrint("%s", longText.c_str()) + QVSMailBody(file.c_str()), 2);
     };
-    std::vector<std::string> events = closed(1, compose);
-    for (int attempt = 1; attempt < 5 && result_ == 0; ++attempt) // a busy machine may need more than 5 s
-        events = closed(1, compose);
-    EXPECT_THAT(events, ElementsAre());
+    for (int attempt = 0; attempt < 5 && result != 1; ++attempt) // a busy machine may need more than 5 s
+        closed(1, compose);
+    EXPECT_EQ(result, 1);
     std::remove(file.c_str());
-    std::string seen = recorded(), expected = "-t\na@x,b@y,c@z\n-s\n" + subject + "\n-b\n" + folder_ + "\\QVS";
+    std::string seen = recorded(), expected = "-t\na@x,b@y,c@z\n-s\n" + subject + "\n-b\n" + folder + "\\QVS";
     EXPECT_EQ(seen.substr(0, expected.size()), expected);
     EXPECT_EQ(seen.substr(seen.find('\n', expected.size()) + 1), "body 1" + longText + everyByte);
 }
@@ -173,10 +138,10 @@ TEST_F(Mail, CommandThatTakesTooLongLosesTheMessage)
 {
     _putenv_s("QVSMAIL_SLEEP", "6000");
     EXPECT_THAT(closed(1), logs("WaitForSingleObject failed with error <", WAIT_TIMEOUT));
-    EXPECT_EQ(result_, 0);
+    EXPECT_EQ(result, 0);
     _putenv_s("QVSMAIL_SLEEP", "1");
-    FailingImport<DWORD WINAPI(HANDLE, DWORD)> wait("WaitForSingleObject", WAIT_FAILED, 1, ERROR_ACCESS_DENIED);
-    FailingImport<BOOL WINAPI(HANDLE)> close("CloseHandle", FALSE, 0);
+    FailingImport<decltype(WaitForSingleObject)> wait("WaitForSingleObject", WAIT_FAILED, 1, ERROR_ACCESS_DENIED);
+    FailingImport<decltype(CloseHandle)> close("CloseHandle", FALSE, 0);
     EXPECT_THAT(closed(1), logs("WaitForSingleObject failed with error <", ERROR_ACCESS_DENIED));
     EXPECT_EQ(close.calls(), 2);
     _putenv_s("QVSMAIL_SLEEP", "");
@@ -185,12 +150,10 @@ TEST_F(Mail, CommandThatTakesTooLongLosesTheMessage)
 TEST_F(Mail, SimpleMapi)
 {
     {
-        FailingImport<HMODULE WINAPI(LPCSTR)> missing("LoadLibraryA", nullptr, 1);
+        FailingImport<decltype(LoadLibraryA)> missing("LoadLibraryA", nullptr, 1);
         EXPECT_THAT(closed(0), logs("MAPI GetProcAddress failed"));
-    }
-    {
-        FailingImport<FARPROC WINAPI(HMODULE, LPCSTR)> missing("GetProcAddress", nullptr, 1);
-        FailingImport<BOOL WINAPI(HMODULE)> unload("FreeLibrary", FALSE, 0);
+        FoundFunctions lacking({{"MAPISendMail", nullptr}});
+        FailingImport<decltype(FreeLibrary)> unload("FreeLibrary", FALSE, 0);
         EXPECT_THAT(closed(0), logs("MAPI GetProcAddress failed"));
         EXPECT_EQ(unload.calls(), 1);
     }
@@ -198,10 +161,10 @@ TEST_F(Mail, SimpleMapi)
     EXPECT_THAT(closed(0), ElementsAre());
     EXPECT_EQ(SetErrorMode(errorMode), 0u);
     HMODULE library = GetModuleHandleA("MAPI32.DLL");
-    auto *record = reinterpret_cast<char *>(reinterpret_cast<void *>(GetProcAddress(library, "mapiRecord")));
+    auto *seen = reinterpret_cast<char *>(reinterpret_cast<void *>(GetProcAddress(library, "mapiRecord")));
     auto *answer = reinterpret_cast<ULONG *>(reinterpret_cast<void *>(GetProcAddress(library, "mapiAnswer")));
-    ASSERT_NE(record, nullptr) << "another mail library was found first";
-    EXPECT_STREQ(record, "0 0 1 0|0 0 0|1:a@x=a@x;1:b@y=b@y;1:c@z=c@z;|QVSMail (no subject)|body 1");
+    ASSERT_NE(seen, nullptr) << "another mail library was found first";
+    EXPECT_STREQ(seen, "0 0 1 0|0 0 0|1:a@x=a@x;1:b@y=b@y;1:c@z=c@z;|QVSMail (no subject)|body 1");
 
     std::string files, head = "0 0 1 0|0 0 0|1:one=one;1: \"two\" <2@x>= \"two\" <2@x>;1:=;1:=;";
     auto compose = [&] {
@@ -215,68 +178,45 @@ TEST_F(Mail, SimpleMapi)
     };
     *answer = 26;
     EXPECT_THAT(closed(0, compose), logs("MAPISendMail failed with code 26"));
-    EXPECT_EQ(record, head + files + "|%s & \"more\"\n|body 1");
+    EXPECT_EQ(seen, head + files + "|%s & \"more\"\n|body 1");
     *answer = 0;
 
     const char *const refused[] = {"message of 4", "recipient list of 72", "files of 24"};
-    std::strcpy(record, "nothing");
+    std::strcpy(seen, "nothing");
     for (int i = 0; i < 3; ++i) {
         constexpr int allocationsToCompose = 4; // recipients, attachment, queue and its storage
         HeapWatch watch(allocationsToCompose + i + 1);
         EXPECT_THAT(closed(0, [] { QVSMailAttachment("f"); }),
                     logs("malloc() for " + std::string(refused[i]) + " bytes failed"));
-        EXPECT_TRUE(watch.liveBlocks() == 0 && result_ == 0 && std::string(record) == "nothing");
+        EXPECT_TRUE(watch.liveBlocks() == 0 && result == 0 && std::string(seen) == "nothing");
     }
-}
-
-size_t shortRead(void *buffer, size_t size, size_t count, FILE *file)
-{
-    return fread(buffer, size, count - 1, file);
-}
-
-size_t shortWrite(const void *, size_t, size_t count, FILE *)
-{
-    return count - 1;
-}
-
-int refuseFile(FILE *)
-{
-    return -1;
-}
-
-int refuseStatus(int, void *)
-{
-    return -1;
-}
-
-FILE *refuseStream(int, const char *)
-{
-    return nullptr;
 }
 
 TEST_F(Mail, BodyFilesAreCopiedWholeOrReported)
 {
-    std::string file = folder_ + ".record";
+    const std::string file = record;
     std::ofstream(file) << "12345";
     auto body = [&](const char *path) {
         EXPECT_EQ(QVSMailBody(path), 0);
-        return events_.take();
+        return events.take();
     };
-    for (const std::string &path : {folder_, std::string("no such file"), std::string(), std::string(600, 'x')})
+    for (const std::string &path : {folder, std::string("no such file"), std::string(), std::string(600, 'x')})
         EXPECT_THAT(body(path.c_str()), logs("copy_body_from_file(): can't open file " + path));
     EXPECT_THAT(body(nullptr), logs("copy_body_from_file(): can't open file (null)"));
     auto fails = [&](const char *import, auto *replacement, const std::string &text) {
         ImportHook hook(import, replacement);
         EXPECT_THAT(body(file.c_str()), logs("copy_body_from_file(): " + text));
     };
-    fails("_fstati64", refuseStatus, "fstat() on file " + file + " failed");
-    fails("_fdopen", refuseStream, "QVSMailPrint failed");
+    auto shortRead = +[](void *buffer, size_t size, size_t n, FILE *f) { return fread(buffer, size, n - 1, f); };
+    auto shortWrite = +[](const void *, size_t, size_t count, FILE *) { return count - 1; };
+    fails(
+        "_fstati64", +[](int, void *) { return -1; }, "fstat() on file " + file + " failed");
+    fails(
+        "_fdopen", +[](int, const char *) -> FILE * { return nullptr; }, "QVSMailPrint failed");
     fails("fread", shortRead, "read/write of file " + file + " failed (4 bytes read)");
     fails("fwrite", shortWrite, "read/write of file " + file + " failed (5 bytes read)");
-    {
-        HeapWatch watch(1);
-        EXPECT_THAT(body(file.c_str()), logs("copy_body_from_file(): malloc() of 6 bytes failed"));
-    }
+    fails(
+        "malloc", +[](size_t) -> void * { return nullptr; }, "malloc() of 6 bytes failed");
     for (int64_t gigabytes : {3, 5}) {
         LARGE_INTEGER size;
         size.QuadPart = gigabytes << 30;
@@ -287,24 +227,25 @@ TEST_F(Mail, BodyFilesAreCopiedWholeOrReported)
         std::string bytes = std::to_string(size.QuadPart + 1);
         EXPECT_THAT(body(file.c_str()), logs("copy_body_from_file(): malloc() of " + bytes + " bytes failed"));
     }
-    ImportHook hook("fflush", refuseFile);
+    ImportHook hook(
+        "fflush", +[](FILE *) { return -1; });
     EXPECT_THAT(closed(1), logs("fflush() of message failed"));
 }
 
 TEST_F(Mail, ExhaustedMemoryLosesTheMessageOnly)
 {
-    test_support::failEachAllocation([&](const HeapWatch &watch) {
+    failEachAllocation([&](const HeapWatch &watch) {
         int succeeded = QVSMailTo("a@x") + QVSMailSubject("s") + QVSMailAttachment("f") + QVSMailPrint("x");
         succeeded += QVSMailClose(0);
         EXPECT_EQ(succeeded == 5, !watch.failed());
     });
-    events_.take();
+    events.take();
     HeapWatch watch(24); // 21 copies, the queue and its storage; then it grows
     int queued = 0;
     for (int i = 0; i < 21; ++i)
         queued += QVSMailAttachment("f");
     EXPECT_EQ(queued, 20);
-    EXPECT_THAT(events_.take(), logs("QVSMailAttachment: QueAdd failed with code 3"));
+    EXPECT_THAT(events.take(), logs("QVSMailAttachment: QueAdd failed with code 3"));
     EXPECT_EQ(QVSMailClose(0), 1);
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
