@@ -7,19 +7,6 @@
 
 namespace {
 
-/// The nodes in order; the backward links are checked against the forward ones on the way.
-std::vector<ListNode *> contents(const List *list)
-{
-    std::vector<ListNode *> nodes;
-    const ListNode *previous = &list->links;
-    for (ListNode *node = list->links.next; node != &list->links; previous = node, node = node->next) {
-        EXPECT_EQ(node->previous, previous);
-        nodes.push_back(node);
-    }
-    EXPECT_EQ(list->links.previous, previous);
-    return nodes;
-}
-
 TEST(List, LinksUnlinksAndRecyclesNewestFirstUnderRandomTraffic)
 {
     for (uint32_t size : {20u, 0u}) // never smaller than the links
@@ -27,9 +14,11 @@ TEST(List, LinksUnlinksAndRecyclesNewestFirstUnderRandomTraffic)
             std::mt19937 random(2);
             List *list = ListMake(size);
             EXPECT_EQ(list == nullptr, watch.justFailed());
+            if (list == nullptr)
+                return;
             std::vector<ListNode *> model;
             std::vector<ListNode *> spares;
-            for (int step = 0; step < steps && list != nullptr; ++step) {
+            for (int step = 0; step < steps; ++step) {
                 auto place = model.begin() + static_cast<ptrdiff_t>(random() % (model.size() + 1));
                 if (random() % 2 == 0) {
                     int blocks = watch.liveBlocks();
@@ -52,22 +41,16 @@ TEST(List, LinksUnlinksAndRecyclesNewestFirstUnderRandomTraffic)
                     spares.push_back(*place);
                     model.erase(place);
                 }
-                ASSERT_EQ(contents(list), model);
+                ListNode *node = &list->links;
+                for (size_t i = 0; i <= model.size(); ++i) {
+                    ListNode *next = i < model.size() ? model[i] : &list->links;
+                    ASSERT_TRUE(node->next == next && next->previous == node) << "step " << step;
+                    node = next;
+                }
             }
-            EXPECT_EQ(ListDestroy(list), list != nullptr);
-            EXPECT_TRUE(list == nullptr || watch.wordOfLastFreedBlock(4) == 0u) << "the magic stays";
+            EXPECT_EQ(ListDestroy(list), 1);
+            EXPECT_EQ(watch.wordOfLastFreedBlock(4), 0u) << "the magic stays";
         });
-}
-
-TEST(List, IgnoresWhatIsNotAList)
-{
-    ListNode node = {};
-    test_support::forEachForeign<List>([&](List *list) {
-        EXPECT_EQ(ListMakeNode(list), nullptr);
-        ListFreeNode(list, &node);
-        EXPECT_EQ(ListDestroy(list), 0);
-    });
-    EXPECT_EQ(node.next, nullptr);
 }
 
 } // namespace

@@ -1,14 +1,40 @@
+#include "containers/RedBlack_node.h"
+
 #include "general/redblack.h"
 
-#include "tests/containers/redblack_invariants.h"
 #include "tests/support/handles.h"
 
 #include <cstring>
 #include <map>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
+
+using test_support::expectEach;
+
+/// Checks the rules of a subtree and collects its leaves in order.
+/// @return the black nodes on the way to each of its leaves
+int checkSubtree(RbNode *node, RbNode *parent, std::vector<RbNode *> &leaves)
+{
+    EXPECT_EQ(node->parent, parent);
+    EXPECT_EQ(node->isRoot(), parent->isHead());
+    if (!node->isInternal()) {
+        EXPECT_TRUE(node->isLeaf() && !node->isRed());
+        leaves.push_back(node);
+        return 1;
+    }
+    auto [left, right] = node->child;
+    EXPECT_TRUE(left->side() == RB_LEFT && right->side() == RB_RIGHT);
+    // A red root is allowed, and so are its red children: black counts below it are what matters.
+    EXPECT_FALSE(node->isRed() && !node->isRoot() && (left->isRed() || right->isRed()));
+    int black = checkSubtree(left, node, leaves);
+    size_t middle = leaves.size();
+    EXPECT_EQ(checkSubtree(right, node, leaves), black) << "unequal black counts";
+    EXPECT_TRUE(node->leafLeft == leaves[middle - 1] && node->leafRight == leaves[middle]) << "wrong separator";
+    return black + (node->isRed() ? 0 : 1);
+}
 
 // One flavour of keys each: how a number becomes a key, the order, and the functions under test.
 
@@ -55,106 +81,98 @@ struct CallersKeys : IntegerKeys {
     static RbNode *exact(RbNode *tree, Key key) { return RbExactG(tree, asPointer(key), compare); }
 };
 
-template<typename Flavour>
-class RedBlackOf : public testing::Test {
-};
-using Flavours = testing::Types<IntegerKeys, StringKeys, CallersKeys>;
-TYPED_TEST_SUITE(RedBlackOf, Flavours);
-
 // Equal keys come in as well: any of them may be found, and a new one goes before it.
-TYPED_TEST(RedBlackOf, BehavesAsAMultimapUnderRandomInsertsAndDeletes)
+template<typename Keys>
+void drive(test_support::HeapWatch &watch, int steps)
 {
-    using Key = typename TypeParam::Key;
-    test_support::runTraffic(30, 4000, [](test_support::HeapWatch &watch, int steps) {
-        std::mt19937 random(7);
-        std::multimap<Key, RbNode *, bool (*)(Key, Key)> model(&TypeParam::precedes);
-        RbNode *tree = RbCreate();
-        EXPECT_EQ(tree == nullptr, watch.justFailed());
-        for (int step = 0; step < steps && tree != nullptr && !testing::Test::HasFailure(); ++step) {
-            SCOPED_TRACE(step);
-            Key key = TypeParam::key(static_cast<int>(random() % 600));
-            int32_t found = -1;
-            RbNode *position = TypeParam::find(tree, key, &found);
-            auto [place, behind] = model.equal_range(key);
-            EXPECT_EQ(found, place != behind);
-            while (place != behind && place->second != position)
-                ++place;
-            EXPECT_EQ(position, place == model.end() ? tree : place->second);
-            EXPECT_EQ(TypeParam::find(tree, key), position);
-            EXPECT_EQ(TypeParam::exact(tree, key), found != 0 ? position : nullptr);
-            bool filling = (step / 400) % 2 == 0;
-            int blocks = watch.liveBlocks();
-            if (found == 0 ? filling || random() % 4 == 0 : random() % 8 == 0) {
-                RbNode *leaf = RbInsert_b(position, TypeParam::asPointer(key), &model);
-                bool failed = watch.justFailed();
-                EXPECT_EQ(leaf == nullptr, failed);
-                EXPECT_EQ(watch.liveBlocks() - blocks, failed ? 0 : model.empty() ? 1 : 2);
-                if (leaf != nullptr) {
-                    EXPECT_TRUE(RbVal(leaf) == &model && TypeParam::of(leaf) == key);
-                    model.emplace_hint(place, key, leaf);
-                }
-            } else if (found != 0 && (!filling || random() % 4 == 0)) {
-                RbDeleteNode(position);
-                model.erase(place);
+    using Key = typename Keys::Key;
+    std::mt19937 random(7);
+    std::multimap<Key, RbNode *, bool (*)(Key, Key)> model(&Keys::precedes);
+    RbNode *tree = RbCreate();
+    EXPECT_EQ(tree == nullptr, watch.justFailed());
+    if (tree == nullptr)
+        return;
+    for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
+        SCOPED_TRACE(step);
+        Key key = Keys::key(static_cast<int>(random() % 600));
+        int32_t found = -1;
+        RbNode *position = Keys::find(tree, key, &found);
+        auto [place, behind] = model.equal_range(key);
+        EXPECT_EQ(found, place != behind);
+        while (place != behind && place->second != position)
+            ++place;
+        EXPECT_EQ(position, place == model.end() ? tree : place->second);
+        EXPECT_EQ(Keys::find(tree, key), position);
+        EXPECT_EQ(Keys::exact(tree, key), found != 0 ? position : nullptr);
+        bool filling = (step / 400) % 2 == 0;
+        int blocks = watch.liveBlocks();
+        if (found == 0 ? filling || random() % 4 == 0 : random() % 8 == 0) {
+            RbNode *leaf = RbInsert_a(&position, Keys::asPointer(key), &model);
+            bool failed = watch.justFailed();
+            EXPECT_EQ(leaf == nullptr, failed);
+            EXPECT_EQ(watch.liveBlocks() - blocks, failed ? 0 : model.empty() ? 1 : 2);
+            if (leaf != nullptr) {
+                EXPECT_TRUE(RbVal(leaf) == &model && Keys::of(leaf) == key);
+                model.emplace_hint(place, key, leaf);
             }
-            auto leaves = test_support::RedBlackInvariants::check(tree);
-            auto entry = model.begin();
-            ASSERT_EQ(leaves.size(), model.size());
-            for (size_t i = 0; i < leaves.size(); ++i, ++entry) {
-                EXPECT_EQ(leaves[i], entry->second);
-                EXPECT_EQ(RbPrev(leaves[i]), i == 0 ? nullptr : leaves[i - 1]);
-                EXPECT_EQ(RbNext(leaves[i]), i + 1 == leaves.size() ? nullptr : leaves[i + 1]);
-            }
-            EXPECT_EQ(RbFirst(tree), leaves.empty() ? nullptr : leaves.front());
-            EXPECT_EQ(RbLast(tree), leaves.empty() ? nullptr : leaves.back());
-            EXPECT_EQ(RbEmpty(tree), leaves.empty());
+        } else if (found != 0 && (!filling || random() % 4 == 0)) {
+            RbDeleteNode(position);
+            model.erase(place);
         }
-        if (tree != nullptr)
-            RbDestroy(tree);
-    });
+        std::vector<RbNode *> leaves;
+        if (RbEmpty(tree) == 0)
+            checkSubtree(tree->parent, tree, leaves);
+        ASSERT_EQ(leaves.size(), model.size());
+        auto entry = model.begin();
+        RbNode *previous = nullptr;
+        for (RbNode *leaf : leaves) {
+            EXPECT_EQ(leaf, entry++->second);
+            EXPECT_EQ(RbPrev(leaf), previous);
+            EXPECT_EQ(previous == nullptr ? RbFirst(tree) : RbNext(previous), leaf);
+            previous = leaf;
+        }
+        EXPECT_EQ(RbLast(tree), previous);
+        EXPECT_EQ(previous == nullptr ? RbFirst(tree) : RbNext(previous), nullptr);
+        EXPECT_EQ(tree->parent == tree, leaves.empty());
+    }
+    RbDestroy(tree);
+}
+TEST(RedBlack, BehavesAsAMultimapUnderRandomInsertsAndDeletes)
+{
+    for (auto *keys : {drive<IntegerKeys>, drive<StringKeys>, drive<CallersKeys>})
+        test_support::runTraffic(30, 4000, keys);
 }
 
 TEST(RedBlack, RefusesNodesOfTheWrongKind)
 {
     RbNode *tree = RbCreate();
-    RbNode *position = tree;
-    RbNode *single = RbInsert_a(&position, IntegerKeys::asPointer(1), nullptr);
-    EXPECT_EQ(single->flags, RB_ROOT); // black, a leaf, shown as a right child
-    EXPECT_EQ(RbNext(tree), single);   // given a head, the ends of the order
-    EXPECT_EQ(RbPrev(tree), single);
-    for (int32_t key : {2, 3})
+    for (int32_t key : {1, 2, 3})
         RbInsert_b(RbFindKeyI(tree, key), IntegerKeys::asPointer(key), nullptr);
+    RbNode *leaf = RbFirst(tree);
+    EXPECT_TRUE(RbNext(tree) == leaf && RbPrev(tree) == RbLast(tree)); // given a head, the ends of the order
     int32_t found = -1;
-    EXPECT_EQ(RbFindKeyI_n(single, 1, &found), nullptr);
+    for (RbNode *none : {RbFindKeyI_n(leaf, 1, &found), RbExactI(leaf, 1), RbFirst(leaf), RbLast(leaf)})
+        EXPECT_EQ(none, nullptr);
     EXPECT_EQ(found, 0);
-    EXPECT_EQ(RbExactI(single, 1), nullptr);
-    EXPECT_EQ(RbFirst(single), nullptr);
-    EXPECT_EQ(RbLast(single), nullptr);
-    RbDestroy(single);
+    RbDestroy(leaf);
     for (RbNode *notALeaf : {tree, tree->parent}) {
         RbDeleteNode(notALeaf);
-        EXPECT_EQ(RbNblack(notALeaf), 0);
-        EXPECT_EQ(RbPlength(notALeaf), 0);
+        expectEach(0, {RbNblack(notALeaf), RbPlength(notALeaf)});
     }
-    EXPECT_EQ(RbPlength(single), 2);
-    EXPECT_EQ(RbNblack(single), 2);
-
+    expectEach(2, {RbPlength(leaf), RbNblack(leaf), RbNblack(RbLast(tree)), RbPlength(RbLast(tree)) - 1});
     RbNode *redChild = tree->parent->child[RB_RIGHT]; // over 2 and 3
-    EXPECT_EQ(RbPlength(RbLast(tree)), 3);
-    EXPECT_EQ(RbNblack(RbLast(tree)), 2);
-    RbDeleteNode(single);
-    EXPECT_EQ(tree->parent, redChild);
-    EXPECT_TRUE(redChild->isRed()) << "the root keeps its colour";
+    RbDeleteNode(leaf);
+    EXPECT_TRUE(tree->parent == redChild && redChild->isRed()) << "the root keeps its colour";
     RbDestroy(tree);
 }
 
 /// A dump with the names of nodes in place of their addresses, which the system's runtime writes as
 /// eight capital digits without a prefix. Checks that the result is that of the last printf.
-template<typename Print>
-std::string printed(Print print, const std::map<char, const void *> &names)
+std::string printed(int32_t (*print)(const RbNode *, int32_t), const RbNode *node, int32_t indent,
+                    const std::map<char, const void *> &names)
 {
     testing::internal::CaptureStdout();
-    int32_t result = print();
+    int32_t result = print(node, indent);
     std::string output = testing::internal::GetCapturedStdout();
     std::erase(output, '\r');
     size_t lastLine = output.rfind('\n', output.size() - 2) + 1;
@@ -176,26 +194,24 @@ TEST(RedBlack, DumpsTreesToTheByte)
 {
     int value = 0;
     RbNode *head = RbCreate();
-    EXPECT_EQ(printed([=] { return RbPrintTree(head, 7); }, {{'H', head}}), "tree 0xH is empty\n");
-    for (int32_t key : {-7, 2147483647})
-        RbInsert_b(RbFindKeyI(head, key), IntegerKeys::asPointer(key), &value);
-    RbNode *low = RbFirst(head);
-    RbNode *high = RbLast(head);
+    EXPECT_EQ(printed(RbPrintTree, head, 7, {{'H', head}}), "tree 0xH is empty\n");
+    RbNode *low = RbInsert_b(head, IntegerKeys::asPointer(-7), &value);
+    EXPECT_EQ(low->flags, RB_ROOT); // black, shown as a right child
+    RbNode *high = RbInsert_b(head, IntegerKeys::asPointer(2147483647), &value);
     RbNode *root = head->parent;
     std::map<char, const void *> names = {{'H', head}, {'R', root}, {'A', low}, {'Z', high}, {'V', &value}};
     std::string lowLine = "Ext node 0xA: B,l: p=0xR, <=0xH, >=0xZ k=-7 v=V\n";
     std::string highLine = "Ext node 0xZ: B,r: p=0xR, <=0xA, >=0xH k=2147483647 v=V\n";
     std::string rootLine = "Int node 0xR: B,r: l=0xA, r=0xZ, p=0xH, lr=(-7,2147483647)\n";
-    EXPECT_EQ(printed([=] { return RbPrintTreeI(head, 7); }, names), // a head starts at 0 whatever is asked for
+    EXPECT_EQ(printed(RbPrintTreeI, head, 7, names), // a head starts at 0 whatever is asked for
               "Head: 0xH.  Root = 0xR, < = 0xZ, > = 0xA\n  " + lowLine + "  " + highLine + rootLine);
-    EXPECT_EQ(printed([=] { return RbPrintTreeI(low, -3); }, names), lowLine); // no spaces below 0
-    EXPECT_EQ(printed([=] { return RbPrintTreeI(root, 1); }, names),
-              "   " + lowLine + "   " + highLine + " " + rootLine);
+    EXPECT_EQ(printed(RbPrintTreeI, low, -3, names), lowLine);
+    EXPECT_EQ(printed(RbPrintTreeI, root, 1, names), "   " + lowLine + "   " + highLine + " " + rootLine);
 
     low->key = "a";
     high->key = "z";
     root->flags |= RB_RED;
-    EXPECT_EQ(printed([=] { return RbPrintTree(head, 7); }, names),
+    EXPECT_EQ(printed(RbPrintTree, head, 7, names),
               "Head: 0xH.  Root = 0xR\n  Ext node 0xA: B,l: p=0xR, k=a\n  Ext node 0xZ: B,r: p=0xR, k=z\n"
               "Int node 0xR: R,r: l=0xA, r=0xZ, p=0xH, lr=(a,z)\n");
     RbDestroy(head);

@@ -24,13 +24,23 @@ void runTraffic(int shortRun, int longRun, Traffic traffic)
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
+/// An address that serves as a handle of any kind.
+struct AnyHandle {
+    void *address;
+    template<typename Handle>
+    operator Handle *() const
+    {
+        return static_cast<Handle *>(address);
+    }
+};
+
 /// Calls a check with a null handle and with a record that lacks the magic.
-template<typename Handle, typename Check>
+template<typename Check>
 void forEachForeign(Check check)
 {
     uint32_t record[8] = {};
-    check(static_cast<Handle *>(nullptr));
-    check(reinterpret_cast<Handle *>(record));
+    check(AnyHandle{nullptr});
+    check(AnyHandle{record});
 }
 
 /// Expects one result of several calls, listed in the order in which they are made.
