@@ -44,7 +44,7 @@ struct Log : testing::Test {
     }
     static void set(const std::string &key, const char *value, const std::string &text)
     {
-        SHSetValueA(HKEY_LOCAL_MACHINE, key.c_str(), value, REG_SZ, text.data(), static_cast<DWORD>(text.size()));
+        SHSetValueA(HKEY_LOCAL_MACHINE, key.c_str(), value, REG_SZ, text.data(), text.size());
     }
     const std::string place = "Software\\general_tests_" + std::to_string(GetCurrentProcessId());
     FreshLibrary library;
@@ -109,15 +109,15 @@ TEST_F(EventLog, DescribesTheSource)
     Texts values; // each one's type in one digit, then its bytes
     for (const std::string name : {"new", "kept", "long", "empty"}) {
         logName(name.c_str());
+        HKEY key = nullptr;
+        RegOpenKeyA(HKEY_LOCAL_MACHINE, (sources + name).c_str(), &key);
         for (const char *value : {"TypesSupported", "EventMessageFile"}) {
-            char data[1000];
+            BYTE data[1000];
             DWORD type = 0, size = sizeof data;
-            HKEY key = nullptr;
-            RegOpenKeyA(HKEY_LOCAL_MACHINE, (sources + name).c_str(), &key);
-            RegQueryValueExA(key, value, nullptr, &type, reinterpret_cast<BYTE *>(data), &size);
-            RegCloseKey(key);
-            values.push_back(std::to_string(type) + std::string(data, size));
+            RegQueryValueExA(key, value, nullptr, &type, data, &size);
+            values.push_back(std::to_string(type) + std::string(data, data + size));
         }
+        RegCloseKey(key);
     }
     const std::string types("4\4\0\0\0", 5);
     EXPECT_THAT(values, ElementsAre(types, "2new.message.dll" + zero, types, "1x.dll" + zero, types,
@@ -127,8 +127,8 @@ TEST_F(EventLog, DescribesTheSource)
 /// Windows 95, with a file that the registry names.
 struct FileLog : Log {
     static constexpr const char *key = R"(SOFTWARE\KLT\QVS)", *value = "LogFileName";
-    static BOOL WINAPI tellVersion(OSVERSIONINFOA *version) { return (version->dwPlatformId = 1) != 0; }
-    ImportHook version{"GetVersionExA", tellVersion, library.module()};
+    ImportHook version{"GetVersionExA", winapi([](OSVERSIONINFOA *v) -> BOOL { return v->dwPlatformId = 1, TRUE; }),
+                       library.module()};
     const std::string path = std::string(std::getenv("TEMP")) + "\\log_test" + std::to_string(GetCurrentProcessId());
 
     FileLog() { set(key, value, path); }

@@ -149,55 +149,47 @@ TEST(AddressLookup, WildAddressesAreReportedAndExhaustedMemorySurvived)
     EXPECT_THAT(events.take(), ElementsAre());
 }
 
-/// A function that refuses, in place of one of the system's.
-template<typename Function>
-struct Refusing;
-template<typename Result, typename... Arguments>
-struct Refusing<Result WINAPI(Arguments...)> {
-    static Result WINAPI call(Arguments...) { return SetLastError(ERROR_ACCESS_DENIED), Result{}; }
-    static inline void *const address = reinterpret_cast<void *>(call);
-};
-
 // A fresh copy of the DLL, with another function for one that it imports or finds, looks a known address up in vain.
 TEST(AddressLookup, FirstFailureIsFinal)
 {
-    auto cut = winapi([](HMODULE, LPSTR, DWORD size) { return size; });
-    using Messages = std::vector<std::string>;
+    auto unloadable = winapi([](LPCSTR) -> HMODULE { return nullptr; });
+    auto noName = winapi([](HMODULE, LPSTR, DWORD) { return SetLastError(ERROR_ACCESS_DENIED), DWORD{0}; });
+    auto cutName = winapi([](HMODULE, LPSTR, DWORD size) { return size; });
+    auto noSymbols = winapi([](HANDLE, LPCSTR, BOOL) { return SetLastError(ERROR_ACCESS_DENIED), FALSE; });
+    auto noModule = winapi(
+        [](HANDLE, HANDLE, LPCSTR, LPCSTR, DWORD64, DWORD) { return SetLastError(ERROR_ACCESS_DENIED), DWORD64{0}; });
     const struct {
         const char *import, *found;
-        void *replacement;
-        Messages messages;
+        void *function;
+        std::vector<std::string> messages;
     } cases[] = {
-        {"LoadLibraryA", "", Refusing<decltype(LoadLibraryA)>::address, {}},
+        {"LoadLibraryA", "", reinterpret_cast<void *>(unloadable), {}},
+        {nullptr, "StackWalk64", nullptr, {}}, // which an old library lacks
         {"GetModuleFileNameA",
          "",
-         Refusing<decltype(GetModuleFileNameA)>::address,
+         reinterpret_cast<void *>(noName),
          {failed("GetModuleFileName", ERROR_ACCESS_DENIED)}},
         {"GetModuleFileNameA",
          "",
-         reinterpret_cast<void *>(cut),
+         reinterpret_cast<void *>(cutName),
          {failed("GetModuleFileName", ERROR_INSUFFICIENT_BUFFER)}},
-        {nullptr, "StackWalk64", nullptr, {}}, // which an old library lacks
-        {nullptr,
-         "SymInitialize",
-         Refusing<decltype(SymInitialize)>::address,
-         {failed("SymInitialize", ERROR_ACCESS_DENIED)}},
+        {nullptr, "SymInitialize", reinterpret_cast<void *>(noSymbols), {failed("SymInitialize", ERROR_ACCESS_DENIED)}},
         {nullptr,
          "SymLoadModule64",
-         Refusing<decltype(SymLoadModule64)>::address,
+         reinterpret_cast<void *>(noModule),
          {failed("SymLoadModule", ERROR_ACCESS_DENIED)}},
     };
     for (const auto &c : cases) {
         FreshLibrary library;
         CapturedEvents events(library.module());
-        FoundFunctions found({{c.found, c.replacement}}, library.module());
+        FoundFunctions found({{c.found, c.function}}, library.module());
         std::optional<ImportHook> hook;
         if (c.import != nullptr)
-            hook.emplace(c.import, c.replacement, library.module());
+            hook.emplace(c.import, c.function, library.module());
         for (int expected : {0, 1, 1}) {
             Found nothing = lookUp(knownAddress, library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym"));
             EXPECT_TRUE(nothing.result == expected && nothing.isNothing()) << c.found;
-            EXPECT_EQ(events.take(), expected == 0 ? c.messages : Messages());
+            EXPECT_EQ(events.take(), expected == 0 ? c.messages : decltype(c.messages)());
         }
         const bool hasLibrary = !c.messages.empty();
         EXPECT_EQ(library.function<decltype(QVScheckDbgHelpDll)>("QVScheckDbgHelpDll")(), hasLibrary);
