@@ -152,32 +152,24 @@ TEST(AddressLookup, WildAddressesAreReportedAndExhaustedMemorySurvived)
 // A fresh copy of the DLL, with another function for one that it imports or finds, looks a known address up in vain.
 TEST(AddressLookup, FirstFailureIsFinal)
 {
+    constexpr DWORD denied = ERROR_ACCESS_DENIED;
     auto unloadable = winapi([](LPCSTR) -> HMODULE { return nullptr; });
-    auto noName = winapi([](HMODULE, LPSTR, DWORD) { return SetLastError(ERROR_ACCESS_DENIED), DWORD{0}; });
+    auto noName = winapi([](HMODULE, LPSTR, DWORD) { return SetLastError(denied), DWORD{0}; });
     auto cutName = winapi([](HMODULE, LPSTR, DWORD size) { return size; });
-    auto noSymbols = winapi([](HANDLE, LPCSTR, BOOL) { return SetLastError(ERROR_ACCESS_DENIED), FALSE; });
-    auto noModule = winapi(
-        [](HANDLE, HANDLE, LPCSTR, LPCSTR, DWORD64, DWORD) { return SetLastError(ERROR_ACCESS_DENIED), DWORD64{0}; });
+    auto noSymbols = winapi([](HANDLE, LPCSTR, BOOL) { return SetLastError(denied), FALSE; });
+    auto noModule =
+        winapi([](HANDLE, HANDLE, LPCSTR, LPCSTR, DWORD64, DWORD) { return SetLastError(denied), DWORD64{0}; });
     const struct {
         const char *import, *found;
-        void *function;
+        FoundFunctions::Function function;
         std::vector<std::string> messages;
     } cases[] = {
-        {"LoadLibraryA", "", reinterpret_cast<void *>(unloadable), {}},
+        {"LoadLibraryA", "", unloadable, {}},
         {nullptr, "StackWalk64", nullptr, {}}, // which an old library lacks
-        {"GetModuleFileNameA",
-         "",
-         reinterpret_cast<void *>(noName),
-         {failed("GetModuleFileName", ERROR_ACCESS_DENIED)}},
-        {"GetModuleFileNameA",
-         "",
-         reinterpret_cast<void *>(cutName),
-         {failed("GetModuleFileName", ERROR_INSUFFICIENT_BUFFER)}},
-        {nullptr, "SymInitialize", reinterpret_cast<void *>(noSymbols), {failed("SymInitialize", ERROR_ACCESS_DENIED)}},
-        {nullptr,
-         "SymLoadModule64",
-         reinterpret_cast<void *>(noModule),
-         {failed("SymLoadModule", ERROR_ACCESS_DENIED)}},
+        {"GetModuleFileNameA", "", noName, {failed("GetModuleFileName", denied)}},
+        {"GetModuleFileNameA", "", cutName, {failed("GetModuleFileName", ERROR_INSUFFICIENT_BUFFER)}},
+        {nullptr, "SymInitialize", noSymbols, {failed("SymInitialize", denied)}},
+        {nullptr, "SymLoadModule64", noModule, {failed("SymLoadModule", denied)}},
     };
     for (const auto &c : cases) {
         FreshLibrary library;
@@ -185,7 +177,7 @@ TEST(AddressLookup, FirstFailureIsFinal)
         FoundFunctions found({{c.found, c.function}}, library.module());
         std::optional<ImportHook> hook;
         if (c.import != nullptr)
-            hook.emplace(c.import, c.function, library.module());
+            hook.emplace(c.import, c.function.address, library.module());
         for (int expected : {0, 1, 1}) {
             Found nothing = lookUp(knownAddress, library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym"));
             EXPECT_TRUE(nothing.result == expected && nothing.isNothing()) << c.found;
