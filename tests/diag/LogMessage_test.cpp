@@ -162,8 +162,8 @@ TEST_F(FileLog, WritesALineToTheByte)
     for (size_t length : {0U, 70U, 71U, 72U, 5000U}) {
         const std::string text(length, 'x'), before = now();
         logMessage("who", text.c_str());
-        const std::string rest = logged + ": who: <" + text + ">\r";
-        EXPECT_THAT(lines(0).back(), testing::AnyOf(start + rest, before + rest, now() + rest)); // flushed
+        EXPECT_EQ(lines().back(), logged + ": who: <" + text + ">\r"); // flushed
+        EXPECT_THAT(lines(0).back().substr(0, 15), testing::AnyOf(start, before, now()));
     }
     std::ofstream(path, std::ios::app) << "another's line\n";
     logMessage(nullptr, "last");

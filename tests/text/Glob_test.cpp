@@ -90,26 +90,25 @@ std::vector<std::vector<std::string>> tableAfter(const std::string &heading)
 
 TEST(Glob, MatchesAsDocumented)
 {
-    auto rows = tableAfter("### Matching, by example");
+    const auto rows = tableAfter("### Matching, by example");
     EXPECT_GT(rows.size(), 40u);
-    for (const auto &row : rows) {
+    for (const auto &row : rows)
         EXPECT_EQ(GlobEval(Exact(row[0]), Exact(row[1])), std::stoi(row.at(2))) << row[0] << " with " << row[1];
-    }
 }
 
 TEST(Glob, ChecksAsDocumented)
 {
     auto rows = tableAfter("### What the check says");
     EXPECT_GT(rows.size(), 25u);
+    int flags;
     for (const auto &row : rows) {
-        int flags = 77, status = GlobCheck(Exact(row[0]), &flags);
+        const int status = GlobCheck(Exact(row[0]), &(flags = 77));
         EXPECT_TRUE(status == std::stoi(row.at(1)) && flags == std::stoi(row.at(2))) << row[0];
         EXPECT_EQ(GlobError(status), row.at(3));
     }
     EXPECT_EQ(GlobCheck("[\x80-a]", nullptr), GLOB_VALID) << "bytes are signed";
     EXPECT_EQ(GlobCheck("[a-\x80]", nullptr), GLOB_REVERSED_RANGE);
-    int flags = 77;
-    EXPECT_TRUE(GlobCheck(nullptr, &flags) == GLOB_VALID && flags == 0);
+    EXPECT_TRUE(GlobCheck(nullptr, &(flags = 77)) == GLOB_VALID && flags == 0);
     EXPECT_TRUE(GlobEval(nullptr, "*") == 0 && GlobEval("a", nullptr) == 0);
     for (int status : {-1, 6, 7, INT_MIN, INT_MAX})
         EXPECT_STREQ(GlobError(status), "<unknown status>");
