@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fstream>
 #include <io.h>
+#include <latch>
 #include <thread>
 
 #include <shlwapi.h>
@@ -216,6 +217,7 @@ TEST_F(FileLog, OpensWhatTheRegistryNames)
 TEST_F(FileLog, LinesOfThreadsStayWhole)
 {
     logName("n");
+    std::latch together(4);
     std::vector<std::thread> threads;
     Texts expected;
     for (char letter : {'a', 'b', 'c', 'd'}) {
@@ -224,7 +226,8 @@ TEST_F(FileLog, LinesOfThreadsStayWhole)
             texts.emplace_back(round % 3 == 0 ? 9000 : 30 + round % 200, letter);
             expected.push_back(" n: t: <" + texts.back() + ">\r");
         }
-        threads.emplace_back([=, this] {
+        threads.emplace_back([=, this, &together] {
+            together.arrive_and_wait();
             for (const std::string &text : texts)
                 logMessage("t", text.c_str());
         });

@@ -141,8 +141,9 @@ TEST(AddressLookup, WildAddressesAreReportedAndExhaustedMemorySurvived)
     EXPECT_EQ(QVSgetAddrSym(knownAddress, nullptr, nullptr, nullptr), 1);
     int failures = failEachAllocation([](const HeapWatch &watch) {
         Found found = lookUp(knownAddress);
-        EXPECT_EQ(found.result == 1, found.module != nullptr && found.symbol != nullptr);
+        EXPECT_EQ(found.result == 1, found.module != nullptr);
         EXPECT_TRUE((watch.failed() || found.result == 1) && found.start == knownAddress);
+        EXPECT_TRUE(found.symbol != nullptr) << "at least the name alone";
         QVSfreeAddrSym(&found.module, &found.symbol);
     });
     EXPECT_EQ(failures, 2);
@@ -183,6 +184,7 @@ TEST(AddressLookup, FirstFailureIsFinal)
             EXPECT_TRUE(nothing.result == expected && nothing.isNothing()) << c.found;
             EXPECT_EQ(events.take(), expected == 0 ? c.messages : decltype(c.messages)());
         }
+        hook.reset(); // a library that comes late is left alone
         const bool hasLibrary = !c.messages.empty();
         EXPECT_EQ(library.function<decltype(QVScheckDbgHelpDll)>("QVScheckDbgHelpDll")(), hasLibrary);
         EXPECT_EQ(library.function<decltype(QVSgetStackTrace)>("QVSgetStackTrace")(addresses, 1), hasLibrary);
