@@ -53,10 +53,6 @@ TEST(Processor, AgreesWithItsOwnInstruction)
 
     const general::CpuidRegisters registers0 = std::bit_cast<general::CpuidRegisters>(leaf0),
                                   registers1 = std::bit_cast<general::CpuidRegisters>(leaf1);
-    char vendor[13], spelled[13], brand[50];
-    general::spellVendor(registers0, spelled);
-    EXPECT_EQ(Kucpuid_vendorid(vendor), 1);
-    EXPECT_STREQ(vendor, spelled);
     int family = -1, model = -1, stepping = -1;
     EXPECT_TRUE(Kucpuid_model(&family, &model, &stepping) == 1 && Kucpuid_model(nullptr, nullptr, nullptr) == 1);
     EXPECT_EQ(static_cast<unsigned>(family << 8 | model << 4 | stepping), leaf1[0] & 0xFFF);
@@ -68,6 +64,9 @@ TEST(Processor, AgreesWithItsOwnInstruction)
     EXPECT_EQ(Kucpuid_supported(), static_cast<int>(leaf0[0]));
     EXPECT_STREQ(Kucpuid_model_name(), general::modelName(registers0, leaf1[0]));
     EXPECT_STREQ(Kucpuid_get_brand_string(), general::brandText(leaf1[0], leaf1[1]));
+    char vendor[13], spelled[13], brand[50];
+    general::spellVendor(registers0, spelled);
+    EXPECT_TRUE(Kucpuid_vendorid(vendor) == 1 && std::memcmp(vendor, spelled, 13) == 0);
     std::memset(brand, '?', sizeof brand);
     EXPECT_EQ(Kucpuid_get_extended_brand_string(brand), extended[0] >= 0x80000004);
     EXPECT_TRUE(std::memchr(brand, 0, 49) != nullptr && brand[49] == '?');
@@ -96,9 +95,7 @@ TEST_F(Count, NarrowAffinityIsReportedAndTriedAgain)
 {
     const DWORD_PTR cases[][3] = {{1, 3, TRUE}, {0, 0, TRUE}, {1, 1, FALSE}};
     for (const auto &[process, system, areKnown] : cases) {
-        processMask = process;
-        systemMask = system;
-        masksAreKnown = areKnown != 0;
+        processMask = process, systemMask = system, masksAreKnown = areKnown != 0;
         EXPECT_EQ(count(&logical, &cores, &packages), KU_NOT_COUNTED);
         EXPECT_TRUE(logical == 0 && cores == 1 && packages == 1 && *text() == 0 && sysconf(506) == 8192);
     }
@@ -153,12 +150,8 @@ TEST(Processor, FrequencyIsMeasuredAndTheTimerReleased)
     hasPeriods = true;
     EXPECT_EQ(Kucpuid_frequency(0), 0u);
     EXPECT_EQ(timesRaised + timesReleased, 0);
-    auto likely = [](uint64_t frequency) { return 200'000 < frequency && frequency < 20'000'000; };
-    int measured = 1;
-    while (measured < 20 && !likely(Kucpuid_frequency(20))) // an interrupted measurement is worth nothing
-        ++measured;
-    EXPECT_LT(measured, 20);
-    EXPECT_TRUE(timesRaised == measured && timesReleased == measured);
+    EXPECT_GT(Kucpuid_frequency(20), 200'000u);
+    EXPECT_TRUE(timesRaised == 1 && timesReleased == 1);
 }
 
 } // namespace

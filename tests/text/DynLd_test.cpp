@@ -38,14 +38,11 @@ TEST(DynLd, LoadsEachSpellingOnce)
 // The tool-chain has a parser of the same names: what programs get has to be the DLL's.
 TEST(DynLd, FindsTheOptionParsersVariables)
 {
-    const std::pair<const char *, void *> exports[] = {{"getopt", reinterpret_cast<void *>(&getopt)},
-                                                       {"optarg", &optarg},
-                                                       {"optind", &optind},
-                                                       {"opterr", &opterr},
-                                                       {"optopt", &optopt}};
-    for (const auto &[name, expected] : exports) {
+    void *const variables[] = {&optarg, &optind, &opterr, &optopt, reinterpret_cast<void *>(&getopt)};
+    void *const *expected = variables;
+    for (const char *name : {"optarg", "optind", "opterr", "optopt", "getopt"}) {
         void *address = nullptr;
-        EXPECT_TRUE(DynLd("general", name, &address, nullptr, 260) == DYNLD_OK && address == expected) << name;
+        EXPECT_TRUE(DynLd("general", name, &address, nullptr, 260) == DYNLD_OK && address == *expected++) << name;
     }
 }
 

@@ -64,8 +64,10 @@ TEST(Getopt, ParsesAndReports)
 
 TEST(Getopt, HostileArguments)
 {
-    char program[] = "p", option[] = "-a", *argv[] = {program, option, nullptr};
+    char program[] = "p", option[] = "-\xE4", *argv[] = {program, option, nullptr};
     EXPECT_TRUE(getopt(2, nullptr, "a") == -1 && getopt(2, argv, nullptr) == -1);
+    optind = 1;
+    EXPECT_TRUE(getopt(2, argv, "\xE4") == '\xE4' && optopt == '\xE4'); // negative
     optind = -5;
     EXPECT_EQ(getopt(2, argv, "a"), -1);
     optind = 2;

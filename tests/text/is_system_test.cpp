@@ -41,11 +41,13 @@ TEST(Paths, FilesDirectoriesAndLoadables)
 std::map<std::string, std::string> network;
 int started;
 
-hostent *lookUp(const std::string &host)
+hostent *lookUp(const char *host)
 {
-    static hostent found;
-    found.h_name = network.count(host) != 0 ? network[host].data() : nullptr;
-    return found.h_name == nullptr ? nullptr : &found;
+    static char name[301]; // every look-up's, as Winsock's is
+    static hostent found{name, nullptr, AF_INET, 4, nullptr};
+    *name = '\0';
+    auto entry = network.find(host);
+    return entry == network.end() ? nullptr : (std::strcpy(name, entry->second.c_str()), &found);
 }
 
 TEST(Local, ComparesTheOfficialName)
@@ -57,7 +59,7 @@ TEST(Local, ComparesTheOfficialName)
     auto localName = winapi([](char *name, int size) { return std::memcpy(name, "Box", 4), size == 128 ? 0 : -1; });
     auto byName = winapi([](const char *name) { return lookUp(name); });
     auto byAddress = winapi([](const char *address, int size, int family) {
-        return size == 4 && family == AF_INET ? lookUp(std::to_string(address[3])) : nullptr;
+        return size == 4 && family == AF_INET ? lookUp(std::to_string(address[3]).c_str()) : nullptr;
     });
     FoundFunctions hook({{"WSAStartup", start},
                          {"WSACleanup", finish},
@@ -65,11 +67,13 @@ TEST(Local, ComparesTheOfficialName)
                          {"gethostbyname", byName},
                          {"gethostbyaddr", byAddress}});
     EXPECT_EQ(islocal("box"), 0); // Winsock does not start
+    const std::string longName(300, 'x');
     network = {{"box", "Box"},     {"alias.org", "Box.example.org"},
                {"other", "Boxer"}, {"lower", "box.org"},
                {"short", "Bo"},    {"1", "box"},
-               {"2", "nowhere"},   {"3", std::string(300, 'x')},
-               {"258", "Box"},     {"3com.org", "Box"}};
+               {"2", "nowhere"},   {"3", longName},
+               {longName, "Box"},  {"258", "Box"},
+               {"3com.org", "Box"}};
     for (const char *host : {"box", "alias.org", "10.0.0.1", "258"}) // the last has no point: a name
         EXPECT_EQ(islocal(host), 1) << host;
     for (const char *host : {"other", "lower", "short", "none", "10.0.0.2", "10.0.0.3", "10.0.0.9", "3com.org", null})
