@@ -11,11 +11,14 @@
 
 #include "tests/support/handles.h"
 
+#include <gmock/gmock.h>
+
 #include <climits>
 
 namespace {
 
 using test_support::expectEach;
+using testing::Each;
 
 TEST(Buffers, RefuseForeignHandles)
 {
@@ -64,19 +67,13 @@ TEST(Buffers, ClearTheirMagicOnDestructionButForTwo)
 TEST(Buffers, AreNotCreatedWithSizesOutOfRange)
 {
     constexpr int32_t withoutHeader = UINT32_MAX / 12; // so many slots fit, the header does not
-    std::initializer_list<void *> created = {BufPoolCreate(0, 100),
-                                             BufPoolCreate(-1, 100),
-                                             BufPoolCreate(2, 0),
-                                             BufPoolCreate(INT_MAX, 1),
-                                             BufPoolCreate(withoutHeader, 1),
-                                             CacheCreate(INT_MAX, nullptr, nullptr),
-                                             CBufCreate(0),
-                                             StrVecCreate(nullptr, UINT32_MAX),
-                                             StrVecCreate(nullptr, UINT32_MAX / 4 + 5),
-                                             VstrCreate(0),
-                                             VstrCreate(-5)};
-    for (void *none : created)
-        EXPECT_EQ(none, nullptr);
+    void *pools[] = {BufPoolCreate(0, 100), BufPoolCreate(-1, 100), BufPoolCreate(2, 0), BufPoolCreate(INT_MAX, 1),
+                     BufPoolCreate(withoutHeader, 1)};
+    void *others[] = {CBufCreate(0), CacheCreate(INT_MAX, nullptr, nullptr), VstrCreate(0), VstrCreate(-5)};
+    void *vectors[] = {StrVecCreate(nullptr, UINT32_MAX), StrVecCreate(nullptr, UINT32_MAX / 4 + 5)};
+    EXPECT_THAT(pools, Each(nullptr));
+    EXPECT_THAT(others, Each(nullptr));
+    EXPECT_THAT(vectors, Each(nullptr));
 }
 
 TEST(VeryStupidFunction, HandsItsArgumentBack)

@@ -25,9 +25,10 @@ TEST(List, LinksUnlinksAndRecyclesNewestFirstUnderRandomTraffic)
                     if (node == nullptr)
                         continue;
                     ASSERT_EQ(watch.liveBlocks() - blocks, spares.empty());
-                    ASSERT_EQ(node, spares.empty() ? node : spares.back());
-                    if (!spares.empty())
+                    if (!spares.empty()) {
+                        ASSERT_EQ(node, spares.back());
                         spares.pop_back();
+                    }
                     ListInsert(place == model.end() ? &list->links : *place, node);
                     model.insert(place, node);
                     ASSERT_EQ(watch.lastSize(), size == 0 ? sizeof(ListNode) : size);
