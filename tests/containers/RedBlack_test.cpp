@@ -38,20 +38,27 @@ int checkSubtree(RbNode *node, RbNode *parent, std::vector<RbNode *> &leaves)
 
 // One flavour of keys each: how a number becomes a key, the order, and the functions under test.
 
+int32_t integer(const void *key)
+{
+    return static_cast<int32_t>(reinterpret_cast<intptr_t>(key));
+}
+
 struct IntegerKeys {
-    using Key = int32_t;
-    static Key key(int number) { return number % 2 == 0 ? number : -number; }
-    static const void *asPointer(Key key) { return reinterpret_cast<const void *>(static_cast<intptr_t>(key)); }
-    static Key of(const RbNode *leaf) { return RbKeyI(leaf); }
-    static bool precedes(Key left, Key right) { return left < right; }
-    static RbNode *find(RbNode *tree, Key key, int32_t *found) { return RbFindKeyI_n(tree, key, found); }
-    static RbNode *find(RbNode *tree, Key key) { return RbFindKeyI(tree, key); }
-    static RbNode *exact(RbNode *tree, Key key) { return RbExactI(tree, key); }
+    static const void *key(int number)
+    {
+        return reinterpret_cast<const void *>(intptr_t{number % 2 == 0 ? number : -number});
+    }
+    static bool precedes(const void *left, const void *right) { return integer(left) < integer(right); }
+    static RbNode *find(RbNode *tree, const void *key, int32_t *found)
+    {
+        return RbFindKeyI_n(tree, integer(key), found);
+    }
+    static RbNode *find(RbNode *tree, const void *key) { return RbFindKeyI(tree, integer(key)); }
+    static RbNode *exact(RbNode *tree, const void *key) { return RbExactI(tree, integer(key)); }
 };
 
 struct StringKeys {
-    using Key = const char *;
-    static Key key(int number)
+    static const void *key(int number)
     {
         static std::map<int, std::string> texts; // keys are the caller's to keep
         std::string &text = texts[number];
@@ -59,42 +66,33 @@ struct StringKeys {
             text += "a\x7F\xE9"[rest % 3]; // many shared prefixes; bytes past 127 come last
         return text.c_str();
     }
-    static const void *asPointer(Key key) { return key; }
-    static Key of(const RbNode *leaf) { return static_cast<Key>(RbKey(leaf)); }
-    static bool precedes(Key left, Key right) { return std::strcmp(left, right) < 0; }
-    static RbNode *find(RbNode *tree, Key key, int32_t *found) { return RbFindKey_n(tree, key, found); }
-    static RbNode *find(RbNode *tree, Key key) { return RbFindKey(tree, key); }
-    static RbNode *exact(RbNode *tree, Key key) { return RbExact(tree, key); }
+    static const char *text(const void *key) { return static_cast<const char *>(key); }
+    static bool precedes(const void *left, const void *right) { return std::strcmp(text(left), text(right)) < 0; }
+    static RbNode *find(RbNode *tree, const void *key, int32_t *found) { return RbFindKey_n(tree, text(key), found); }
+    static RbNode *find(RbNode *tree, const void *key) { return RbFindKey(tree, text(key)); }
+    static RbNode *exact(RbNode *tree, const void *key) { return RbExact(tree, text(key)); }
 };
 
 struct CallersKeys : IntegerKeys {
-    static bool precedes(Key left, Key right) { return left > right; } // descending
-    static int compare(const void *searchKey, const void *nodeKey)
+    static bool precedes(const void *left, const void *right) { return integer(left) > integer(right); }
+    static int compare(const void *searched, const void *present) { return integer(present) - integer(searched); }
+    static RbNode *find(RbNode *tree, const void *key, int32_t *found)
     {
-        return static_cast<Key>(reinterpret_cast<intptr_t>(nodeKey) - reinterpret_cast<intptr_t>(searchKey));
+        return RbFindKeyG_n(tree, key, compare, found);
     }
-    static RbNode *find(RbNode *tree, Key key, int32_t *found)
-    {
-        return RbFindKeyG_n(tree, asPointer(key), compare, found);
-    }
-    static RbNode *find(RbNode *tree, Key key) { return RbFindKeyG(tree, asPointer(key), compare); }
-    static RbNode *exact(RbNode *tree, Key key) { return RbExactG(tree, asPointer(key), compare); }
+    static RbNode *find(RbNode *tree, const void *key) { return RbFindKeyG(tree, key, compare); }
+    static RbNode *exact(RbNode *tree, const void *key) { return RbExactG(tree, key, compare); }
 };
 
 // Equal keys come in as well: any of them may be found, and a new one goes before it.
 template<typename Keys>
-void drive(test_support::HeapWatch &watch, int steps)
+void drive(test_support::HeapWatch &watch, int steps, RbNode *tree)
 {
-    using Key = typename Keys::Key;
     std::mt19937 random(7);
-    std::multimap<Key, RbNode *, bool (*)(Key, Key)> model(&Keys::precedes);
-    RbNode *tree = RbCreate();
-    EXPECT_EQ(tree == nullptr, watch.justFailed());
-    if (tree == nullptr)
-        return;
+    std::multimap<const void *, RbNode *, bool (*)(const void *, const void *)> model(&Keys::precedes);
     for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
         SCOPED_TRACE(step);
-        Key key = Keys::key(static_cast<int>(random() % 600));
+        const void *key = Keys::key(static_cast<int>(random() % 600));
         int32_t found = -1;
         RbNode *position = Keys::find(tree, key, &found);
         auto [place, behind] = model.equal_range(key);
@@ -107,14 +105,13 @@ void drive(test_support::HeapWatch &watch, int steps)
         bool filling = (step / 400) % 2 == 0;
         int blocks = watch.liveBlocks();
         if (found == 0 ? filling || random() % 4 == 0 : random() % 8 == 0) {
-            RbNode *leaf = RbInsert_a(&position, Keys::asPointer(key), &model);
+            RbNode *leaf = RbInsert_a(&position, key, &model);
             bool failed = watch.justFailed();
             EXPECT_EQ(leaf == nullptr, failed);
             EXPECT_EQ(watch.liveBlocks() - blocks, failed ? 0 : model.empty() ? 1 : 2);
-            if (leaf != nullptr) {
-                EXPECT_TRUE(RbVal(leaf) == &model && Keys::of(leaf) == key);
+            EXPECT_TRUE(failed || (RbVal(leaf) == &model && RbKey(leaf) == key && RbKeyI(leaf) == integer(key)));
+            if (leaf != nullptr)
                 model.emplace_hint(place, key, leaf);
-            }
         } else if (found != 0 && (!filling || random() % 4 == 0)) {
             RbDeleteNode(position);
             model.erase(place);
@@ -135,23 +132,25 @@ void drive(test_support::HeapWatch &watch, int steps)
         EXPECT_EQ(previous == nullptr ? RbFirst(tree) : RbNext(previous), nullptr);
         EXPECT_EQ(tree->parent == tree, leaves.empty());
     }
-    RbDestroy(tree);
 }
+
 TEST(RedBlack, BehavesAsAMultimapUnderRandomInsertsAndDeletes)
 {
     for (auto *keys : {drive<IntegerKeys>, drive<StringKeys>, drive<CallersKeys>})
-        test_support::runTraffic(30, 4000, keys);
+        test_support::runTraffic(30, 4000, RbCreate, RbDestroy, keys);
 }
 
 TEST(RedBlack, RefusesNodesOfTheWrongKind)
 {
     RbNode *tree = RbCreate();
-    for (int32_t key : {1, 2, 3})
-        RbInsert_b(RbFindKeyI(tree, key), IntegerKeys::asPointer(key), nullptr);
+    for (int32_t key : {2, 4, 6})
+        RbInsert_b(RbFindKeyI(tree, key), IntegerKeys::key(key), nullptr);
     RbNode *leaf = RbFirst(tree);
     EXPECT_TRUE(RbNext(tree) == leaf && RbPrev(tree) == RbLast(tree)); // given a head, the ends of the order
+    auto precedesAll = [](const void *searched, const void *) { return integer(searched) == -1 ? -1 : 1; };
+    EXPECT_EQ(RbFindKeyG(tree, IntegerKeys::key(1), precedesAll), leaf) << "the key searched for comes first";
     int32_t found = -1;
-    for (RbNode *none : {RbFindKeyI_n(leaf, 1, &found), RbExactI(leaf, 1), RbFirst(leaf), RbLast(leaf)})
+    for (RbNode *none : {RbFindKeyI_n(leaf, 2, &found), RbExactI(leaf, 2), RbFirst(leaf), RbLast(leaf)})
         EXPECT_EQ(none, nullptr);
     EXPECT_EQ(found, 0);
     RbDestroy(leaf);
@@ -160,14 +159,16 @@ TEST(RedBlack, RefusesNodesOfTheWrongKind)
         expectEach(0, {RbNblack(notALeaf), RbPlength(notALeaf)});
     }
     expectEach(2, {RbPlength(leaf), RbNblack(leaf), RbNblack(RbLast(tree)), RbPlength(RbLast(tree)) - 1});
-    RbNode *redChild = tree->parent->child[RB_RIGHT]; // over 2 and 3
+    RbNode *redChild = tree->parent->child[RB_RIGHT]; // over 4 and 6
     RbDeleteNode(leaf);
     EXPECT_TRUE(tree->parent == redChild && redChild->isRed()) << "the root keeps its colour";
     RbDestroy(tree);
 }
 
-/// A dump with the names of nodes in place of their addresses, which the system's runtime writes as
-/// eight capital digits without a prefix. Checks that the result is that of the last printf.
+/// How each system's runtime writes an address.
+constexpr const char *addressFormat = sizeof(wchar_t) == 2 ? "%08X" : "%#x";
+
+/// A dump with the names of nodes in place of their addresses. Checks that the result is that of the last printf.
 std::string printed(int32_t (*print)(const RbNode *, int32_t), const RbNode *node, int32_t indent,
                     const std::map<char, const void *> &names)
 {
@@ -179,11 +180,7 @@ std::string printed(int32_t (*print)(const RbNode *, int32_t), const RbNode *nod
     EXPECT_EQ(static_cast<size_t>(result), output.size() - output.find_first_not_of(' ', lastLine));
     for (auto [name, address] : names) {
         char text[16];
-#ifdef _WIN32
-        std::snprintf(text, sizeof text, "%08X", reinterpret_cast<unsigned>(address));
-#else
-        std::snprintf(text, sizeof text, "%p", address);
-#endif
+        std::snprintf(text, sizeof text, addressFormat, reinterpret_cast<unsigned>(address));
         for (size_t at = output.find(text); at != std::string::npos; at = output.find(text))
             output.replace(at, std::strlen(text), 1, name);
     }
@@ -195,14 +192,14 @@ TEST(RedBlack, DumpsTreesToTheByte)
     int value = 0;
     RbNode *head = RbCreate();
     EXPECT_EQ(printed(RbPrintTree, head, 7, {{'H', head}}), "tree 0xH is empty\n");
-    RbNode *low = RbInsert_b(head, IntegerKeys::asPointer(-7), &value);
+    RbNode *low = RbInsert_b(head, IntegerKeys::key(7), &value);
     EXPECT_EQ(low->flags, RB_ROOT); // black, shown as a right child
-    RbNode *high = RbInsert_b(head, IntegerKeys::asPointer(2147483647), &value);
+    RbNode *high = RbInsert_b(head, IntegerKeys::key(2147483646), &value);
     RbNode *root = head->parent;
     std::map<char, const void *> names = {{'H', head}, {'R', root}, {'A', low}, {'Z', high}, {'V', &value}};
     std::string lowLine = "Ext node 0xA: B,l: p=0xR, <=0xH, >=0xZ k=-7 v=V\n";
-    std::string highLine = "Ext node 0xZ: B,r: p=0xR, <=0xA, >=0xH k=2147483647 v=V\n";
-    std::string rootLine = "Int node 0xR: B,r: l=0xA, r=0xZ, p=0xH, lr=(-7,2147483647)\n";
+    std::string highLine = "Ext node 0xZ: B,r: p=0xR, <=0xA, >=0xH k=2147483646 v=V\n";
+    std::string rootLine = "Int node 0xR: B,r: l=0xA, r=0xZ, p=0xH, lr=(-7,2147483646)\n";
     EXPECT_EQ(printed(RbPrintTreeI, head, 7, names), // a head starts at 0 whatever is asked for
               "Head: 0xH.  Root = 0xR, < = 0xZ, > = 0xA\n  " + lowLine + "  " + highLine + rootLine);
     EXPECT_EQ(printed(RbPrintTreeI, low, -3, names), lowLine);

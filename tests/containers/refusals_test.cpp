@@ -41,6 +41,21 @@ TEST(Containers, RefuseForeignHandles)
     EXPECT_TRUE(out[0] == 7 && out[1] == 7 && address == nullptr);
 }
 
+TEST(Containers, ClearTheirMagicOnDestructionButForTheArrayList)
+{
+    test_support::HeapWatch watch;
+    auto expectLast = [&](uint32_t magic, int64_t stat, size_t field = 0) {
+        EXPECT_EQ(stat, 0);
+        EXPECT_EQ(watch.wordOfLastFreedBlock(field), magic);
+    };
+    expectLast(0x0004676C, ArrayLstDestroy(ArrayLstCreate()));
+    expectLast(0, ListDestroy(ListMake(9)) - 1, 4);
+    expectLast(0, MapDestroy(MapCreate(4)));
+    expectLast(0, PQDestroy(PQCreate(4, nullptr)));
+    expectLast(0, QueDestroy(QueCreate(4)));
+    expectLast(0, StackDestroy(StackCreate(4)));
+}
+
 TEST(QueueAndStack, ReportEmptinessBeforeNullPointers)
 {
     EXPECT_TRUE(QueCreate(0) == nullptr && StackCreate(0) == nullptr);

@@ -12,15 +12,23 @@ namespace test_support {
 
 /// Runs random traffic on a container beside its model: short with each of its allocations failing
 /// in turn, then long.
-/// @param traffic  called with the watch and the number of steps; when a call finds memory
-///                 exhausted, `watch.justFailed()` has to say so, and the model stays as it is
-template<typename Traffic>
-void runTraffic(int shortRun, int longRun, Traffic traffic)
+/// @param traffic  called with the watch, the number of steps and the container; when a call finds
+///                 memory exhausted, `watch.justFailed()` has to say so, and the model stays as it is
+template<typename Create, typename Destroy, typename Traffic>
+void runTraffic(int shortRun, int longRun, Create create, Destroy destroy, Traffic traffic)
 {
-    failEachAllocation([&](HeapWatch &watch) { traffic(watch, shortRun); });
+    auto run = [&](HeapWatch &watch, int steps) {
+        auto *handle = create();
+        EXPECT_EQ(handle == nullptr, watch.justFailed());
+        if (handle == nullptr)
+            return;
+        traffic(watch, steps, handle);
+        destroy(handle);
+    };
+    failEachAllocation([&](HeapWatch &watch) { run(watch, shortRun); });
     HeapWatch watch;
     if (!testing::Test::HasFailure())
-        traffic(watch, longRun);
+        run(watch, longRun);
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
