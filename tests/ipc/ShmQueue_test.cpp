@@ -6,14 +6,14 @@
 #include <aclapi.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <functional>
-#include <memory>
+#include <optional>
 #include <random>
 #include <thread>
 
 using namespace ipc_test;
+using namespace test_support;
 
 namespace {
 
@@ -22,75 +22,46 @@ bool isSet(HANDLE event)
     return WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
 }
 
-/// A connection in one process: the library at one end, the raw peer at the other. Null members tell
-/// what could not be set up.
-struct Link {
-    explicit Link(bool libraryAccepts, DWORD capacity = 8, const std::string &name = "link")
+std::string record(std::initializer_list<DWORD> words)
+{
+    return {reinterpret_cast<const char *>(words.begin()), words.size() * sizeof(DWORD)};
+}
+
+/// A connection in one process: the library at one end, the raw peer at the other; null if that failed.
+struct Link : Queue {
+    explicit Link(bool accepts, DWORD capacity = 8, const std::string &name = "link")
     {
         std::string init = "QVSShmInit" + name, connection = "QVSShm" + name + "07";
-        DWORD reply[2] = {7, capacity};
-        if (libraryAccepts)
-            listener = ShmQueueListen(name.c_str());
-        handshake = std::make_unique<RawPeer>(libraryAccepts ? RawPeer::requester : RawPeer::listener, init, 256);
-        if (libraryAccepts && listener != nullptr) {
-            handshake->put("1234", 4);
-            library = ShmQueueAccept(listener, 7, capacity);
-            if (library != nullptr)
-                raw = std::make_unique<RawPeer>(RawPeer::connector, connection, capacity);
-        } else if (!libraryAccepts) {
-            handshake->put(reinterpret_cast<char *>(reply), 8);
-            raw = std::make_unique<RawPeer>(RawPeer::acceptor, connection, capacity);
-            SetEvent(handshake->peerEvent);
-            library = ShmQueueConnect(name.c_str());
+        if (accepts)
+            listener.reset(ShmQueueListen(name.c_str()));
+        if (accepts && listener == nullptr)
+            return;
+        shake.emplace(accepts ? RawPeer::requester : RawPeer::listener, init, 256);
+        shake->put(accepts ? "1234" : record({7, capacity}));
+        if (!accepts) {
+            raw.emplace(RawPeer::acceptor, connection, capacity);
+            SetEvent(shake->peerEvent);
         }
-    }
-    ~Link()
-    {
-        for (ShmQueue *queue : {library, listener})
-            EXPECT_TRUE(queue == nullptr || destroyAfterDeath(queue) == SHMQUEUE_OK);
+        reset(accepts ? ShmQueueAccept(listener.get(), 7, capacity) : ShmQueueConnect(name.c_str()));
+        if (accepts && *this != nullptr)
+            raw.emplace(RawPeer::connector, connection, capacity);
     }
     DWORD &theirs(Word word) { return raw->out(word); } ///< in the ring that the raw peer writes
     DWORD &ours(Word word) { return raw->in(word); }
-    uint32_t add(uint32_t length) { return ShmQueueAdd(library, std::string(length, 'x').c_str(), &(moved = length)); }
-    uint32_t remove(uint32_t length)
-    {
-        return ShmQueueRemove(library, std::string(length, ' ').data(), &(moved = length));
-    }
-    uint32_t select(uint32_t wanted, uint32_t timeout = 0)
-    {
-        uint32_t ready = 99;
-        EXPECT_EQ(ShmQueueSelect(library, &wanted, timeout, &ready), SHMQUEUE_OK);
-        EXPECT_EQ(ready, wanted == 3 ? 2u : wanted == 0 ? 0u : 1u);
-        return wanted;
-    }
-    uint32_t choose(uint32_t mask) { return ShmQueueEventSelect(library, mask); }
-    uint32_t events()
-    {
-        uint32_t found = 99;
-        EXPECT_EQ(isSet(ShmQueueGetEvent(library)), ours(pending) != 0);
-        EXPECT_EQ(ShmQueueEnumEvents(library, &found), SHMQUEUE_OK);
-        EXPECT_FALSE(isSet(ShmQueueGetEvent(library)));
-        return found;
-    }
 
-    ShmQueue *listener = nullptr, *library = nullptr;
-    std::unique_ptr<RawPeer> handshake, raw;
-    uint32_t moved = 0;
+    Queue listener;
+    std::optional<RawPeer> shake, raw;
 };
 
 TEST(ShmQueue, MakesItsSegmentsAndObjectsAsPeersExpectThem)
 {
     Link link(true, 1000);
-    ASSERT_NE(link.library, nullptr);
-    DWORD reply[2] = {};
-    EXPECT_EQ(link.handshake->in(end) + link.handshake->out(end), 512u);
-    EXPECT_TRUE(isSet(link.handshake->ownEvent));
-    EXPECT_FALSE(isSet(link.handshake->ownEvent)); // reset by the first wait
-    EXPECT_EQ(link.handshake->get(reinterpret_cast<char *>(reply), 8), 8u);
-    EXPECT_EQ(reply[0] + reply[1], 1007u);
-    for (DWORD offset = 0; offset < 2084; offset += 4)
-        EXPECT_EQ(*reinterpret_cast<DWORD *>(link.raw->view + offset),
-                  offset == 4 + 12 || offset == 1044 + 12 ? 1000u : 0u);
+    ASSERT_NE(link, nullptr);
+    EXPECT_EQ(link.shake->in(end) + link.shake->out(end), 512u);
+    EXPECT_TRUE(isSet(link.shake->ownEvent) && !isSet(link.shake->ownEvent)); // reset by the first wait
+    EXPECT_EQ(link.shake->get(9), record({7, 1000}));
+    for (DWORD i = 0; i < 521; ++i)
+        EXPECT_EQ((&link.raw->processId())[i], i == 4 || i == 264 ? 1000u : 0u);
     for (HANDLE event : {link.raw->ownEvent, link.raw->peerEvent, link.raw->ownWake, link.raw->peerWake}) {
         SetEvent(event);
         EXPECT_TRUE(isSet(event) && isSet(event)); // manual reset
@@ -98,11 +69,10 @@ TEST(ShmQueue, MakesItsSegmentsAndObjectsAsPeersExpectThem)
     }
     EXPECT_EQ(ShmQueueListen("link"), nullptr);
     for (auto [number, name] : {std::pair(123u, "QVSShmlink123"), {0u, "QVSShmlink00"}, {~0u, "QVSShmlink-1"}}) {
-        link.handshake->put("1234", 4);
-        ShmQueue *queue = ShmQueueAccept(link.listener, number, 0);
-        EXPECT_EQ(ShmQueueAdd(queue, "a", &(link.moved = 1)), SHMQUEUE_FULL); // a ring of no bytes
+        link.shake->put("1234");
+        Queue queue(ShmQueueAccept(link.listener.get(), number, 0));
+        EXPECT_EQ(queue.add("a"), SHMQUEUE_FULL); // a ring of no bytes
         EXPECT_NE(RawPeer(RawPeer::connector, name, 0).view, nullptr) << name;
-        EXPECT_EQ(ShmQueueDestroy(queue), SHMQUEUE_OK);
     }
     HANDLE mapping = OpenFileMappingA(READ_CONTROL, FALSE, "QVSShmlink07");
     ACL *list = reinterpret_cast<ACL *>(1);
@@ -114,190 +84,189 @@ TEST(ShmQueue, MakesItsSegmentsAndObjectsAsPeersExpectThem)
 TEST(ShmQueue, RefusesWhatItCannotServe)
 {
     Footprint before;
-    {
-        uint32_t word = 0;
-        for (const char *name : {static_cast<const char *>(nullptr), "sixteen_letters_", "bad\\name", "nobody"}) {
-            ShmQueue *listener = ShmQueueListen(name);
-            EXPECT_EQ(listener != nullptr, name != nullptr && std::string(name) == "nobody");
-            EXPECT_EQ(ShmQueueDestroy(listener), listener == nullptr ? SHMQUEUE_BAD_HANDLE : SHMQUEUE_OK);
-            EXPECT_EQ(ShmQueueConnect(name), nullptr);
-        }
-        for (uint32_t status : {ShmQueueAdd(nullptr, "a", &word), ShmQueueRemove(nullptr, &word, &word),
-                                ShmQueueSelect(nullptr, &word, 0, &word), ShmQueueEventSelect(nullptr, 1),
-                                ShmQueueEnumEvents(nullptr, &word)})
-            EXPECT_EQ(status, SHMQUEUE_BAD_HANDLE);
-        EXPECT_EQ(ShmQueueGetEvent(nullptr), nullptr);
-
-        Link link(true, 8, "fifteen_letters");
-        ASSERT_NE(link.library, nullptr);
-        EXPECT_EQ(ShmQueueAccept(nullptr, 8, 8), nullptr);
-        EXPECT_EQ(ShmQueueAccept(link.library, 8, 8), nullptr);
-        EXPECT_EQ(ShmQueueAccept(link.listener, 8, 8), nullptr); // nothing pending
-        link.handshake->put("1234", 4);
-        for (uint32_t size : {0x7FFFFFD6u, 0x7FFFFFD7u, 0x7FFFFFD8u, 0x80000000u, ~0u}) // 2S + 84 goes over 32 bits
-            EXPECT_EQ(ShmQueueAccept(link.listener, 8, size), nullptr);
-        EXPECT_EQ(link.handshake->out(count), 4u);               // the request is still there
-        EXPECT_EQ(ShmQueueAccept(link.listener, 7, 8), nullptr); // the number is in use
-        EXPECT_EQ(link.handshake->out(count), 0u);
-        SetEvent(link.handshake->ownEvent); // a client that is let go by it finds another one's connection
-        link.raw->announce(GetCurrentProcessId() + 1);
-        EXPECT_EQ(ShmQueueConnect("fifteen_letters"), nullptr);
-        EXPECT_EQ(*reinterpret_cast<DWORD *>(link.raw->view), GetCurrentProcessId() + 1);
+    uint32_t word = 0;
+    for (const char *name : {static_cast<const char *>(nullptr), "sixteen_letters_", "bad\\name", "nobody"}) {
+        EXPECT_EQ(Queue(ShmQueueListen(name)) != nullptr, name != nullptr && *name == 'n');
+        EXPECT_EQ(ShmQueueConnect(name), nullptr);
     }
-    EXPECT_TRUE(before.isBack());
+    for (uint32_t status : {ShmQueueAdd(nullptr, "a", &word), ShmQueueRemove(nullptr, &word, &word),
+                            ShmQueueSelect(nullptr, &word, 0, &word), ShmQueueEventSelect(nullptr, 1),
+                            ShmQueueEnumEvents(nullptr, &word), ShmQueueDestroy(nullptr)})
+        EXPECT_EQ(status, SHMQUEUE_BAD_HANDLE);
+    EXPECT_EQ(ShmQueueGetEvent(nullptr), nullptr);
+
+    Link link(true, 8, "fifteen_letters");
+    ASSERT_NE(link, nullptr);
+    for (ShmQueue *queue : {static_cast<ShmQueue *>(nullptr), link.get(), link.listener.get()}) // nothing pending
+        EXPECT_EQ(ShmQueueAccept(queue, 8, 8), nullptr);
+    link.shake->put("1234");
+    for (uint32_t size : {0x7FFFFFD6u, 0x7FFFFFD7u, 0x7FFFFFD8u, 0x80000000u, ~0u}) // 2S + 84 goes over 32 bits
+        EXPECT_EQ(ShmQueueAccept(link.listener.get(), 8, size), nullptr);
+    EXPECT_EQ(link.shake->out(count), 4u);                         // the request is still there
+    EXPECT_EQ(ShmQueueAccept(link.listener.get(), 7, 8), nullptr); // the number is in use
+    EXPECT_EQ(link.shake->out(count), 0u);
+    SetEvent(link.shake->ownEvent); // a client that is let go by it finds another one's connection
+    link.raw->announce(GetCurrentProcessId() + 1);
+    EXPECT_EQ(ShmQueueConnect("fifteen_letters"), nullptr);
+    EXPECT_EQ(link.raw->processId(), GetCurrentProcessId() + 1);
     for (DWORD promised : {5000u, 0x7FFFFFD5u, 0x7FFFFFD6u, ~0u}) { // the segment is smaller than the reply says
         RawPeer listener(RawPeer::listener, "QVSShmInitliar", 256), acceptor(RawPeer::acceptor, "QVSShmliar01", 100);
-        DWORD reply[2] = {1, promised};
-        listener.put(reinterpret_cast<char *>(reply), 8);
+        listener.put(record({1, promised}));
         SetEvent(listener.peerEvent);
         EXPECT_EQ(ShmQueueConnect("liar"), nullptr) << promised;
     }
-    EXPECT_TRUE(before.isBack());
 }
 
 TEST(ShmQueue, InteroperatesInBothRoles)
 {
     std::mt19937 random(5);
-    for (auto [libraryAccepts, capacity] :
-         {std::pair(true, 1u), {true, 7u}, {false, 7u}, {true, 64u}, {false, 64u}, {false, 1001u}}) {
-        Link link(libraryAccepts, capacity);
-        ASSERT_NE(link.library, nullptr);
-        EXPECT_EQ(*reinterpret_cast<DWORD *>(link.raw->view), libraryAccepts ? 0 : GetCurrentProcessId());
-        EXPECT_EQ(isSet(link.raw->processWait), !libraryAccepts);
-        Bytes written[2] = {{1}, {2}}, seen[2] = {{1}, {2}};
-        uint32_t held[2] = {}, position = 0; // of the next byte in the outward ring
-        char buffer[2100];
+    for (auto [accepts, capacity] : {std::pair(true, 1u), {true, 7u}, {false, 7u}, {true, 64u}, {false, 1001u}}) {
+        Link link(accepts, capacity);
+        ASSERT_NE(link, nullptr);
+        EXPECT_EQ(link.raw->processId(), accepts ? 0 : GetCurrentProcessId());
+        EXPECT_EQ(isSet(link.raw->processWait), !accepts);
+        Bytes written[2] = {{1}, {2}}, seen[2] = {{1}, {2}}; // outward and inward
+        uint32_t held[2] = {}, position = 0;                 // of the next byte in the outward ring
         for (int step = 0; step < 2000; ++step) {
             bool inward = random() % 2 == 0, adds = random() % 2 == 0;
-            uint32_t length = 1 + random() % (2 * capacity), moved = length, status = SHMQUEUE_OK;
-            uint32_t expected = std::min<uint32_t>(length, adds ? capacity - held[inward] : held[inward]);
-            if (adds)
-                Bytes(written[inward]).fill(buffer, length);
-            if (adds == inward)
-                moved = adds ? link.raw->put(buffer, length) : link.raw->get(buffer, length);
-            else
-                status =
-                    adds ? ShmQueueAdd(link.library, buffer, &moved) : ShmQueueRemove(link.library, buffer, &moved);
-            bool isFull = status == SHMQUEUE_FULL;
-            ASSERT_EQ(status, expected > 0 || adds == inward ? SHMQUEUE_OK : adds ? SHMQUEUE_FULL : SHMQUEUE_EMPTY);
-            ASSERT_EQ(moved, isFull ? length : expected);
-            if (adds)
-                written[inward].fill(buffer, expected);
-            else
-                ASSERT_TRUE(seen[inward].match(buffer, expected));
-            held[inward] += adds ? expected : 0 - expected;
-            position = held[0] == 0 ? 0 : (position + (adds && !inward ? expected : 0)) % capacity;
+            uint32_t length = 1 + random() % (2 * capacity), status = SHMQUEUE_OK;
+            uint32_t moved = std::min(length, adds ? capacity - held[inward] : held[inward]);
+            if (adds) {
+                std::string data = Bytes(written[inward]).next(length);
+                inward ? link.value = link.raw->put(data) : status = link.add(data);
+                written[inward].next(moved);
+            } else {
+                inward ? status = link.remove(length) : (link.bytes = link.raw->get(length), 0);
+                ASSERT_EQ(link.bytes, seen[inward].next(moved));
+            }
+            ASSERT_EQ(status, moved > 0 || adds == inward ? SHMQUEUE_OK : adds ? SHMQUEUE_FULL : SHMQUEUE_EMPTY);
+            ASSERT_TRUE(!adds || link.value == (status == SHMQUEUE_FULL ? length : moved));
+            held[inward] += adds ? moved : 0 - moved;
+            position = held[0] == 0 ? 0 : (position + (adds && !inward ? moved : 0)) % capacity;
             ASSERT_EQ(link.ours(count), held[0]);
             ASSERT_EQ(link.ours(writePos), position);
             ASSERT_TRUE(held[1] != 0 || link.theirs(readPos) + link.theirs(writePos) == 0);
-            ASSERT_EQ(link.select(3), (held[1] == 0 ? 0 : 1) + (held[0] == capacity ? 0u : 2u));
+            ASSERT_EQ(link.select(3, 0), SHMQUEUE_OK);
+            ASSERT_EQ(link.value, (held[1] == 0 ? 0 : 1) + (held[0] == capacity ? 0u : 2u));
         }
     }
 }
 
-TEST(ShmQueue, RaisesAndAddsUpEvents)
+/// One call of either end, what it returns, and the words of both sides after it.
+TEST(ShmQueue, WakesAndRaisesEvents)
 {
     Link link(true);
-    ASSERT_NE(link.library, nullptr);
+    ASSERT_NE(link, nullptr);
     {
-        test_support::FailingImport<BOOL WINAPI(HANDLE)> failing("SetEvent", FALSE, 1);
-        EXPECT_EQ(link.choose(63), SHMQUEUE_BAD_HANDLE);
-        EXPECT_EQ(link.ours(eventMask) + link.ours(pending), 0u); // so that the next call finds the same bits due
+        FailingImport<BOOL WINAPI(HANDLE)> failing("SetEvent", FALSE, 1);
+        EXPECT_EQ(link.choose(63), SHMQUEUE_BAD_HANDLE); // the first step finds the same bits due
     }
-    EXPECT_EQ(link.choose(63), SHMQUEUE_OK);
-    EXPECT_EQ(link.events(), 2u); // due by the present state
-    link.raw->put("abcd", 4);
-    EXPECT_EQ(link.remove(1) + link.remove(1), SHMQUEUE_OK);
-    EXPECT_EQ(link.events(), 3u * (1 + 8)); // raised three times, added up
-    EXPECT_EQ(link.choose(2) + link.choose(1 | 2), SHMQUEUE_OK);
-    EXPECT_EQ(link.ours(pending), 1u); // what stays chosen is not looked at again
-    EXPECT_EQ(link.choose(2 | 32), SHMQUEUE_OK);
-    EXPECT_EQ(link.events(), 0u); // every pending event was dropped
-    EXPECT_EQ(link.remove(9), SHMQUEUE_OK);
-
-    link.theirs(eventMask) = 1 | 2 | 8;
-    EXPECT_EQ(link.add(4) + link.add(2), SHMQUEUE_OK); // the second finds the ring not empty: no news
-    EXPECT_EQ(link.theirs(pending), 9u);
-    EXPECT_TRUE(isSet(link.raw->ownEvent));
-    EXPECT_EQ(link.add(10), SHMQUEUE_OK);
-    EXPECT_EQ(link.moved, 2u);
-    EXPECT_EQ(link.ours(blocked), 0u); // a part was added: not blocked
-    EXPECT_EQ(link.add(10), SHMQUEUE_FULL);
-    EXPECT_EQ(link.ours(blocked), 1u);
-    char byte = 0;
-    link.raw->get(&byte, 1);
-    EXPECT_EQ(link.events(), 2u);
-    link.theirs(blocked) = 1;
-    link.theirs(pending) = 0;
-    link.raw->put("ab", 2);
-    EXPECT_EQ(link.remove(1), SHMQUEUE_OK);
-    EXPECT_EQ(link.theirs(blocked), 0u);
-    EXPECT_EQ(link.theirs(pending), 2u);
-    link.theirs(closed) = link.ours(closed) = 1;
-    link.raw->tell(0, 32);
-    EXPECT_EQ(link.events(), 32u);
-    EXPECT_EQ(link.add(1), SHMQUEUE_CLOSED);
-    EXPECT_EQ(link.remove(2), SHMQUEUE_OK);
-    EXPECT_EQ(link.remove(2), SHMQUEUE_CLOSED);
-    EXPECT_EQ(link.moved, 0u);
-    EXPECT_EQ(link.choose(0) + link.choose(63), SHMQUEUE_OK);
-    EXPECT_EQ(link.events(), 32u);
+    auto add = [&](DWORD n) { return link.add(std::string(n, 'x')); };
+    auto remove = [&](DWORD n) { return link.remove(n); };
+    auto choose = [&](DWORD n) { return link.choose(n); };
+    auto events = [&](DWORD) { return link.events(); };
+    auto select = [&](DWORD n) { return link.select(n, 10); };
+    auto put = [&](DWORD n) { return link.value = link.raw->put(std::string(n, 'y')), 0; };
+    auto get = [&](DWORD n) { return link.value = static_cast<uint32_t>(link.raw->get(n).size()), 0; };
+    auto watch = [&](DWORD n) {
+        return link.theirs(eventMask) = n, link.theirs(pending) = 0, ResetEvent(link.raw->ownEvent), 0;
+    };
+    DWORD slept = 0, number = 0;
+    auto sleep = [&](DWORD n) { return link.theirs(waitMask) = slept = n, ResetEvent(link.raw->ownWake), 0; };
+    auto close = [&](DWORD) { return link.theirs(closed) = link.ours(closed) = 1, link.raw->tell(0, 32), 0; };
+    struct {
+        std::function<uint32_t(DWORD)> call;
+        DWORD argument, status, value, ours[3], theirs[3]; // wait mask, pending events, writer blocked
+    } const steps[] = {
+        {choose, 63, 0, 0, {0, 2, 0}, {0, 0, 0}}, // due by the present state
+        {put, 4, 0, 4, {0, 11, 0}, {0, 0, 0}},
+        {events, 0, 0, 11, {0, 0, 0}, {0, 0, 0}},
+        {remove, 1, 0, 1, {0, 9, 0}, {0, 0, 0}},
+        {remove, 1, 0, 1, {0, 18, 0}, {0, 0, 0}}, // raised twice: added up
+        {choose, 2, 0, 0, {0, 2, 0}, {0, 0, 0}},
+        {choose, 1 | 2, 0, 0, {0, 3, 0}, {0, 0, 0}}, // what stays chosen is not looked at again
+        {events, 0, 0, 3, {0, 0, 0}, {0, 0, 0}},
+        {choose, 1 | 2 | 8, 0, 0, {0, 8, 0}, {0, 0, 0}},
+        {choose, 2 | 32, 0, 0, {0, 0, 0}, {0, 0, 0}}, // every pending event was dropped
+        {remove, 9, 0, 2, {0, 0, 0}, {0, 0, 0}},
+        {watch, 1 | 2 | 8, 0, 0, {0, 0, 0}, {0, 0, 0}},
+        {sleep, 2 | 4, 0, 0, {0, 0, 0}, {6, 0, 0}},
+        {add, 4, 0, 4, {0, 0, 0}, {6, 9, 0}},
+        {sleep, 1, 0, 0, {0, 0, 0}, {1, 9, 0}},
+        {add, 2, 0, 2, {0, 0, 0}, {1, 9, 0}},  // the ring was not empty: no news
+        {add, 10, 0, 2, {0, 0, 0}, {1, 9, 0}}, // a part was added: not blocked
+        {add, 10, 1, 10, {0, 0, 1}, {1, 9, 0}},
+        {get, 1, 0, 1, {0, 2, 0}, {1, 9, 0}},
+        {events, 0, 0, 2, {0, 0, 0}, {1, 9, 0}},
+        {add, 1, 0, 1, {0, 0, 0}, {1, 9, 0}},
+        {select, 3, 0, 0, {3, 0, 0}, {1, 9, 0}}, // the wait mask stays after a time-out,
+        {get, 1, 0, 1, {1, 0, 0}, {1, 9, 0}},    // which is when the signal comes
+        {add, 1, 0, 1, {1, 0, 0}, {1, 9, 0}},
+        {select, 2, 0, 0, {0, 0, 0}, {1, 9, 0}}, // woken by it, with nothing ready
+        {select, 1, 0, 0, {1, 0, 0}, {1, 9, 0}},
+        {put, 7, 0, 7, {0, 0, 0}, {1, 9, 0}},
+        {put, 2, 0, 1, {0, 0, 0}, {1, 9, 0}},
+        {watch, 2, 0, 0, {0, 0, 0}, {1, 0, 0}},
+        {put, 1, 0, 0, {0, 0, 0}, {1, 0, 1}},
+        {sleep, 2 | 4, 0, 0, {0, 0, 0}, {6, 0, 1}},
+        {remove, 3, 0, 3, {0, 0, 0}, {4, 2, 0}},
+        {remove, 3, 0, 3, {0, 0, 0}, {4, 2, 0}}, // the peer is told once
+        {close, 0, 0, 0, {0, 32, 0}, {4, 2, 0}},
+        {add, 1, 3, 1, {0, 32, 0}, {4, 2, 0}},
+        {remove, 9, 0, 2, {0, 32, 0}, {4, 2, 0}},
+        {remove, 9, 3, 0, {0, 32, 0}, {4, 2, 0}},
+        {choose, 0, 0, 0, {0, 0, 0}, {4, 2, 0}},
+        {choose, 63, 0, 0, {0, 32, 0}, {4, 2, 0}},
+    };
+    for (const auto &[call, argument, status, value, ours, theirs] : steps) {
+        SCOPED_TRACE(testing::Message() << "step " << number++);
+        link.value = 0;
+        EXPECT_EQ(call(argument), status);
+        EXPECT_EQ(link.value, value);
+        Word words[] = {waitMask, pending, blocked};
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(link.ours(words[i]), ours[i]) << i;
+            EXPECT_EQ(link.theirs(words[i]), theirs[i]) << i;
+        }
+        EXPECT_EQ(link.isTold(), ours[1] != 0);
+        EXPECT_EQ(isSet(link.raw->ownEvent), theirs[1] != 0);
+        EXPECT_EQ(isSet(link.raw->ownWake), theirs[0] != slept);
+    }
 }
 
-TEST(ShmQueue, KeepsTheWaitMaskAfterATimeOut)
+TEST(ShmQueue, LosesNoSignalToATimeOut)
 {
     Link link(true);
-    ASSERT_NE(link.library, nullptr);
+    ASSERT_NE(link, nullptr);
     std::thread peer([&] { // keeps the mutex for longer than the time-out of the select that it wakes
         while (link.ours(waitMask) == 0)
             Sleep(1);
         WaitForSingleObject(link.raw->mutex, patience);
         link.raw->tell(1, 0);
-        Sleep(1300);
+        Sleep(700);
         ReleaseMutex(link.raw->mutex);
     });
-    EXPECT_EQ(link.select(1, 1000), 1u);
+    EXPECT_EQ(link.select(1, 500), SHMQUEUE_OK);
+    EXPECT_EQ(link.value, 1u);
     peer.join();
-    EXPECT_EQ(link.select(0) + link.select(1, 10), 0u);
-    EXPECT_EQ(link.ours(waitMask), 1u);
-    link.raw->put("a", 1); // the late signal
-    EXPECT_EQ(link.remove(1), SHMQUEUE_OK);
-    EXPECT_EQ(link.select(1, patience), 0u); // woken by it, with nothing ready
-    EXPECT_EQ(link.ours(waitMask), 0u);
-    EXPECT_EQ(link.add(8), SHMQUEUE_OK);
-    EXPECT_EQ(link.select(3, 10), 0u);
-    char byte = 0;
-    link.raw->get(&byte, 1); // room: the writer is woken, the reader's bit stays
-    EXPECT_EQ(link.ours(waitMask), 1u);
-    link.theirs(waitMask) = 2 | 4;
-    EXPECT_EQ(link.add(1), SHMQUEUE_OK);
-    EXPECT_FALSE(isSet(link.raw->ownWake));
-    link.raw->put("a", 1);
-    EXPECT_EQ(link.remove(1), SHMQUEUE_OK);
-    EXPECT_TRUE(isSet(link.raw->ownWake));
-    EXPECT_EQ(link.theirs(waitMask), 4u);
 }
 
 TEST(ShmQueue, TakesADamagedHeaderForAClosedRing)
 {
-    struct {
-        Word word;
-        DWORD value;
-    } const damages[] = {{base, 1},       {base, ~0u}, {readPos, 64}, {readPos, ~0u}, {writePos, 64}, {writePos, 3},
-                         {writePos, ~0u}, {end, 0},    {end, 65},     {count, 65},    {count, 68},    {count, 5}};
-    for (bool libraryAccepts : {true, false})
-        for (auto [word, value] : damages) {
-            Link link(libraryAccepts, 64);
-            ASSERT_NE(link.library, nullptr);
-            link.raw->put("abcd", 4);
-            EXPECT_EQ(link.add(4), SHMQUEUE_OK);
-            link.theirs(word) = link.ours(word) = value;
-            EXPECT_EQ(link.add(100), SHMQUEUE_CLOSED) << word << ' ' << value;
-            EXPECT_EQ(link.remove(100), SHMQUEUE_CLOSED) << word << ' ' << value;
-            EXPECT_EQ(link.select(3), 1u);
-            EXPECT_EQ(link.choose(63), SHMQUEUE_OK);
-            EXPECT_EQ(link.events(), 32u);
-        }
+    const std::pair<Word, DWORD> damages[] = {{base, 1},      {base, ~0u},     {readPos, 64}, {readPos, ~0u},
+                                              {writePos, 64}, {writePos, 3},   {end, 0},      {end, 65},
+                                              {count, 65},    {writePos, ~0u}, {count, 68},   {count, 5}};
+    for (auto [word, damage] : damages) {
+        Link link(false, 64);
+        ASSERT_NE(link, nullptr);
+        link.raw->put("abcd");
+        EXPECT_EQ(link.add("abcd"), SHMQUEUE_OK);
+        link.theirs(word) = link.ours(word) = damage;
+        EXPECT_EQ(link.add(std::string(100, 'x')), SHMQUEUE_CLOSED) << word << ' ' << damage;
+        EXPECT_EQ(link.remove(100), SHMQUEUE_CLOSED) << word << ' ' << damage;
+        EXPECT_EQ(link.select(3) + link.value, 1u);
+        EXPECT_EQ(link.choose(63) + link.events() + link.value, 32u);
+    }
 }
 
 DWORD *hostileWord; ///< as the library sees it
@@ -307,17 +276,15 @@ bool isBeingRead;
 LONG WINAPI spoilOnceRead(EXCEPTION_POINTERS *exception)
 {
     const EXCEPTION_RECORD &record = *exception->ExceptionRecord;
-    bool isAccess = record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION,
-         isStep = record.ExceptionCode == EXCEPTION_SINGLE_STEP;
-    if (!isStep && (!isAccess || (record.ExceptionInformation[1] ^ reinterpret_cast<DWORD>(hostileWord)) >= 4096))
+    bool isStep = record.ExceptionCode == EXCEPTION_SINGLE_STEP;
+    DWORD before = 0, distance = record.ExceptionInformation[1] ^ reinterpret_cast<DWORD>(hostileWord);
+    if (!isStep && (record.ExceptionCode != EXCEPTION_ACCESS_VIOLATION || distance >= 4096))
         return EXCEPTION_CONTINUE_SEARCH;
     if (isStep && isBeingRead)
         *hostileWord = 0x7FFFFF00;
-    DWORD before = 0;
     VirtualProtect(hostileWord, 1, isStep ? PAGE_NOACCESS : PAGE_READWRITE, &before);
-    isBeingRead = isAccess && record.ExceptionInformation[0] == 0 &&
-                  record.ExceptionInformation[1] == reinterpret_cast<DWORD>(hostileWord);
-    exception->ContextRecord->EFlags |= isAccess ? 0x100 : 0;
+    isBeingRead = !isStep && record.ExceptionInformation[0] == 0 && distance == 0;
+    exception->ContextRecord->EFlags |= isStep ? 0 : 0x100;
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 
@@ -325,18 +292,18 @@ LONG WINAPI spoilOnceRead(EXCEPTION_POINTERS *exception)
 TEST(ShmQueue, LooksAtAHeaderWordOnce)
 {
     Link link(false, 64);
-    ASSERT_NE(link.library, nullptr);
+    ASSERT_NE(link, nullptr);
     void *handler = AddVectoredExceptionHandler(1, spoilOnceRead);
     for (Word word : {base, readPos, writePos, end, count})
         for (bool adds : {true, false}) {
-            for (DWORD *ring : {&link.ours(base), &link.theirs(base)})
-                std::copy_n(std::array<DWORD, 5>{0, 0, 4, 64, 4}.data(), 5, ring);
-            hostileWord = reinterpret_cast<DWORD **>(link.library)[adds ? 2 : 3] + word; // sendRing, recvRing
-            DWORD before = 0;
+            DWORD before = 0, header[] = {0, 0, 4, 64, 4};
+            std::copy_n(header, 5, &link.ours(base));
+            std::copy_n(header, 5, &link.theirs(base));
+            hostileWord = reinterpret_cast<DWORD **>(link.get())[adds ? 2 : 3] + word; // sendRing, recvRing
             VirtualProtect(hostileWord, 1, PAGE_NOACCESS, &before);
-            EXPECT_EQ(adds ? link.add(100) : link.remove(100), SHMQUEUE_OK);
-            EXPECT_EQ(link.moved, adds ? 60u : 4u);
+            EXPECT_EQ(adds ? link.add(std::string(100, 'x')) : link.remove(100), SHMQUEUE_OK);
             VirtualProtect(hostileWord, 1, PAGE_READWRITE, &before);
+            EXPECT_EQ(link.value, adds ? 60u : 4u);
             EXPECT_EQ(adds ? link.ours(count) : link.theirs(count), adds ? 64u : 0u);
         }
     RemoveVectoredExceptionHandler(handler);
@@ -346,206 +313,178 @@ TEST(ShmQueue, LooksAtAHeaderWordOnce)
 void endWatcher(Link &link)
 {
     link.choose(32);
-    for (int i = 0; i < 100 && !isSet(ShmQueueGetEvent(link.library)); ++i) {
+    for (int i = 0; i < 100 && !link.isTold(20); ++i)
         link.raw->announce(GetCurrentProcessId());
-        Sleep(20);
-    }
 }
 
 const DWORD testThread = GetCurrentThreadId();
 std::atomic<int> watcherSignals;
 
-/// Holds the watcher up where it acknowledges.
-BOOL WINAPI setEventSlowly(HANDLE event)
+/// Whoever sleeps while the watcher fails is woken, and each failed call passes the mutex on.
+void failWatcher(Link &link)
 {
-    if (GetCurrentThreadId() == testThread)
-        return SetEvent(event);
-    Sleep(100);
-    ++watcherSignals;
-    return SetEvent(event);
+    auto inThread = [](auto act) { return std::thread(act).join(); };
+    std::thread connector([&] {
+        while (link.ours(waitMask) == 0)
+            Sleep(1);
+        link.raw->announce(0xFFFFFFF0); // no such process
+    });
+    EXPECT_EQ(link.select(SHMQUEUE_SELECT_READ), SHMQUEUE_BAD_HANDLE);
+    connector.join();
+    EXPECT_TRUE(link.isTold());
+    inThread([&] { EXPECT_EQ(WaitForSingleObject(link.raw->mutex, patience), WAIT_OBJECT_0); }); // and dies with it
+    EXPECT_EQ(link.add("a"), SHMQUEUE_BAD_HANDLE);
+    inThread([&] { EXPECT_EQ(link.add("a"), SHMQUEUE_OK); });
+    link.raw->get(1);
 }
 
 /// What can go wrong around the watcher: destroy neither hangs nor frees what the watcher still uses.
 TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
 {
-    enum { asleep, acknowledged, watching, failed, ended };
+    enum { asleep, acknowledged, watching, failed, ended, unread };
     Footprint before;
-    test_support::ImportHook slow("SetEvent", setEventSlowly);
-    for (int watcher : {asleep, acknowledged, watching, failed, ended}) {
+    ImportHook slow("SetEvent", winapi([](HANDLE event) { // holds the watcher up where it acknowledges
+                        if (GetCurrentThreadId() == testThread)
+                            return SetEvent(event);
+                        Sleep(100);
+                        ++watcherSignals;
+                        return SetEvent(event);
+                    }));
+    for (int watcher : {asleep, acknowledged, watching, failed, ended, unread}) {
+        SCOPED_TRACE(watcher);
         Link link(true);
-        ASSERT_NE(link.library, nullptr);
+        ASSERT_NE(link, nullptr);
         link.choose(watcher == acknowledged || watcher == watching ? 2 : 32); // with write, the event is set already
-        if (watcher == watching || watcher == ended)
+        if (watcher == watching)
             link.raw->announce(GetCurrentProcessId());
-        if (watcher == failed) { // no such process: the mutex is left abandoned, and whoever sleeps is woken
-            std::thread connector([&] {
-                while (link.ours(waitMask) == 0)
-                    Sleep(1);
-                link.raw->announce(0xFFFFFFF0);
-            });
-            EXPECT_EQ(sleepUntilReadable(link.library), SHMQUEUE_BAD_HANDLE);
-            connector.join();
-            EXPECT_TRUE(isSet(ShmQueueGetEvent(link.library)));
-            auto letPeerTakeMutex = [&](bool andDie) {
-                std::thread([&] {
-                    EXPECT_EQ(WaitForSingleObject(link.raw->mutex, patience), WAIT_OBJECT_0);
-                    if (!andDie)
-                        ReleaseMutex(link.raw->mutex);
-                }).join();
-            };
-            letPeerTakeMutex(true); // each failed call has passed the mutex on
-            EXPECT_EQ(link.add(1), SHMQUEUE_BAD_HANDLE);
-            letPeerTakeMutex(false);
-            EXPECT_EQ(link.add(1), SHMQUEUE_OK);
-        }
+        if (watcher == failed)
+            failWatcher(link);
         if (watcher == ended)
             endWatcher(link);
+        if (watcher == unread)
+            link.add("a");
         link.theirs(waitMask) = 3;
         link.theirs(eventMask) = 32;
-        EXPECT_EQ(ShmQueueDestroy(std::exchange(link.library, nullptr)), SHMQUEUE_OK) << watcher;
-        EXPECT_GE(watcherSignals.exchange(0), 1) << watcher;
+        EXPECT_EQ(link.destroy(), SHMQUEUE_OK);
+        EXPECT_GE(watcherSignals.exchange(0), 1);
         EXPECT_EQ(link.ours(closed) & link.theirs(closed), 1u);
         EXPECT_EQ(link.theirs(pending), 32u);
-        EXPECT_EQ(link.theirs(waitMask), watcher == failed ? 3u : 2u); // only a reader with nothing to read is woken
+        EXPECT_EQ(link.theirs(waitMask), watcher == unread ? 3u : 2u); // only a reader with nothing to read is woken
     }
-    EXPECT_TRUE(before.isBack());
 }
 
 /// A whole life of a connection; any call may fail if something was made to.
-void liveThrough(bool libraryAccepts, bool watcherEnds, const std::function<bool()> &mayFail)
+void liveThrough(bool accepts, bool watcherEnds, const std::function<bool()> &mayFail)
 {
-    Link link(libraryAccepts, 64);
-    if (link.library == nullptr) {
+    Link link(accepts, 64);
+    if (link == nullptr) {
         EXPECT_TRUE(mayFail());
         return;
     }
-    auto check = [&](uint32_t status) {
-        EXPECT_TRUE(status == SHMQUEUE_OK || (status == SHMQUEUE_BAD_HANDLE && mayFail()));
-        return status;
-    };
-    uint32_t word = 0, flags = 1;
+    auto check = [&](uint32_t status) { EXPECT_TRUE(status == 0 || (status == SHMQUEUE_BAD_HANDLE && mayFail())); };
     link.theirs(waitMask) = 3;
     link.theirs(eventMask) = 63;
     check(link.choose(63));
-    check(link.add(64));
-    link.add(1);
+    check(link.add(std::string(64, 'x')));
+    link.add("x");
     link.theirs(blocked) = 1;
-    check(ShmQueueSelect(link.library, &flags, 1, &word));
-    link.raw->put("abcd", 4);
+    check(link.select(1, 1));
+    link.raw->put("abcd");
     check(link.remove(2));
-    check(ShmQueueSelect(link.library, &(flags = 2), 1, &word)); // a late signal is there already
-    check(ShmQueueEnumEvents(link.library, &word));
+    check(link.select(2, 1)); // a late signal is there already
+    check(link.events());
     check(link.choose(1));
     check(link.choose(32));
-    if (libraryAccepts && watcherEnds)
+    if (accepts && watcherEnds)
         endWatcher(link);
-    if (check(ShmQueueDestroy(link.library)) == SHMQUEUE_OK)
-        link.library = nullptr;
 }
 
 /// Lives through with each call of one import failing in turn.
-template<typename Signature, typename Result>
-void failEachCall(const char *import, Result failure)
+template<typename... Arguments>
+void failEachCall(const char *import, DWORD failure)
 {
     SCOPED_TRACE(import);
     Footprint before;
     int failures = 0;
-    for (int mode = 0; mode < 3; ++mode) {
-        bool failed = true;
-        for (int call = 1; failed && !testing::Test::HasFailure(); ++call) {
-            test_support::HeapWatch watch;
-            test_support::FailingImport<Signature> failing(import, failure, call, ERROR_NOT_ENOUGH_MEMORY);
+    for (int mode = 0; mode < 3; ++mode)
+        for (int call = 1, failed = true; failed && !testing::Test::HasFailure(); ++call) {
+            HeapWatch watch;
+            FailingImport<DWORD WINAPI(Arguments...)> failing(import, failure, call, ERROR_NOT_ENOUGH_MEMORY);
             liveThrough(mode < 2, mode == 1, [&] { return failing.failed(); });
             EXPECT_EQ(watch.liveBlocks(), 0);
-            failed = failing.failed();
-            failures += failed ? 1 : 0;
+            failures += failed = failing.failed();
         }
-    }
     EXPECT_GT(failures, 0);
-    EXPECT_TRUE(before.isBack());
 }
 
 TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
 {
-    using Security = SECURITY_ATTRIBUTES;
-    const HANDLE none = nullptr;
-    failEachCall<HANDLE WINAPI(HANDLE, Security *, DWORD, DWORD, DWORD, const char *)>("CreateFileMappingA", none);
-    failEachCall<HANDLE WINAPI(DWORD, BOOL, const char *)>("OpenFileMappingA", none);
-    failEachCall<HANDLE WINAPI(Security *, BOOL, const char *)>("CreateMutexA", none);
-    failEachCall<HANDLE WINAPI(Security *, BOOL, BOOL, const char *)>("CreateEventA", none);
-    failEachCall<void * WINAPI(HANDLE, DWORD, DWORD, DWORD, SIZE_T)>("MapViewOfFile", none);
-    failEachCall<SIZE_T WINAPI(const void *, MEMORY_BASIC_INFORMATION *, SIZE_T)>("VirtualQuery", SIZE_T());
-    failEachCall<BOOL WINAPI(void *, DWORD)>("InitializeSecurityDescriptor", FALSE);
-    failEachCall<BOOL WINAPI(void *, BOOL, ACL *, BOOL)>("SetSecurityDescriptorDacl", FALSE);
-    failEachCall<HANDLE WINAPI(Security *, SIZE_T, LPTHREAD_START_ROUTINE, void *, DWORD, DWORD *)>("CreateThread",
-                                                                                                    none);
-    failEachCall<HANDLE WINAPI(DWORD, BOOL, DWORD)>("OpenProcess", none);
-    failEachCall<DWORD WINAPI(DWORD, const HANDLE *, BOOL, DWORD)>("WaitForMultipleObjects", WAIT_FAILED);
-    failEachCall<DWORD WINAPI(HANDLE, DWORD)>("WaitForSingleObject", WAIT_FAILED);
+    using Word = DWORD; // as wide as every argument and result
+    failEachCall<Word, Word, Word, Word, Word, Word>("CreateFileMappingA", 0);
+    failEachCall<Word, Word, Word, Word, Word, Word>("CreateThread", 0);
+    failEachCall<Word, Word, Word, Word, Word>("MapViewOfFile", 0);
+    for (const char *import : {"CreateEventA", "SetSecurityDescriptorDacl"})
+        failEachCall<Word, Word, Word, Word>(import, 0);
+    failEachCall<Word, Word, Word, Word>("WaitForMultipleObjects", WAIT_FAILED);
+    for (const char *import : {"OpenFileMappingA", "CreateMutexA", "VirtualQuery", "OpenProcess"})
+        failEachCall<Word, Word, Word>(import, 0);
+    failEachCall<Word, Word>("InitializeSecurityDescriptor", 0);
+    failEachCall<Word, Word>("WaitForSingleObject", WAIT_FAILED);
     for (const char *import : {"SetEvent", "ResetEvent", "ReleaseMutex"})
-        failEachCall<BOOL WINAPI(HANDLE)>(import, FALSE);
-    for (bool libraryAccepts : {true, false})
-        test_support::failEachAllocation([&](test_support::HeapWatch &watch) {
-            liveThrough(libraryAccepts, false, [&] { return watch.failed(); });
-        });
+        failEachCall<Word>(import, 0);
+    for (bool accepts : {true, false})
+        failEachAllocation([&](HeapWatch &watch) { liveThrough(accepts, false, [&] { return watch.failed(); }); });
 }
 
-HANDLE earlyEvent;
+HANDLE hooked; ///< for the hooks on Sleep
 
 /// A client that comes between a listener's first and last object makes one that it meant to open.
 TEST(ShmQueue, ListensDespiteAClientThatComesTooEarly)
 {
-    earlyEvent = CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitearlyEvent2");
+    hooked = CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitearlyEvent2");
     EXPECT_EQ(ShmQueueListen("early"), nullptr);
-    test_support::ImportHook leaving(
-        "Sleep", +[](DWORD) __attribute__((stdcall)) { CloseHandle(earlyEvent); });
-    EXPECT_EQ(ShmQueueDestroy(ShmQueueListen("early")), SHMQUEUE_OK);
+    ImportHook leaving("Sleep", winapi([](DWORD) { CloseHandle(hooked); }));
+    EXPECT_NE(Queue(ShmQueueListen("early")), nullptr);
 }
 
-HANDLE replySignal;
 int signalsSeen;
 
 /// Two signals in a row are one to the system: an accept gives the client before time to see its own.
 TEST(ShmQueue, LetsEveryWaitingClientGo)
 {
-    ShmQueue *listener = ShmQueueListen("twice");
+    Queue listener(ShmQueueListen("twice"));
     RawPeer clients(RawPeer::requester, "QVSShmInittwice", 256);
-    clients.put("12345678", 8);
-    signalsSeen = 0;
-    replySignal = clients.ownEvent;
-    test_support::ImportHook seeing(
-        "Sleep", +[](DWORD) __attribute__((stdcall)) { signalsSeen += isSet(replySignal); });
+    clients.put("12345678");
+    hooked = clients.ownEvent;
+    ImportHook seeing("Sleep", winapi([](DWORD) { signalsSeen += isSet(hooked); }));
     for (uint32_t number : {1u, 2u})
-        EXPECT_EQ(ShmQueueDestroy(ShmQueueAccept(listener, number, 1)), SHMQUEUE_OK);
+        EXPECT_NE(Queue(ShmQueueAccept(listener.get(), number, 1)), nullptr);
     EXPECT_EQ(signalsSeen, 1);
-    EXPECT_TRUE(isSet(replySignal));
-    EXPECT_EQ(ShmQueueDestroy(listener), SHMQUEUE_OK);
+    EXPECT_TRUE(isSet(hooked));
 }
 
 TEST(ShmQueue, IsEnabledByTheRegistry)
 {
-    using Values = std::vector<std::pair<std::string, std::string>>;
+    using Values = std::vector<std::pair<const char *, const char *>>;
     const std::pair<Values, int> cases[] = {
         {{}, 0},
         {{{"", "ON"}}, 1},
         {{{"", "off"}}, 0},
-        {{{"", "on"}, {"other", "off"}, {"Spool", "off"}}, 1}, // another case is another name
+        {{{"", "on"}, {"Spool", "off"}}, 1}, // another case is another name
         {{{"", "on"}, {"spool", "oFF"}}, 0},
         {{{"spool", "on"}}, 0},
         {{{"", "a value of more than thirty-two letters"}}, 0},
         {{{"", "on"}, {"a_name_of_sixteen", ""}, {"spool", "off"}}, 1}, // hidden behind the long name
     };
     const char *key = "Software\\Borvik\\FastConnection";
-    RegDeleteKeyA(HKEY_LOCAL_MACHINE, key);
     EXPECT_EQ(ShmQueueEnabled("spool") + ShmQueueEnabled(nullptr), 0);
     for (const auto &[values, enabled] : cases) {
         HKEY opened = nullptr;
         RegCreateKeyA(HKEY_LOCAL_MACHINE, key, &opened);
-        for (const auto &[name, data] : values)
-            RegSetValueExA(opened, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(data.c_str()),
-                           static_cast<DWORD>(data.size() + 1));
-        EXPECT_EQ(ShmQueueEnabled("spool"), enabled) << (values.empty() ? "" : values.back().second);
+        for (auto [name, data] : values)
+            RegSetValueExA(opened, name, 0, REG_SZ, reinterpret_cast<const BYTE *>(data), strlen(data) + 1);
         RegCloseKey(opened);
+        EXPECT_EQ(ShmQueueEnabled("spool"), enabled) << &values - &cases[0].first;
         RegDeleteKeyA(HKEY_LOCAL_MACHINE, key);
     }
 }

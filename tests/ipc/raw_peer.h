@@ -20,28 +20,29 @@ struct RawPeer {
 
     RawPeer(Kind kind, const std::string &prefix, DWORD capacity) : size(capacity)
     {
-        bool isMaker = kind == listener || kind == acceptor, isInit = kind == listener || kind == requester;
-        DWORD first = isInit ? 0 : 4, second = first + 40 + size;
-        opened = {isMaker ? CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, second + 40 + size,
-                                               prefix.c_str())
-                          : OpenFileMappingA(FILE_MAP_WRITE, FALSE, prefix.c_str())};
-        view = static_cast<char *>(MapViewOfFile(opened[0], FILE_MAP_WRITE, 0, 0, 0));
+        bool makes = kind == listener || kind == acceptor, isInit = kind == listener || kind == requester;
+        DWORD first = isInit ? 0 : 4, second = first + 40 + size, all = second + 40 + size;
+        auto keep = [&](HANDLE handle) { return opened.emplace_back(handle); };
+        auto event = [&](const char *suffix, bool isManual) {
+            return keep(CreateEventA(nullptr, isManual, FALSE, (prefix + suffix).c_str()));
+        };
+        HANDLE mapping =
+            keep(makes ? CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, all, &prefix[0])
+                       : OpenFileMappingA(FILE_MAP_WRITE, FALSE, &prefix[0]));
+        view = static_cast<char *>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0));
         if (view == nullptr)
             return;
-        auto event = [&](const char *suffix, bool isManualReset) {
-            return opened.emplace_back(CreateEventA(nullptr, isManualReset, FALSE, (prefix + suffix).c_str()));
-        };
-        opened.push_back(mutex = CreateMutexA(nullptr, FALSE, (prefix + "Mutex").c_str()));
-        (isMaker ? peerEvent : ownEvent) = event("Event1", !isInit);
-        (isMaker ? ownEvent : peerEvent) = event("Event2", true);
-        (isMaker ? ownWake : peerWake) = event("IEvent2", true);
+        mutex = keep(CreateMutexA(nullptr, FALSE, (prefix + "Mutex").c_str()));
+        (makes ? peerEvent : ownEvent) = event("Event1", !isInit);
+        (makes ? ownEvent : peerEvent) = event("Event2", true);
+        (makes ? ownWake : peerWake) = event("IEvent2", true);
         if (!isInit) {
-            (isMaker ? peerWake : ownWake) = event("IEvent1", true);
+            (makes ? peerWake : ownWake) = event("IEvent1", true);
             processWait = event("ProcessWaitEvent", false);
         }
-        outRing = view + (isMaker ? first : second);
-        inRing = view + (isMaker ? second : first);
-        if (isMaker)
+        outRing = view + (makes ? first : second);
+        inRing = view + (makes ? second : first);
+        if (makes)
             out(end) = in(end) = size;
     }
     ~RawPeer()
@@ -51,13 +52,13 @@ struct RawPeer {
             CloseHandle(handle);
     }
     RawPeer(const RawPeer &) = delete;
-    RawPeer &operator=(const RawPeer &) = delete;
 
     DWORD &out(Word word) { return reinterpret_cast<DWORD *>(outRing)[word]; }
     DWORD &in(Word word) { return reinterpret_cast<DWORD *>(inRing)[word]; }
+    DWORD &processId() { return *reinterpret_cast<DWORD *>(view); }
 
     /// Adds bytes; returns how many.
-    DWORD put(const char *data, DWORD length)
+    DWORD put(const std::string &bytes)
     {
         DWORD done = 0;
         WaitForSingleObject(mutex, INFINITE);
@@ -65,47 +66,43 @@ struct RawPeer {
             out(blocked) = 1;
         if (out(count) == 0)
             tell(1, 1 | 8);
-        for (; out(closed) == 0 && done < length && out(count) < size; ++out(count)) {
-            outRing[40 + out(writePos)] = data[done++];
+        for (; out(closed) == 0 && done < bytes.size() && out(count) < size; ++out(count)) {
+            outRing[40 + out(writePos)] = bytes[done++];
             out(writePos) = (out(writePos) + 1) % size;
         }
         ReleaseMutex(mutex);
         return done;
     }
-
-    /// Removes bytes; returns how many.
-    DWORD get(char *data, DWORD length)
+    /// Removes at most so many bytes.
+    std::string get(DWORD length)
     {
-        DWORD done = 0;
+        std::string bytes;
         WaitForSingleObject(mutex, INFINITE);
-        for (; done < length && in(count) > 0; --in(count)) {
-            data[done++] = inRing[40 + in(readPos)];
+        for (; bytes.size() < length && in(count) > 0; --in(count)) {
+            bytes += inRing[40 + in(readPos)];
             in(readPos) = (in(readPos) + 1) % size;
         }
         if (in(count) == 0)
             in(readPos) = in(writePos) = 0;
-        if (done > 0) {
+        if (!bytes.empty()) {
             tell(2, in(blocked) != 0 ? 2 : 0);
             in(blocked) = 0;
         }
         ReleaseMutex(mutex);
-        return done;
+        return bytes;
     }
-
     /// The connector's last step.
-    void announce(DWORD processId)
+    void announce(DWORD id)
     {
-        *reinterpret_cast<DWORD *>(view) = processId;
+        processId() = id;
         SetEvent(processWait);
     }
-
     /// Wakes and tells the peer; its words are in the ring that it writes.
     void tell(DWORD readiness, DWORD events)
     {
-        if ((in(waitMask)&readiness) != 0) {
-            in(waitMask) &= ~readiness;
+        if ((in(waitMask)&readiness) != 0)
             SetEvent(peerWake);
-        }
+        in(waitMask) &= ~readiness;
         events &= in(eventMask);
         if (events != 0 && in(pending) == 0)
             SetEvent(peerEvent);
@@ -114,9 +111,8 @@ struct RawPeer {
 
     DWORD size;
     std::vector<HANDLE> opened;
-    HANDLE mutex = nullptr, ownEvent = nullptr, peerEvent = nullptr, ownWake = nullptr, peerWake = nullptr;
-    HANDLE processWait = nullptr;
-    char *view = nullptr, *outRing = nullptr, *inRing = nullptr;
+    HANDLE mutex, ownEvent, peerEvent, ownWake, peerWake, processWait = nullptr;
+    char *view, *outRing, *inRing;
 };
 
 } // namespace ipc_test
