@@ -107,6 +107,7 @@ TEST(RefCounter, ReleasesItsValueOnceWithTheLastReference)
         EXPECT_EQ(value, &owner->released);
         ++owner->released;
         RefCounterReleaseReference(owner->counter); // from the callback: nothing
+        EXPECT_EQ(RefCounterGetReferenceCount(owner->counter), 0u);
     };
     test_support::failEachAllocation([&](HeapWatch &watch) {
         Owner owner = {};
