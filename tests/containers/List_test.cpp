@@ -9,8 +9,7 @@ namespace {
 
 TEST(List, LinksUnlinksAndRecyclesNewestFirstUnderRandomTraffic)
 {
-    for (uint32_t size : {20u, 0u}) // never smaller than the links
-    {
+    for (uint32_t size : {20u, 0u}) { // never smaller than the links
         auto make = [size] { return ListMake(size); };
         test_support::runTraffic(60, 3000, make, ListDestroy, [size](auto &watch, int steps, List *list) {
             std::mt19937 random(2);
