@@ -173,7 +173,7 @@ TEST_F(ShmProcess, SoaksAmidKills)
     for (auto &peer : peers)
         if (peer != nullptr)
             dismiss(*peer, false);
-    std::printf("received %.1f MiB, survived %u kills and %u dismissals\n", bytes / (1 << 20), kills, dismissals);
+    std::printf("moved %.1f MiB, survived %u kills and %u dismissals\n", bytes / (1 << 20), kills, dismissals);
 }
 
 } // namespace
