@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <thread>
 
 using namespace ipc_test;
@@ -38,10 +40,8 @@ struct Link : Queue {
             return;
         shake.emplace(accepts ? RawPeer::requester : RawPeer::listener, init, 256);
         shake->put(accepts ? "1234" : record({7, capacity}));
-        if (!accepts) {
+        if (!accepts && SetEvent(shake->peerEvent))
             raw.emplace(RawPeer::acceptor, connection, capacity);
-            SetEvent(shake->peerEvent);
-        }
         reset(accepts ? ShmQueueAccept(listener.get(), 7, capacity) : ShmQueueConnect(name.c_str()));
         if (accepts && *this != nullptr)
             raw.emplace(RawPeer::connector, connection, capacity);
@@ -84,14 +84,13 @@ TEST(ShmQueue, MakesItsSegmentsAndObjectsAsPeersExpectThem)
 TEST(ShmQueue, RefusesWhatItCannotServe)
 {
     Footprint before;
-    uint32_t word = 0;
     for (const char *name : {static_cast<const char *>(nullptr), "sixteen_letters_", "bad\\name", "nobody"}) {
         EXPECT_EQ(Queue(ShmQueueListen(name)) != nullptr, name != nullptr && *name == 'n');
         EXPECT_EQ(ShmQueueConnect(name), nullptr);
     }
-    for (uint32_t status : {ShmQueueAdd(nullptr, "a", &word), ShmQueueRemove(nullptr, &word, &word),
-                            ShmQueueSelect(nullptr, &word, 0, &word), ShmQueueEventSelect(nullptr, 1),
-                            ShmQueueEnumEvents(nullptr, &word), ShmQueueDestroy(nullptr)})
+    Queue none;
+    for (uint32_t status :
+         {none.add("a"), none.remove(1), none.select(1), none.choose(1), none.events(), none.destroy()})
         EXPECT_EQ(status, SHMQUEUE_BAD_HANDLE);
     EXPECT_EQ(ShmQueueGetEvent(nullptr), nullptr);
 
@@ -109,12 +108,19 @@ TEST(ShmQueue, RefusesWhatItCannotServe)
     link.raw->announce(GetCurrentProcessId() + 1);
     EXPECT_EQ(ShmQueueConnect("fifteen_letters"), nullptr);
     EXPECT_EQ(link.raw->processId(), GetCurrentProcessId() + 1);
-    for (DWORD promised : {5000u, 0x7FFFFFD5u, 0x7FFFFFD6u, ~0u}) { // the segment is smaller than the reply says
+    // The segment is smaller than the reply says, or not all there: one of its two pages is.
+    HANDLE segment =
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0, 8192, "QVSShmliar01");
+    void *view = MapViewOfFile(segment, FILE_MAP_WRITE, 0, 0, 0);
+    VirtualAlloc(view, 4096, MEM_COMMIT, PAGE_READWRITE);
+    for (DWORD promised : {4000u, 5000u, 0x7FFFFFD5u, 0x7FFFFFD6u, ~0u}) {
         RawPeer listener(RawPeer::listener, "QVSShmInitliar", 256), acceptor(RawPeer::acceptor, "QVSShmliar01", 100);
         listener.put(record({1, promised}));
         SetEvent(listener.peerEvent);
         EXPECT_EQ(ShmQueueConnect("liar"), nullptr) << promised;
     }
+    UnmapViewOfFile(view);
+    CloseHandle(segment);
 }
 
 TEST(ShmQueue, InteroperatesInBothRoles)
@@ -126,7 +132,7 @@ TEST(ShmQueue, InteroperatesInBothRoles)
         EXPECT_EQ(link.raw->processId(), accepts ? 0 : GetCurrentProcessId());
         EXPECT_EQ(isSet(link.raw->processWait), !accepts);
         Bytes written[2] = {{1}, {2}}, seen[2] = {{1}, {2}}; // outward and inward
-        uint32_t held[2] = {}, position = 0;                 // of the next byte in the outward ring
+        uint32_t held[2] = {};
         for (int step = 0; step < 2000; ++step) {
             bool inward = random() % 2 == 0, adds = random() % 2 == 0;
             uint32_t length = 1 + random() % (2 * capacity), status = SHMQUEUE_OK;
@@ -142,9 +148,7 @@ TEST(ShmQueue, InteroperatesInBothRoles)
             ASSERT_EQ(status, moved > 0 || adds == inward ? SHMQUEUE_OK : adds ? SHMQUEUE_FULL : SHMQUEUE_EMPTY);
             ASSERT_TRUE(!adds || link.value == (status == SHMQUEUE_FULL ? length : moved));
             held[inward] += adds ? moved : 0 - moved;
-            position = held[0] == 0 ? 0 : (position + (adds && !inward ? moved : 0)) % capacity;
             ASSERT_EQ(link.ours(count), held[0]);
-            ASSERT_EQ(link.ours(writePos), position);
             ASSERT_TRUE(held[1] != 0 || link.theirs(readPos) + link.theirs(writePos) == 0);
             ASSERT_EQ(link.select(3, 0), SHMQUEUE_OK);
             ASSERT_EQ(link.value, (held[1] == 0 ? 0 : 1) + (held[0] == capacity ? 0u : 2u));
@@ -152,86 +156,64 @@ TEST(ShmQueue, InteroperatesInBothRoles)
     }
 }
 
-/// One call of either end, what it returns, and the words of both sides after it.
+/// Each step is a call of either end and, behind the =, its status, what it hands over, and the words of both sides
+/// after it.
 TEST(ShmQueue, WakesAndRaisesEvents)
 {
     Link link(true);
     ASSERT_NE(link, nullptr);
+    RawPeer &peer = *link.raw;
     {
         FailingImport<BOOL WINAPI(HANDLE)> failing("SetEvent", FALSE, 1);
         EXPECT_EQ(link.choose(63), SHMQUEUE_BAD_HANDLE); // the first step finds the same bits due
     }
-    auto add = [&](DWORD n) { return link.add(std::string(n, 'x')); };
-    auto remove = [&](DWORD n) { return link.remove(n); };
-    auto choose = [&](DWORD n) { return link.choose(n); };
-    auto events = [&](DWORD) { return link.events(); };
-    auto select = [&](DWORD n) { return link.select(n, 10); };
-    auto put = [&](DWORD n) { return link.value = link.raw->put(std::string(n, 'y')), 0; };
-    auto get = [&](DWORD n) { return link.value = static_cast<uint32_t>(link.raw->get(n).size()), 0; };
-    auto watch = [&](DWORD n) {
-        return link.theirs(eventMask) = n, link.theirs(pending) = 0, ResetEvent(link.raw->ownEvent), 0;
-    };
-    DWORD slept = 0, number = 0;
-    auto sleep = [&](DWORD n) { return link.theirs(waitMask) = slept = n, ResetEvent(link.raw->ownWake), 0; };
-    auto close = [&](DWORD) { return link.theirs(closed) = link.ours(closed) = 1, link.raw->tell(0, 32), 0; };
-    struct {
-        std::function<uint32_t(DWORD)> call;
-        DWORD argument, status, value, ours[3], theirs[3]; // wait mask, pending events, writer blocked
-    } const steps[] = {
-        {choose, 63, 0, 0, {0, 2, 0}, {0, 0, 0}}, // due by the present state
-        {put, 4, 0, 4, {0, 11, 0}, {0, 0, 0}},
-        {events, 0, 0, 11, {0, 0, 0}, {0, 0, 0}},
-        {remove, 1, 0, 1, {0, 9, 0}, {0, 0, 0}},
-        {remove, 1, 0, 1, {0, 18, 0}, {0, 0, 0}}, // raised twice: added up
-        {choose, 2, 0, 0, {0, 2, 0}, {0, 0, 0}},
-        {choose, 1 | 2, 0, 0, {0, 3, 0}, {0, 0, 0}}, // what stays chosen is not looked at again
-        {events, 0, 0, 3, {0, 0, 0}, {0, 0, 0}},
-        {choose, 1 | 2 | 8, 0, 0, {0, 8, 0}, {0, 0, 0}},
-        {choose, 2 | 32, 0, 0, {0, 0, 0}, {0, 0, 0}}, // every pending event was dropped
-        {remove, 9, 0, 2, {0, 0, 0}, {0, 0, 0}},
-        {watch, 1 | 2 | 8, 0, 0, {0, 0, 0}, {0, 0, 0}},
-        {sleep, 2 | 4, 0, 0, {0, 0, 0}, {6, 0, 0}},
-        {add, 4, 0, 4, {0, 0, 0}, {6, 9, 0}},
-        {sleep, 1, 0, 0, {0, 0, 0}, {1, 9, 0}},
-        {add, 2, 0, 2, {0, 0, 0}, {1, 9, 0}},  // the ring was not empty: no news
-        {add, 10, 0, 2, {0, 0, 0}, {1, 9, 0}}, // a part was added: not blocked
-        {add, 10, 1, 10, {0, 0, 1}, {1, 9, 0}},
-        {get, 1, 0, 1, {0, 2, 0}, {1, 9, 0}},
-        {events, 0, 0, 2, {0, 0, 0}, {1, 9, 0}},
-        {add, 1, 0, 1, {0, 0, 0}, {1, 9, 0}},
-        {select, 3, 0, 0, {3, 0, 0}, {1, 9, 0}}, // the wait mask stays after a time-out,
-        {get, 1, 0, 1, {1, 0, 0}, {1, 9, 0}},    // which is when the signal comes
-        {add, 1, 0, 1, {1, 0, 0}, {1, 9, 0}},
-        {select, 2, 0, 0, {0, 0, 0}, {1, 9, 0}}, // woken by it, with nothing ready
-        {select, 1, 0, 0, {1, 0, 0}, {1, 9, 0}},
-        {put, 7, 0, 7, {0, 0, 0}, {1, 9, 0}},
-        {put, 2, 0, 1, {0, 0, 0}, {1, 9, 0}},
-        {watch, 2, 0, 0, {0, 0, 0}, {1, 0, 0}},
-        {put, 1, 0, 0, {0, 0, 0}, {1, 0, 1}},
-        {sleep, 2 | 4, 0, 0, {0, 0, 0}, {6, 0, 1}},
-        {remove, 3, 0, 3, {0, 0, 0}, {4, 2, 0}},
-        {remove, 3, 0, 3, {0, 0, 0}, {4, 2, 0}}, // the peer is told once
-        {close, 0, 0, 0, {0, 32, 0}, {4, 2, 0}},
-        {add, 1, 3, 1, {0, 32, 0}, {4, 2, 0}},
-        {remove, 9, 0, 2, {0, 32, 0}, {4, 2, 0}},
-        {remove, 9, 3, 0, {0, 32, 0}, {4, 2, 0}},
-        {choose, 0, 0, 0, {0, 0, 0}, {4, 2, 0}},
-        {choose, 63, 0, 0, {0, 32, 0}, {4, 2, 0}},
-    };
-    for (const auto &[call, argument, status, value, ours, theirs] : steps) {
-        SCOPED_TRACE(testing::Message() << "step " << number++);
+    DWORD slept = 0, argument = 0, status = 0, value = 0,
+          w[6]; // wait mask, pending events, writer blocked: ours, theirs
+    const std::map<std::string, std::function<uint32_t()>> calls = {
+        {"add", [&] { return link.add(std::string(argument, 'x')); }},
+        {"remove", [&] { return link.remove(argument); }},
+        {"choose", [&] { return link.choose(argument); }},
+        {"events", [&] { return link.events(); }},
+        {"select", [&] { return link.select(argument, 10); }},
+        {"put", [&] { return link.value = link.raw->put(std::string(argument, 'y')), 0; }},
+        {"get", [&] { return link.value = link.raw->get(argument).size(), 0; }},
+        {"watch", [&] { return link.theirs(eventMask) = argument, ResetEvent(peer.ownEvent), peer.out(pending) = 0; }},
+        {"sleep", [&] { return link.theirs(waitMask) = slept = argument, ResetEvent(peer.ownWake), 0; }},
+        {"close", [&] { return link.theirs(closed) = link.ours(closed) = 1, peer.tell(0, 32), 0; }}};
+    std::istringstream steps(
+        // Raised if due by the present state, added up when raised twice, dropped when no longer chosen.
+        "choose 63 = 0 0  0 2 0  0 0 0  put 4 = 0 4  0 11 0  0 0 0  events 0 = 0 11  0 0 0  0 0 0 "
+        "remove 1 = 0 1  0 9 0  0 0 0  remove 1 = 0 1  0 18 0  0 0 0  choose 2 = 0 0  0 2 0  0 0 0 "
+        "choose 3 = 0 0  0 3 0  0 0 0  events 0 = 0 3  0 0 0  0 0 0  choose 11 = 0 0  0 8 0  0 0 0 "
+        "remove 9 = 0 2  0 8 0  0 0 0  choose 34 = 0 0  0 0 0  0 0 0 "
+        // The peer is woken and told by what comes into an empty ring, and only the full ring blocks.
+        "watch 11 = 0 0  0 0 0  0 0 0  sleep 6 = 0 0  0 0 0  6 0 0  add 4 = 0 4  0 0 0  6 9 0 "
+        "sleep 1 = 0 0  0 0 0  1 9 0  add 2 = 0 2  0 0 0  1 9 0  add 10 = 0 2  0 0 0  1 9 0 "
+        "add 10 = 1 10  0 0 1  1 9 0  get 1 = 0 1  0 2 0  1 9 0  events 0 = 0 2  0 0 0  1 9 0  add 1 = 0 1  0 0 0  1 9 "
+        "0 "
+        // The wait mask stays after a time-out; woken by the late signal, a select finds nothing ready.
+        "select 3 = 0 0  3 0 0  1 9 0  get 1 = 0 1  1 0 0  1 9 0  add 1 = 0 1  1 0 0  1 9 0 "
+        "select 2 = 0 0  0 0 0  1 9 0  select 1 = 0 0  1 0 0  1 9 0  put 7 = 0 7  0 0 0  1 9 0  put 2 = 0 1  0 0 0  1 "
+        "9 0 "
+        // A blocked peer is told once.
+        "watch 2 = 0 0  0 0 0  1 0 0  put 1 = 0 0  0 0 0  1 0 1  sleep 6 = 0 0  0 0 0  6 0 1 "
+        "remove 3 = 0 3  0 0 0  4 2 0  remove 3 = 0 3  0 0 0  4 2 0 "
+        // What was added before the end is still removed.
+        "close 0 = 0 0  0 32 0  4 2 0  add 1 = 3 1  0 32 0  4 2 0  remove 9 = 0 2  0 32 0  4 2 0 "
+        "remove 9 = 3 0  0 32 0  4 2 0  choose 0 = 0 0  0 0 0  4 2 0  choose 63 = 0 0  0 32 0  4 2 0");
+    std::string call, equals;
+    while (steps >> call >> argument >> equals >> status >> value >> w[0] >> w[1] >> w[2] >> w[3] >> w[4] >> w[5]) {
+        SCOPED_TRACE(testing::Message() << "step before " << steps.tellg());
         link.value = 0;
-        EXPECT_EQ(call(argument), status);
+        EXPECT_EQ(calls.at(call)(), status);
         EXPECT_EQ(link.value, value);
-        Word words[] = {waitMask, pending, blocked};
-        for (int i = 0; i < 3; ++i) {
-            EXPECT_EQ(link.ours(words[i]), ours[i]) << i;
-            EXPECT_EQ(link.theirs(words[i]), theirs[i]) << i;
-        }
-        EXPECT_EQ(link.isTold(), ours[1] != 0);
-        EXPECT_EQ(isSet(link.raw->ownEvent), theirs[1] != 0);
-        EXPECT_EQ(isSet(link.raw->ownWake), theirs[0] != slept);
+        EXPECT_EQ(record({w[0], w[1], w[2]}), record({link.ours(waitMask), link.ours(pending), link.ours(blocked)}));
+        EXPECT_EQ(record({w[3], w[4], w[5]}), record({peer.out(waitMask), peer.out(pending), peer.out(blocked)}));
+        EXPECT_EQ(link.isTold(), w[1] != 0);
+        EXPECT_EQ(isSet(peer.ownEvent), w[4] != 0);
+        EXPECT_EQ(isSet(peer.ownWake), w[3] != slept);
     }
+    EXPECT_TRUE(steps.eof());
 }
 
 TEST(ShmQueue, LosesNoSignalToATimeOut)
@@ -264,7 +246,7 @@ TEST(ShmQueue, TakesADamagedHeaderForAClosedRing)
         link.theirs(word) = link.ours(word) = damage;
         EXPECT_EQ(link.add(std::string(100, 'x')), SHMQUEUE_CLOSED) << word << ' ' << damage;
         EXPECT_EQ(link.remove(100), SHMQUEUE_CLOSED) << word << ' ' << damage;
-        EXPECT_EQ(link.select(3) + link.value, 1u);
+        EXPECT_EQ(link.select(3, 0) + link.value, 1u);
         EXPECT_EQ(link.choose(63) + link.events() + link.value, 32u);
     }
 }
@@ -297,13 +279,15 @@ TEST(ShmQueue, LooksAtAHeaderWordOnce)
     for (Word word : {base, readPos, writePos, end, count})
         for (bool adds : {true, false}) {
             DWORD before = 0, header[] = {0, 0, 4, 64, 4};
+            std::string added(60, "01234"[word]);
             std::copy_n(header, 5, &link.ours(base));
             std::copy_n(header, 5, &link.theirs(base));
+            std::copy_n("abcd", 4, link.raw->outRing + 40);
             hostileWord = reinterpret_cast<DWORD **>(link.get())[adds ? 2 : 3] + word; // sendRing, recvRing
             VirtualProtect(hostileWord, 1, PAGE_NOACCESS, &before);
-            EXPECT_EQ(adds ? link.add(std::string(100, 'x')) : link.remove(100), SHMQUEUE_OK);
+            EXPECT_EQ(adds ? link.add(added + added) : link.remove(100), SHMQUEUE_OK);
             VirtualProtect(hostileWord, 1, PAGE_READWRITE, &before);
-            EXPECT_EQ(link.value, adds ? 60u : 4u);
+            EXPECT_EQ(adds ? std::string(link.raw->inRing + 44, 60) : link.bytes, adds ? added : "abcd");
             EXPECT_EQ(adds ? link.ours(count) : link.theirs(count), adds ? 64u : 0u);
         }
     RemoveVectoredExceptionHandler(handler);
@@ -357,10 +341,8 @@ TEST(ShmQueue, DestroyWaitsForTheWatcherAndNeverForever)
         link.choose(watcher == acknowledged || watcher == watching ? 2 : 32); // with write, the event is set already
         if (watcher == watching)
             link.raw->announce(GetCurrentProcessId());
-        if (watcher == failed)
-            failWatcher(link);
-        if (watcher == ended)
-            endWatcher(link);
+        if (watcher == failed || watcher == ended)
+            watcher == failed ? failWatcher(link) : endWatcher(link);
         if (watcher == unread)
             link.add("a");
         link.theirs(waitMask) = 3;
@@ -381,35 +363,29 @@ void liveThrough(bool accepts, bool watcherEnds, const std::function<bool()> &ma
         EXPECT_TRUE(mayFail());
         return;
     }
-    auto check = [&](uint32_t status) { EXPECT_TRUE(status == 0 || (status == SHMQUEUE_BAD_HANDLE && mayFail())); };
     link.theirs(waitMask) = 3;
     link.theirs(eventMask) = 63;
-    check(link.choose(63));
-    check(link.add(std::string(64, 'x')));
-    link.add("x");
     link.theirs(blocked) = 1;
-    check(link.select(1, 1));
-    link.raw->put("abcd");
-    check(link.remove(2));
-    check(link.select(2, 1)); // a late signal is there already
-    check(link.events());
-    check(link.choose(1));
-    check(link.choose(32));
+    for (uint32_t status :
+         {link.choose(63), link.add(std::string(64, 'x')), link.select(1, 1), 0 * uint32_t(link.raw->put("abcd")),
+          link.remove(2), link.select(2, 1), link.events(), link.choose(1), link.choose(32)}) // the put signals late
+        EXPECT_TRUE(status == SHMQUEUE_OK || (status == SHMQUEUE_BAD_HANDLE && mayFail()));
     if (accepts && watcherEnds)
         endWatcher(link);
 }
 
 /// Lives through with each call of one import failing in turn.
 template<typename... Arguments>
-void failEachCall(const char *import, DWORD failure)
+void failEachCall(const std::string &import)
 {
     SCOPED_TRACE(import);
     Footprint before;
     int failures = 0;
+    DWORD failure = import.starts_with("Wait") ? WAIT_FAILED : 0;
     for (int mode = 0; mode < 3; ++mode)
         for (int call = 1, failed = true; failed && !testing::Test::HasFailure(); ++call) {
             HeapWatch watch;
-            FailingImport<DWORD WINAPI(Arguments...)> failing(import, failure, call, ERROR_NOT_ENOUGH_MEMORY);
+            FailingImport<DWORD WINAPI(Arguments...)> failing(import.c_str(), failure, call, ERROR_NOT_ENOUGH_MEMORY);
             liveThrough(mode < 2, mode == 1, [&] { return failing.failed(); });
             EXPECT_EQ(watch.liveBlocks(), 0);
             failures += failed = failing.failed();
@@ -419,19 +395,19 @@ void failEachCall(const char *import, DWORD failure)
 
 TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
 {
-    using Word = DWORD; // as wide as every argument and result
-    failEachCall<Word, Word, Word, Word, Word, Word>("CreateFileMappingA", 0);
-    failEachCall<Word, Word, Word, Word, Word, Word>("CreateThread", 0);
-    failEachCall<Word, Word, Word, Word, Word>("MapViewOfFile", 0);
-    for (const char *import : {"CreateEventA", "SetSecurityDescriptorDacl"})
-        failEachCall<Word, Word, Word, Word>(import, 0);
-    failEachCall<Word, Word, Word, Word>("WaitForMultipleObjects", WAIT_FAILED);
-    for (const char *import : {"OpenFileMappingA", "CreateMutexA", "VirtualQuery", "OpenProcess"})
-        failEachCall<Word, Word, Word>(import, 0);
-    failEachCall<Word, Word>("InitializeSecurityDescriptor", 0);
-    failEachCall<Word, Word>("WaitForSingleObject", WAIT_FAILED);
-    for (const char *import : {"SetEvent", "ResetEvent", "ReleaseMutex"})
-        failEachCall<Word>(import, 0);
+    using D = DWORD; // as wide as every argument and result
+    const std::pair<const char *, void (*)(const std::string &)> imports[] = {
+        {"SetEvent ResetEvent ReleaseMutex", failEachCall<D>},
+        {"InitializeSecurityDescriptor WaitForSingleObject", failEachCall<D, D>},
+        {"OpenFileMappingA CreateMutexA VirtualQuery OpenProcess", failEachCall<D, D, D>},
+        {"CreateEventA SetSecurityDescriptorDacl WaitForMultipleObjects", failEachCall<D, D, D, D>},
+        {"MapViewOfFile", failEachCall<D, D, D, D, D>},
+        {"CreateFileMappingA CreateThread", failEachCall<D, D, D, D, D, D>}};
+    for (auto [names, failEach] : imports) {
+        std::istringstream list(names);
+        for (std::string import; list >> import;)
+            failEach(import);
+    }
     for (bool accepts : {true, false})
         failEachAllocation([&](HeapWatch &watch) { liveThrough(accepts, false, [&] { return watch.failed(); }); });
 }
@@ -467,14 +443,15 @@ TEST(ShmQueue, IsEnabledByTheRegistry)
 {
     using Values = std::vector<std::pair<const char *, const char *>>;
     const std::pair<Values, int> cases[] = {
+        // names are compared with their case, and an overlong one hides those behind it
         {{}, 0},
         {{{"", "ON"}}, 1},
         {{{"", "off"}}, 0},
-        {{{"", "on"}, {"Spool", "off"}}, 1}, // another case is another name
+        {{{"", "on"}, {"Spool", "off"}}, 1},
         {{{"", "on"}, {"spool", "oFF"}}, 0},
         {{{"spool", "on"}}, 0},
         {{{"", "a value of more than thirty-two letters"}}, 0},
-        {{{"", "on"}, {"a_name_of_sixteen", ""}, {"spool", "off"}}, 1}, // hidden behind the long name
+        {{{"", "on"}, {"a_name_of_sixteen", ""}, {"spool", "off"}}, 1},
     };
     const char *key = "Software\\Borvik\\FastConnection";
     EXPECT_EQ(ShmQueueEnabled("spool") + ShmQueueEnabled(nullptr), 0);

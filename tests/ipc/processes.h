@@ -118,7 +118,12 @@ struct Footprint {
             held.second += memory.Type == MEM_MAPPED && memory.AllocationBase == memory.BaseAddress ? 1 : 0;
         return held;
     }
-    ~Footprint() { EXPECT_EQ(now(), before); }
+    ~Footprint() // a thread that has ended by itself may take a moment to be gone
+    {
+        for (int i = 0; i < 100 && now() != before; ++i)
+            Sleep(20);
+        EXPECT_EQ(now(), before);
+    }
     const std::pair<int, int> before = now();
 };
 
