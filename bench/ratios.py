@@ -26,7 +26,8 @@ def load(path):
 def rows_of(report):
     medians = any(run.get("aggregate_name") == "median" for run in report["benchmarks"])
     rows = {}
-    for run in report["benchmarks"]:
+    # Contenders that took turns in random order are listed in it.
+    for run in sorted(report["benchmarks"], key=lambda run: run.get("family_index", 0)):
         if medians and run.get("aggregate_name") != "median":
             continue
         if run.get("error_occurred"):

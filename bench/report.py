@@ -52,12 +52,12 @@ def section(name, folder):
     for path in (folder / f"{name}.json", folder / f"{name}_host.json"):
         if path.exists():
             lines, below = ratios.table_of(ratios.rows_of(ratios.load(path)))
-            tables.append("\n".join(lines) + "\n")
+            tables.append("\n".join(lines).replace("*", r"\*") + "\n")
             missed += below
             rows += len(lines) - 2
     if MARK not in text:
         sys.exit(f"bench/{name}/notes.md has no line for the table")
-    return f"#{title}\n{text.replace(MARK, chr(10).join(tables))}\n", rows, missed
+    return f"#{title}\n{text.replace(MARK, chr(10).join(tables) + chr(10))}\n", rows, missed
 
 
 def room(dll):
