@@ -38,12 +38,20 @@ TEST(DebugOutput, GoesToTheDebuggerAndStandardError)
 {
     const std::string first = "q: 1 and two\n", log = "Log: q: 3\n", line = "q: " + std::string(5000, 'x') + "\n",
                       assertion = "queue: QVS assertion failed: (p != 0) at line 42\n", nulls = "(null): ";
-    const std::pair<const char *, std::string> cases[] = {
-        {"redirected", first + assertion + line + nulls}, {"none", ""}, {"console", first + log + assertion}};
+    const std::string toFile = "redirected to a file", redirected = first + assertion + line + nulls;
+    const std::pair<std::string, std::string> cases[] = {
+        {toFile, redirected}, {"redirected", redirected}, {"none", ""}, {"console", first + log + assertion}};
+    char path[MAX_PATH];
+    GetTempFileNameA(".", "qvs", 0, path);
     for (const auto &[mode, received] : cases) {
         SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
         HANDLE reading = nullptr, writing = nullptr;
-        CreatePipe(&reading, &writing, &inherited, 65536); // holds all of it
+        if (mode == toFile) {
+            writing = CreateFileA(path, GENERIC_WRITE, 7, &inherited, OPEN_EXISTING, 0, nullptr);
+            reading = CreateFileA(path, GENERIC_READ, 7, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+        } else {
+            CreatePipe(&reading, &writing, &inherited, 65536); // holds all of it
+        }
         EXPECT_EQ(runDebugged(mode, writing), first + log + assertion + line + "Log: " + line + nulls) << mode;
         CloseHandle(writing);
         std::string all(65536, '\0');
