@@ -185,6 +185,7 @@ private:
         bool hasAfter = spans_.index(place.span, 2) > current;
         float *before = scratch;
         float *after = scratch + Dimension;
+        // A loop, so that the whole of point() is compiled here once.
         for (auto [parameter, result] :
              {std::pair(hasBefore ? place.u - 1 : place.u, before), std::pair(hasAfter ? place.u + 1 : place.u, after)})
             point(parameter, result);
