@@ -22,33 +22,46 @@ usage_if_asked() {
     esac
 }
 
-# step TITLE COMMAND…: runs one command with its output in a log, prints one line with the time it
-# took, and shows the end of the log when it fails. A terminal sees a running clock meanwhile.
-step() {
-    local title=$1 log started pid status=0
+# show_clock TITLE: a line on the terminal with the time so far, for as long as the script lives.
+show_clock() {
+    local started=$SECONDS
+    while kill -0 $$ 2>/dev/null; do
+        printf '\r  ...   %-58s %4d s' "$1" $((SECONDS - started))
+        sleep 0.2
+    done
+}
+
+# attempt TITLE COMMAND…: runs one command with its output in a log, prints one line with the time it
+# took, and shows the end of the log when it fails. step_status says how it ended. A command that is a
+# function ends at its first failing command. A terminal sees a running clock meanwhile.
+attempt() {
+    local - title=$1 log started clock=
     shift
+    set +e
+    # After "if", "||" or "&&" the shell would ignore failing commands, in the function and all it calls.
+    (set -e; false; true)
+    [ "$?" = 1 ] || fail "'$title' runs under a condition, which hides what fails in it; use attempt and step_status"
+
     mkdir -p "$project_root/build/logs"
     log="$project_root/build/logs/$(printf '%s' "$title" | tr -cs '[:alnum:]' '-').log"
     started=$SECONDS
-    if [ -t 1 ]; then
-        "$@" >"$log" 2>&1 </dev/null &
-        pid=$!
-        while kill -0 "$pid" 2>/dev/null; do
-            printf '\r  ...   %-58s %4d s' "$title" $((SECONDS - started))
-            sleep 0.2
-        done
-        wait "$pid" || status=$?
-        printf '\r'
-    else
-        "$@" >"$log" 2>&1 </dev/null || status=$?
+    [ ! -t 1 ] || { show_clock "$title" & clock=$!; }
+    (set -e; "$@") >"$log" 2>&1 </dev/null
+    step_status=$?
+    [ -z "$clock" ] || { kill "$clock"; wait "$clock"; printf '\r'; } 2>/dev/null
+    if [ "$step_status" -eq 0 ]; then
+        printf '  ok    %-58s %4d s\n' "$title" $((SECONDS - started))
+        return
     fi
-    if [ "$status" -ne 0 ]; then
-        printf '  FAIL  %-58s %4d s\n\n' "$title" $((SECONDS - started))
-        tail -n 40 "$log"
-        printf '\nThe whole output: %s\n' "${log#"$project_root"/}"
-        return "$status"
-    fi
-    printf '  ok    %-58s %4d s\n' "$title" $((SECONDS - started))
+    printf '  FAIL  %-58s %4d s\n\n' "$title" $((SECONDS - started))
+    tail -n 40 "$log"
+    printf '\nThe whole output: %s\n' "${log#"$project_root"/}"
+}
+
+# step TITLE COMMAND…: an attempt that has to succeed; the script ends with it otherwise.
+step() {
+    attempt "$@"
+    return "$step_status"
 }
 
 # library_version: MAJOR.MINOR.PATCH, as the headers say.
