@@ -39,7 +39,8 @@ GENERAL_API uint32_t QVSsetFramePointer(uint32_t framePointer);
 /// some. It ends where the chain does; one that runs in a circle is cut by max only.
 /// @param addresses  receives at most max addresses, innermost first
 /// @param max        0 or less stores nothing
-/// @return how many were stored; 0 also if addresses is null or the image-help library is missing
+/// @return how many were stored; 0 also if addresses is null, the image-help library is missing or the
+///         system does not give the thread's registers
 GENERAL_API int QVSgetStackTrace(uint32_t *addresses, int max);
 
 /// Looks an address up. What cannot be found is left null or 0, and logged.
@@ -65,7 +66,8 @@ GENERAL_API void QVSfreeAddrSym(char **module, char **symbol);
 /// @param entries  max entries; those that are not filled are zeroed. Their old contents are not freed
 /// @param max      how many entries there are
 /// @return how many were filled, which the caller hands to QVSfreeStackTraceWithSyms; 0 if max is not
-///         above 0, entries is null or the image-help library is missing
+///         above 0, entries is null, the image-help library is missing or the system does not give the
+///         thread's registers
 GENERAL_API int QVSgetStackTraceWithSyms(QVSTraceEntry *entries, int max);
 
 /// Frees the strings of a trace and sets them to null.
