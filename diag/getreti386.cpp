@@ -54,6 +54,24 @@ BOOL CALLBACK readMemory(HANDLE process, DWORD64 address, PVOID buffer, DWORD si
 
 namespace general {
 
+// The system tells the registers as they are in its own function. The three that a walk starts from are
+// read from this function's frame; it has to be a frame of its own.
+[[gnu::noinline]] bool captureCaller(CONTEXT &context)
+{
+    context.ContextFlags = CONTEXT_FULL;
+    if (GetThreadContext(GetCurrentThread(), &context) == FALSE)
+        return false;
+    struct Frame {
+        uint32_t callersFrame;
+        uint32_t returnAddress;
+    };
+    auto *frame = static_cast<const Frame *>(__builtin_frame_address(0));
+    context.Ebp = frame->callersFrame;
+    context.Eip = frame->returnAddress;
+    context.Esp = static_cast<DWORD>(reinterpret_cast<uintptr_t>(frame + 1));
+    return true;
+}
+
 StackWalk::StackWalk(const CONTEXT &start) : context_(start), frame_{}, help_(imageHelp())
 {
     if (chosenFrame != 0)
@@ -87,8 +105,7 @@ uint32_t QVSsetFramePointer(uint32_t framePointer)
 int QVSgetStackTrace(uint32_t *addresses, int max)
 {
     CONTEXT here;
-    general::captureHere(here);
-    if (addresses == nullptr || max <= 0)
+    if (!general::captureCaller(here) || addresses == nullptr || max <= 0)
         return 0;
     general::StackWalk walk(here);
     uint32_t address = 0;

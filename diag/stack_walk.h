@@ -9,17 +9,10 @@
 
 namespace general {
 
-/// Captures the registers as they are in the function that calls this. It has to be inlined: a walk
-/// can only start in a frame that is still there. The system's function looks one frame further out on
-/// Windows, so the three registers that a walk starts from are read directly.
-[[gnu::always_inline]] inline void captureHere(CONTEXT &context)
-{
-    RtlCaptureContext(&context);
-    asm volatile("movl $1f, %0\n"
-                 "1: movl %%esp, %1\n"
-                 "movl %%ebp, %2"
-                 : "=r"(context.Eip), "=r"(context.Esp), "=r"(context.Ebp));
-}
+/// Captures the calling thread's registers as they are in the function that calls this, after the call:
+/// a walk can only start in a frame that is still there.
+/// @return false when the system does not give the thread's registers
+bool captureCaller(CONTEXT &context);
 
 /// Starts with the captured frame, or, where QVSsetFramePointer has chosen one, with that frame, as if
 /// the captured program counter were in it.

@@ -159,8 +159,7 @@ void QVSfreeAddrSym(char **module, char **symbol)
 int QVSgetStackTraceWithSyms(QVSTraceEntry *entries, int max)
 {
     CONTEXT here;
-    general::captureHere(here);
-    if (entries == nullptr || max <= 0)
+    if (!general::captureCaller(here) || entries == nullptr || max <= 0)
         return 0;
     general::StackWalk walk(here);
     uint32_t address = 0;

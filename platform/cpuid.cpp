@@ -103,9 +103,14 @@ bool hasFeature(uint32_t bit)
     return (standardLeaf(1).edx & bit) != 0;
 }
 
+/// Puts the old value back: a build for a processor without the register cannot tell the compiler that it changes.
 void clearXmm0()
 {
-    asm volatile("xorps %%xmm0, %%xmm0" : : : "xmm0");
+    float before[4];
+    asm volatile("movups %%xmm0, %0\n\t"
+                 "xorps %%xmm0, %%xmm0\n\t"
+                 "movups %0, %%xmm0"
+                 : "=m"(before));
 }
 
 /// Binds the thread to one processor and reads that processor's identifier.

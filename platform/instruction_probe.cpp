@@ -60,7 +60,7 @@ bool runsWithoutException(void (*attempt)())
                  "movl %%ecx, %%fs:0"
                  : "=&a"(completed), [frame] "+S"(registration), [attempt] "+D"(attempt)
                  :
-                 : "ebx", "ecx", "edx", "xmm0", "memory", "cc");
+                 : "ebx", "ecx", "edx", "memory", "cc");
     return completed != 0;
 }
 

@@ -5,7 +5,7 @@
 
 namespace general {
 
-/// Calls a function that does nothing but try an instruction.
+/// Calls a function that does nothing but try an instruction and leaves the SSE registers as they were.
 /// @return false when it raised an exception, which goes no further
 bool runsWithoutException(void (*attempt)());
 

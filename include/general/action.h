@@ -16,7 +16,7 @@ typedef struct Action Action;
 
 /// What an entry invokes, with ActionDo's first argument, the entry's own data, and ActionDo's second
 /// argument.
-typedef void (*ActionCallback)(void *first, void *userData, void *second);
+typedef void(GENERAL_CALL *ActionCallback)(void *first, void *userData, void *second);
 
 /// Outcome of the calls that return one.
 typedef enum ActionStat {
@@ -27,13 +27,13 @@ typedef enum ActionStat {
 
 /// Makes an empty registry.
 /// @return the registry, which the caller hands to ActionDestroy; null if memory is exhausted
-GENERAL_API Action *ActionCreate(void);
+GENERAL_API Action *GENERAL_CALL ActionCreate(void);
 
 /// Frees the registry and its entries; while an ActionDo runs on it, as soon as the outermost returns.
 /// Nothing marks a destroyed registry: do not use it again.
 /// @param action  a live registry
 /// @return ACTION_OK or ACTION_BAD_HANDLE
-GENERAL_API uint32_t ActionDestroy(Action *action);
+GENERAL_API uint32_t GENERAL_CALL ActionDestroy(Action *action);
 
 /// Appends an entry, in time linear in the number of entries.
 /// @param action    a live registry
@@ -41,38 +41,38 @@ GENERAL_API uint32_t ActionDestroy(Action *action);
 /// @param userData  handed to it
 /// @return the entry's id, 1 or more and never given twice; 0 if the registry is not live, memory is
 ///         exhausted, or all 2^31 - 1 ids have been given
-GENERAL_API int32_t ActionAdd(Action *action, ActionCallback callback, void *userData);
+GENERAL_API int32_t GENERAL_CALL ActionAdd(Action *action, ActionCallback callback, void *userData);
 
 /// Removes the entry with an id. While an ActionDo runs, a removed entry is still found: removing it again
 /// gives ACTION_OK and changes nothing.
 /// @param action  a live registry
 /// @param id      what ActionAdd gave
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
-GENERAL_API uint32_t ActionRmv(Action *action, int32_t id);
+GENERAL_API uint32_t GENERAL_CALL ActionRmv(Action *action, int32_t id);
 
 /// Removes the first entry with a callback. While an ActionDo runs, that may be one removed already, as
 /// for ActionRmv, even if there is another behind it: remove several of one callback by their ids.
 /// @param action    a live registry
 /// @param callback  the callback as it was added
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY
-GENERAL_API uint32_t ActionRmvCall(Action *action, ActionCallback callback);
+GENERAL_API uint32_t GENERAL_CALL ActionRmvCall(Action *action, ActionCallback callback);
 
 /// Removes every entry.
 /// @param action  a live registry
 /// @return ACTION_OK or ACTION_BAD_HANDLE
-GENERAL_API uint32_t ActionRmvAll(Action *action);
+GENERAL_API uint32_t GENERAL_CALL ActionRmvAll(Action *action);
 
 /// Invokes every entry.
 /// @param action  a live registry
 /// @param first   handed to each callback
 /// @param second  handed to each callback
 /// @return ACTION_OK or ACTION_BAD_HANDLE
-GENERAL_API uint32_t ActionDo(Action *action, void *first, void *second);
+GENERAL_API uint32_t GENERAL_CALL ActionDo(Action *action, void *first, void *second);
 
 /// Counts the entries that have not been removed.
 /// @param action  a live registry
 /// @param count   receives their number
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY (count is null), looked for in that order
-GENERAL_API uint32_t ActionCount(const Action *action, uint32_t *count);
+GENERAL_API uint32_t GENERAL_CALL ActionCount(const Action *action, uint32_t *count);
 
 #endif

@@ -1,7 +1,9 @@
 /// @file
 /// What every header of the interface leans on: linkage, calling convention, fixed-width types.
 ///
-/// The interface is plain C: undecorated names, the compiler's default `__cdecl` convention.
+/// The interface is plain C: undecorated names, the calling convention `__cdecl` whatever the compiler's
+/// default is. A callback is a function of that convention too; where the compiler has been told to use
+/// another one (`-mrtd`, `/Gz`), write `static int GENERAL_CALL compare(...)`.
 /// Define `GENERAL_STATIC` to use the library as a static archive instead of a DLL.
 
 #ifndef GENERAL_API_H
@@ -16,6 +18,13 @@
 #define GENERAL_IMPORT_EXPORT __declspec(dllexport)
 #else
 #define GENERAL_IMPORT_EXPORT __declspec(dllimport)
+#endif
+
+// Stands before the name of every function and callback type.
+#ifdef _WIN32
+#define GENERAL_CALL __cdecl
+#else
+#define GENERAL_CALL
 #endif
 
 #ifdef __cplusplus

@@ -20,10 +20,10 @@ typedef struct Cache Cache;
 /// @param length    its length in bytes
 /// @param value     receives the value
 /// @param argument  what CacheAccess was given
-typedef void (*CacheMake)(const void *key, int32_t length, void **value, void *argument);
+typedef void(GENERAL_CALL *CacheMake)(const void *key, int32_t length, void **value, void *argument);
 
 /// Disposes of a value. It must not call into the same cache.
-typedef void (*CacheDispose)(const void *key, int32_t length, void *value);
+typedef void(GENERAL_CALL *CacheDispose)(const void *key, int32_t length, void *value);
 
 /// Outcome of every cache call but CacheCreate.
 typedef enum CacheStat {
@@ -39,7 +39,7 @@ typedef enum CacheStat {
 /// @param make     makes values; not null
 /// @param dispose  disposes of them; not null
 /// @return the cache, which the caller hands to CacheDelete; null if memory is exhausted
-GENERAL_API Cache *CacheCreate(int32_t size, CacheMake make, CacheDispose dispose);
+GENERAL_API Cache *GENERAL_CALL CacheCreate(int32_t size, CacheMake make, CacheDispose dispose);
 
 /// Finds a key's value, or makes it, and takes a reference on it. A value that has to give way is
 /// disposed of first.
@@ -50,7 +50,8 @@ GENERAL_API Cache *CacheCreate(int32_t size, CacheMake make, CacheDispose dispos
 /// @param argument  handed to the callback that makes the value
 /// @return CACHE_OK, CACHE_BAD_HANDLE or CACHE_NO_MEMORY. When a longer key cannot be copied, its slot
 ///         stays taken by a reference under its old key, without a value
-GENERAL_API uint32_t CacheAccess(Cache *cache, const void *key, uint32_t length, void **value, void *argument);
+GENERAL_API uint32_t GENERAL_CALL CacheAccess(Cache *cache, const void *key, uint32_t length, void **value,
+                                              void *argument);
 
 /// Drops one reference on a key's value. The value stays cached.
 ///
@@ -60,7 +61,7 @@ GENERAL_API uint32_t CacheAccess(Cache *cache, const void *key, uint32_t length,
 /// @param key     length bytes
 /// @param length  the key's length in bytes
 /// @return CACHE_OK, CACHE_BAD_HANDLE, CACHE_NO_ENTRY or CACHE_NO_REFERENCE
-GENERAL_API uint32_t CacheFinish(Cache *cache, const void *key, int32_t length);
+GENERAL_API uint32_t GENERAL_CALL CacheFinish(Cache *cache, const void *key, int32_t length);
 
 /// Disposes of a key's value, referenced or not, and frees its slot. Looks keys up as CacheFinish
 /// does; a slot without a value answers CACHE_OK.
@@ -68,11 +69,11 @@ GENERAL_API uint32_t CacheFinish(Cache *cache, const void *key, int32_t length);
 /// @param key     length bytes
 /// @param length  the key's length in bytes
 /// @return CACHE_OK, CACHE_BAD_HANDLE or CACHE_NO_ENTRY
-GENERAL_API uint32_t CacheRemove(Cache *cache, const void *key, int32_t length);
+GENERAL_API uint32_t GENERAL_CALL CacheRemove(Cache *cache, const void *key, int32_t length);
 
 /// Disposes of every value, referenced or not, in the order of the slots, and frees the cache.
 /// @param cache  a live cache
 /// @return CACHE_OK or CACHE_BAD_HANDLE
-GENERAL_API uint32_t CacheDelete(Cache *cache);
+GENERAL_API uint32_t GENERAL_CALL CacheDelete(Cache *cache);
 
 #endif

@@ -30,19 +30,19 @@ typedef enum CBufStat {
 /// @param quantum  bytes by which the memory grows, not 0
 /// @return the buffer, which the caller hands to CBufDestroy; null if the quantum is 0 or memory is
 ///         exhausted
-GENERAL_API CBuf *CBufCreate(uint32_t quantum);
+GENERAL_API CBuf *GENERAL_CALL CBufCreate(uint32_t quantum);
 
 /// Frees the buffer and its contents.
 /// @param buffer  a live buffer
 /// @return CBUF_OK or CBUF_BAD_HANDLE
-GENERAL_API uint32_t CBufDestroy(CBuf *buffer);
+GENERAL_API uint32_t GENERAL_CALL CBufDestroy(CBuf *buffer);
 
 /// Appends a copy of some bytes.
 /// @param buffer  a live buffer
 /// @param source  count bytes
 /// @param count   how many bytes
 /// @return CBUF_OK, CBUF_BAD_HANDLE or CBUF_BAD_MALLOC
-GENERAL_API uint32_t CBufAppend(CBuf *buffer, const void *source, uint32_t count);
+GENERAL_API uint32_t GENERAL_CALL CBufAppend(CBuf *buffer, const void *source, uint32_t count);
 
 /// Makes the contents longer, for the caller to fill.
 /// @param buffer  a live buffer
@@ -50,14 +50,14 @@ GENERAL_API uint32_t CBufAppend(CBuf *buffer, const void *source, uint32_t count
 ///                call that may grow or free the memory; untouched on failure; not null
 /// @param count   how many bytes
 /// @return CBUF_OK, CBUF_BAD_HANDLE or CBUF_BAD_MALLOC
-GENERAL_API uint32_t CBufGetAppend(CBuf *buffer, void **room, uint32_t count);
+GENERAL_API uint32_t GENERAL_CALL CBufGetAppend(CBuf *buffer, void **room, uint32_t count);
 
 /// Replaces the contents with a copy of some bytes.
 /// @param buffer  a live buffer
 /// @param source  count bytes
 /// @param count   how many bytes
 /// @return CBUF_OK, CBUF_BAD_HANDLE or CBUF_BAD_MALLOC
-GENERAL_API uint32_t CBufSet(CBuf *buffer, const void *source, uint32_t count);
+GENERAL_API uint32_t GENERAL_CALL CBufSet(CBuf *buffer, const void *source, uint32_t count);
 
 /// Inserts bytes before an offset. What follows moves up.
 /// @param buffer  a live buffer
@@ -66,7 +66,7 @@ GENERAL_API uint32_t CBufSet(CBuf *buffer, const void *source, uint32_t count);
 /// @param count   how many bytes
 /// @return CBUF_OK, CBUF_BAD_HANDLE, CBUF_BAD_SIZE (offset beyond the length) or CBUF_BAD_MALLOC,
 ///         looked for in that order
-GENERAL_API uint32_t CBufInsert(CBuf *buffer, const void *source, uint32_t offset, uint32_t count);
+GENERAL_API uint32_t GENERAL_CALL CBufInsert(CBuf *buffer, const void *source, uint32_t offset, uint32_t count);
 
 /// Inserts bytes before an offset, for the caller to fill.
 /// @param buffer  a live buffer
@@ -76,7 +76,7 @@ GENERAL_API uint32_t CBufInsert(CBuf *buffer, const void *source, uint32_t offse
 /// @param offset  0 to the length; CBUF_END appends
 /// @param count   how many bytes
 /// @return as CBufInsert
-GENERAL_API uint32_t CBufGetInsert(CBuf *buffer, void **room, uint32_t offset, uint32_t count);
+GENERAL_API uint32_t GENERAL_CALL CBufGetInsert(CBuf *buffer, void **room, uint32_t offset, uint32_t count);
 
 /// Removes a range of bytes. What follows moves down; the memory stays allocated.
 /// @param buffer       a live buffer
@@ -84,7 +84,7 @@ GENERAL_API uint32_t CBufGetInsert(CBuf *buffer, void **room, uint32_t offset, u
 /// @param offset       where the range begins
 /// @param count        how many bytes
 /// @return CBUF_OK, CBUF_BAD_HANDLE or CBUF_BAD_SIZE (the range ends beyond the length)
-GENERAL_API uint32_t CBufCut(CBuf *buffer, void *destination, uint32_t offset, uint32_t count);
+GENERAL_API uint32_t GENERAL_CALL CBufCut(CBuf *buffer, void *destination, uint32_t offset, uint32_t count);
 
 /// Shows the contents in place.
 /// @param buffer  a live buffer
@@ -92,32 +92,32 @@ GENERAL_API uint32_t CBufCut(CBuf *buffer, void *destination, uint32_t offset, u
 ///                that may grow or free the memory; may be null
 /// @param length  receives their length in bytes; may be null
 /// @return CBUF_OK or CBUF_BAD_HANDLE
-GENERAL_API uint32_t CBufGet(const CBuf *buffer, void **data, uint32_t *length);
+GENERAL_API uint32_t GENERAL_CALL CBufGet(const CBuf *buffer, void **data, uint32_t *length);
 
 /// Empties the buffer and keeps its memory.
 /// @param buffer  a live buffer
 /// @return CBUF_OK or CBUF_BAD_HANDLE
-GENERAL_API uint32_t CBufReset(CBuf *buffer);
+GENERAL_API uint32_t GENERAL_CALL CBufReset(CBuf *buffer);
 
 /// Empties the buffer and frees its memory.
 /// @param buffer  a live buffer
 /// @return CBUF_OK or CBUF_BAD_HANDLE
-GENERAL_API uint32_t CBufClear(CBuf *buffer);
+GENERAL_API uint32_t GENERAL_CALL CBufClear(CBuf *buffer);
 
 /// Gives back all memory beyond the contents; the whole of it if there are none.
 /// @param buffer  a live buffer
 /// @return CBUF_OK, CBUF_BAD_HANDLE or CBUF_BAD_MALLOC
-GENERAL_API uint32_t CBufShrink(CBuf *buffer);
+GENERAL_API uint32_t GENERAL_CALL CBufShrink(CBuf *buffer);
 
 /// Changes the quantum for growth to come.
 /// @param buffer   a live buffer
 /// @param quantum  bytes by which the memory grows, not 0
 /// @return CBUF_OK, CBUF_BAD_HANDLE or CBUF_BAD_QUANTUM (it is 0; the old one stays)
-GENERAL_API uint32_t CBufSetQuantum(CBuf *buffer, uint32_t quantum);
+GENERAL_API uint32_t GENERAL_CALL CBufSetQuantum(CBuf *buffer, uint32_t quantum);
 
 /// The name of a result, such as "CBUF_OK".
 /// @param stat  what a call returned
 /// @return a constant text; "Bad cbufStat value" for any other number
-GENERAL_API const char *CBufStatStr(int32_t stat);
+GENERAL_API const char *GENERAL_CALL CBufStatStr(int32_t stat);
 
 #endif

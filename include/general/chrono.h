@@ -47,33 +47,33 @@ typedef enum CpuTimeSelector {
 
 /// Starts a stopwatch.
 /// @param stopwatch  not null
-GENERAL_API void ChronoInit(ChronoRec *stopwatch);
+GENERAL_API void GENERAL_CALL ChronoInit(ChronoRec *stopwatch);
 
 /// @return the present tick
-GENERAL_API uint64_t ChronoNow(void);
+GENERAL_API uint64_t GENERAL_CALL ChronoNow(void);
 
 /// Reads a stopwatch in ticks.
 /// @param stopwatch  a started stopwatch
 /// @param restart    not 0 to start it anew at the present tick
 /// @return ticks since its start
-GENERAL_API uint64_t ChronoTicks(ChronoRec *stopwatch, int restart);
+GENERAL_API uint64_t GENERAL_CALL ChronoTicks(ChronoRec *stopwatch, int restart);
 
 /// Reads a stopwatch in seconds.
 /// @param stopwatch  a started stopwatch
 /// @param restart    not 0 to start it anew at the present tick
 /// @return seconds since its start
-GENERAL_API double ChronoTime(ChronoRec *stopwatch, int restart);
+GENERAL_API double GENERAL_CALL ChronoTime(ChronoRec *stopwatch, int restart);
 
 /// Converts ticks, taken as an unsigned number, to seconds.
 /// @param ticks  a difference of two ChronoTicks
 /// @return seconds; 0 for any number of ticks until ChronoInit, ChronoNow, ChronoTicks or ChronoTime
 ///         has been called once in the process
-GENERAL_API double ChronoSecs(uint64_t ticks);
+GENERAL_API double GENERAL_CALL ChronoSecs(uint64_t ticks);
 
 /// Reads the local date and time of day.
 /// @param local  receives it
 /// @return local
-GENERAL_API ChronoLocal *ChronoLocalTime(ChronoLocal *local);
+GENERAL_API ChronoLocal *GENERAL_CALL ChronoLocalTime(ChronoLocal *local);
 
 /// Measures processor time of the process since the last call with CPU_TIME_START, or since the
 /// process began when there was none. With a label and any selector but CPU_TIME_START it prints
@@ -82,23 +82,23 @@ GENERAL_API ChronoLocal *ChronoLocalTime(ChronoLocal *local);
 /// @param selector  a CpuTimeSelector. With any other number nothing happens
 /// @return milliseconds, truncated, at most INT32_MAX; 0 for CPU_TIME_START, for a number that is no
 ///         selector, and when the system does not tell the times (nothing is printed then)
-GENERAL_API int32_t CpuTime(const char *label, int selector);
+GENERAL_API int32_t GENERAL_CALL CpuTime(const char *label, int selector);
 
 /// Measures the time since its previous call in the process; the first call measures from the
 /// clock's origin, tick 0. With a label it prints "LABEL: SECONDS secs" with three decimals to
 /// standard error.
 /// @param label  null for no line
 /// @return seconds
-GENERAL_API double elapsed_time(const char *label);
+GENERAL_API double GENERAL_CALL elapsed_time(const char *label);
 
 /// As elapsed_time, and sharing its start, in milliseconds.
 /// @param label  null for no line
 /// @return milliseconds, truncated, at most INT32_MAX
-GENERAL_API int32_t elapsed(const char *label);
+GENERAL_API int32_t GENERAL_CALL elapsed(const char *label);
 
 /// Prints "LABEL: @ SECONDS" with three decimals to standard error, where SECONDS is the present
 /// tick in seconds.
 /// @param label  null for no line
-GENERAL_API void time_stamp(const char *label);
+GENERAL_API void GENERAL_CALL time_stamp(const char *label);
 
 #endif

@@ -15,19 +15,19 @@
 /// @param who     who reports
 /// @param format  the message in the manner of printf, with a newline at its end if one is wanted;
 ///                null writes an empty message
-GENERAL_API void qvs_debug(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
+GENERAL_API void GENERAL_CALL qvs_debug(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
 
 /// Writes "Log: WHO: MESSAGE" and a newline to the standard error handle if that is a console.
 /// Callers rely on a file or a pipe there getting nothing.
 /// @param who     who reports
 /// @param format  the message in the manner of printf; null writes an empty message
-GENERAL_API void qvs_debug_log(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
+GENERAL_API void GENERAL_CALL qvs_debug_log(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
 
 /// Reports an assertion that does not hold, through qvs_debug:
 /// "WHO: QVS assertion failed: (EXPRESSION) at line LINE" and a newline. Then returns.
 /// @param expression  what does not hold
 /// @param who         who reports
 /// @param line        the line number of the assertion
-GENERAL_API void qvs_assert(const char *expression, const char *who, int line);
+GENERAL_API void GENERAL_CALL qvs_assert(const char *expression, const char *who, int line);
 
 #endif

@@ -35,15 +35,16 @@ typedef enum DynLdStat {
 /// @param pathLength  bytes in pathBuffer; 0 or less leaves pathBuffer alone
 /// @return a DynLdStat. A missing symbol is reported before a library that could not be remembered. The
 ///         thread's last error then tells the cause: see DynLdErr
-GENERAL_API int DynLd(const char *lib, const char *symbol, void **addressOut, char *pathBuffer, int pathLength);
+GENERAL_API int GENERAL_CALL DynLd(const char *lib, const char *symbol, void **addressOut, char *pathBuffer,
+                                   int pathLength);
 
 /// The system's text for the calling thread's last error. Ask right after a failed DynLd: any other
 /// system call may change the error.
 /// @return what GetErrorText returns, in its static buffer
-GENERAL_API const char *DynLdErr(void);
+GENERAL_API const char *GENERAL_CALL DynLdErr(void);
 
 /// The platform's file extension for dynamic libraries.
 /// @return "dll"
-GENERAL_API const char *DynLdExt(void);
+GENERAL_API const char *GENERAL_CALL DynLdExt(void);
 
 #endif

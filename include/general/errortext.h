@@ -18,14 +18,21 @@
 /// @param buf  room for len bytes, and for 12; null is handed back
 /// @param len  0 leaves buf untouched
 /// @return buf
-GENERAL_API char *signal_name(int sig, char *buf, size_t len);
+GENERAL_API char *GENERAL_CALL signal_name(int sig, char *buf, size_t len);
 
 /// Names the detail code of a signal: there are none on this platform.
 /// @return "unknown", whatever the arguments
 #if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 202311L)
-GENERAL_API const char *signal_code_name(...);
-#else
-GENERAL_API const char *signal_code_name(); // C before C23 spells "any arguments" like this
+GENERAL_API const char *GENERAL_CALL signal_code_name(...);
+#else // C before C23 spells "any arguments" like this
+#ifdef __GNUC__
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wstrict-prototypes"
+#endif
+GENERAL_API const char *GENERAL_CALL signal_code_name();
+#ifdef __GNUC__
+#pragma GCC diagnostic pop
+#endif
 #endif
 
 /// Looks an error code of the system up in its message table, in US English.
@@ -35,6 +42,6 @@ GENERAL_API const char *signal_code_name(); // C before C23 spells "any argument
 /// @return the system's text with its line break at the end; the code in decimal, as a signed number,
 ///         where the system has no text or one of more than 127 characters. Never null. One static
 ///         buffer of 128 bytes, which every call overwrites: not to be called by two threads at once
-GENERAL_API const char *GetErrorText(unsigned code);
+GENERAL_API const char *GENERAL_CALL GetErrorText(unsigned code);
 
 #endif

@@ -15,7 +15,7 @@
 /// @param x         any number
 /// @param exponent  receives e; 0 for 0 and for a not-a-number, INT_MAX for an infinity
 /// @return m; 0 for 0 and for a not-a-number, 1 or -1 for an infinity; 0 if exponent is null
-GENERAL_API double fp_scinotation(double x, int *exponent);
+GENERAL_API double GENERAL_CALL fp_scinotation(double x, int *exponent);
 
 /// Tells whether two numbers agree to about a number of significant digits: whether their mantissas,
 /// brought to one exponent, differ by at most 5 * 10^-digits. Numbers whose exponents differ by more
@@ -24,22 +24,22 @@ GENERAL_API double fp_scinotation(double x, int *exponent);
 /// @param a,b     the two numbers
 /// @param digits  significant digits that have to agree
 /// @return 1 or 0
-GENERAL_API int fp_equal(double a, double b, int digits);
+GENERAL_API int GENERAL_CALL fp_equal(double a, double b, int digits);
 
 /// Tells whether two numbers differ by less than 0.0001, however large they are.
 /// @param a,b  the two numbers
 /// @return 1, or 0; 0 also if either is a not-a-number or an infinity
-GENERAL_API int fp_close(double a, double b);
+GENERAL_API int GENERAL_CALL fp_close(double a, double b);
 
 /// Tells finite numbers from the others.
 /// @param x  any number
 /// @return 0 for an infinity or a not-a-number of any kind, 1 for every other number
-GENERAL_API int fp_valid_d(double x);
+GENERAL_API int GENERAL_CALL fp_valid_d(double x);
 
 /// Rounds up to a power of two.
 /// @param n  any number
 /// @return the smallest power of two that is not below n; n itself for 0 and 1; 1 when there is none
 ///         in 32 bits, which is for n above 0x80000000
-GENERAL_API unsigned next_power_2(unsigned n);
+GENERAL_API unsigned GENERAL_CALL next_power_2(unsigned n);
 
 #endif

@@ -29,14 +29,31 @@
 #ifndef GENERAL_NO_GETOPT
 
 #ifdef __MINGW32__
-// This tool-chain has a parser of the same names. Its declarations have to come before these, for the
-// later ones decide whether a name is the DLL's. The macro leaves getopt_long out, as in <unistd.h>.
+// This tool-chain has a parser of the same names. Where its declarations do not stand already, they come
+// now, under other names, so that no later <unistd.h> brings them. The macro leaves getopt_long out, as
+// in <unistd.h>.
+#ifndef __GETOPT_H__
+#define getopt general_toolchain_getopt
+#define optarg general_toolchain_optarg
+#define optind general_toolchain_optind
+#define opterr general_toolchain_opterr
+#define optopt general_toolchain_optopt
 #ifndef __UNISTD_H_SOURCED__
 #define __UNISTD_H_SOURCED__ 1
 #include <getopt.h>
 #undef __UNISTD_H_SOURCED__
 #else
 #include <getopt.h>
+#endif
+#undef getopt
+#undef optarg
+#undef optind
+#undef opterr
+#undef optopt
+#endif
+#ifdef __clang__
+#pragma clang diagnostic push // where they do stand, these make them the DLL's
+#pragma clang diagnostic ignored "-Wdll-attribute-on-redeclaration"
 #endif
 #endif
 
@@ -76,9 +93,13 @@ GENERAL_API int optopt;
 /// @return the option's letter, as a signed character; '?' for a letter that is not in options or
 ///         that lacks its argument, after a message; -1 when the options are over, or if argv or
 ///         options is null
-GENERAL_API int getopt(int argc, char *const *argv, const char *options);
+GENERAL_API int GENERAL_CALL getopt(int argc, char *const *argv, const char *options);
 
 // NOLINTEND(readability-redundant-declaration)
+
+#if defined(__MINGW32__) && defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #ifndef _WIN32
 #undef getopt

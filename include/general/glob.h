@@ -46,7 +46,7 @@ typedef enum GlobStat {
 /// @param flags    receives GLOB_HAS_SPECIAL if `*`, `?`, `[` or `\` was seen before the end or the
 ///                 first fault, else 0; may be null
 /// @return a GlobStat: GLOB_VALID or the first fault from the left
-GENERAL_API int GlobCheck(const char *pattern, int *flags);
+GENERAL_API int GENERAL_CALL GlobCheck(const char *pattern, int *flags);
 
 /// Matches the whole of a string against the whole of a pattern that GlobCheck calls valid.
 ///
@@ -58,11 +58,11 @@ GENERAL_API int GlobCheck(const char *pattern, int *flags);
 /// @param string   note the order: the string comes first
 /// @param pattern  an unfinished one (a `\` at the end, a set without its `]`) matches nothing
 /// @return 1 for a match, else 0; 0 also if an argument is null
-GENERAL_API int GlobEval(const char *string, const char *pattern);
+GENERAL_API int GENERAL_CALL GlobEval(const char *string, const char *pattern);
 
 /// Describes a result of GlobCheck.
 /// @param status  what a call returned
 /// @return a constant text, never null; "<unknown status>" for a number that is no GlobStat
-GENERAL_API const char *GlobError(int status);
+GENERAL_API const char *GENERAL_CALL GlobError(int status);
 
 #endif

@@ -23,17 +23,17 @@ typedef enum KeyCallStat {
 
 /// Makes an empty registry.
 /// @return the registry, which the caller hands to KeyCallDestroy; null if memory is exhausted
-GENERAL_API KeyCall *KeyCallCreate(void);
+GENERAL_API KeyCall *GENERAL_CALL KeyCallCreate(void);
 
 /// Frees the registry and its entries.
 /// @param registry  a live registry
 /// @return KEYCALL_OK or KEYCALL_BAD_HANDLE
-GENERAL_API uint32_t KeyCallDestroy(KeyCall *registry);
+GENERAL_API uint32_t GENERAL_CALL KeyCallDestroy(KeyCall *registry);
 
 /// Gives out a fresh key: 1, 2, 3 ...
 /// @param registry  a live registry
 /// @return the key; 0 if the registry is not live
-GENERAL_API uint32_t KeyCallNext(KeyCall *registry);
+GENERAL_API uint32_t GENERAL_CALL KeyCallNext(KeyCall *registry);
 
 /// Appends an entry, in time linear in the number of entries. Keys may repeat.
 /// @param registry  a live registry
@@ -41,7 +41,7 @@ GENERAL_API uint32_t KeyCallNext(KeyCall *registry);
 /// @param callback  stored as given
 /// @param data      stored as given
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_MEMORY
-GENERAL_API uint32_t KeyCallAdd(KeyCall *registry, uint32_t key, void *callback, void *data);
+GENERAL_API uint32_t GENERAL_CALL KeyCallAdd(KeyCall *registry, uint32_t key, void *callback, void *data);
 
 /// Removes the first entry with a key and hands it out.
 /// @param registry  a live registry
@@ -49,7 +49,7 @@ GENERAL_API uint32_t KeyCallAdd(KeyCall *registry, uint32_t key, void *callback,
 /// @param callback  receives what was stored
 /// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY
-GENERAL_API uint32_t KeyCallRmv(KeyCall *registry, uint32_t key, void **callback, void **data);
+GENERAL_API uint32_t GENERAL_CALL KeyCallRmv(KeyCall *registry, uint32_t key, void **callback, void **data);
 
 /// Removes the oldest entry and hands it out.
 /// @param registry  a live registry
@@ -57,7 +57,7 @@ GENERAL_API uint32_t KeyCallRmv(KeyCall *registry, uint32_t key, void **callback
 /// @param callback  receives what was stored
 /// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY
-GENERAL_API uint32_t KeyCallRmvAny(KeyCall *registry, uint32_t *key, void **callback, void **data);
+GENERAL_API uint32_t GENERAL_CALL KeyCallRmvAny(KeyCall *registry, uint32_t *key, void **callback, void **data);
 
 /// Shows the first entry with a key. It stays.
 /// @param registry  a live registry
@@ -65,7 +65,7 @@ GENERAL_API uint32_t KeyCallRmvAny(KeyCall *registry, uint32_t *key, void **call
 /// @param callback  receives what was stored
 /// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY
-GENERAL_API uint32_t KeyCallGet(const KeyCall *registry, uint32_t key, void **callback, void **data);
+GENERAL_API uint32_t GENERAL_CALL KeyCallGet(const KeyCall *registry, uint32_t key, void **callback, void **data);
 
 /// Shows the entry at an index. It stays.
 /// @param registry  a live registry
@@ -74,6 +74,7 @@ GENERAL_API uint32_t KeyCallGet(const KeyCall *registry, uint32_t key, void **ca
 /// @param callback  receives what was stored
 /// @param data      receives what was stored
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY (also for a negative index)
-GENERAL_API uint32_t KeyCallGetI(const KeyCall *registry, int32_t index, uint32_t *key, void **callback, void **data);
+GENERAL_API uint32_t GENERAL_CALL KeyCallGetI(const KeyCall *registry, int32_t index, uint32_t *key, void **callback,
+                                              void **data);
 
 #endif

@@ -37,33 +37,33 @@ typedef struct List {
 /// @param nodeSize  bytes per node, both links included. A size below that of the links is raised
 ///                  to it, because a spare node is chained through its first link
 /// @return the list, which the caller hands to ListDestroy, or null if memory is exhausted
-GENERAL_API List *ListMake(uint32_t nodeSize);
+GENERAL_API List *GENERAL_CALL ListMake(uint32_t nodeSize);
 
 /// Frees every node on the list, every spare node and the list itself.
 /// @param list  a live list
 /// @return 1, or 0 for a null handle or one that is not a live list
-GENERAL_API int ListDestroy(List *list);
+GENERAL_API int GENERAL_CALL ListDestroy(List *list);
 
 /// Hands out a node that is on no list: the one that ListFreeNode was given last if there is a
 /// spare, a new block otherwise. Its contents are not cleared.
 /// @param list  a live list
 /// @return nodeSize bytes that belong to the list; null if the handle is null or not a live list, or
 ///         if memory is exhausted
-GENERAL_API void *ListMakeNode(List *list);
+GENERAL_API void *GENERAL_CALL ListMakeNode(List *list);
 
 /// Takes a node back for the next ListMakeNode. Its memory returns to the heap with ListDestroy only.
 /// @param list  a live list; the call is ignored otherwise
 /// @param node  a node of this list that has been unlinked already
-GENERAL_API void ListFreeNode(List *list, void *node);
+GENERAL_API void GENERAL_CALL ListFreeNode(List *list, void *node);
 
 /// Links a node in front of a position. Nothing is checked.
 /// @param position  a node of the list, or the list's own links to append at the end
 /// @param node      a node that is on no list
-GENERAL_API void ListInsert(ListNode *position, ListNode *node);
+GENERAL_API void GENERAL_CALL ListInsert(ListNode *position, ListNode *node);
 
 /// Unlinks a node from the list that holds it. The node's own links are left as they were. Nothing
 /// is checked.
 /// @param node  a node that is on a list
-GENERAL_API void ListRmvItem(ListNode *node);
+GENERAL_API void GENERAL_CALL ListRmvItem(ListNode *node);
 
 #endif

@@ -22,31 +22,31 @@
 /// Sets the recipients, in place of earlier ones.
 /// @param text  one or more addresses separated by commas; null for none
 /// @return 1, or 0 if memory is exhausted: there are no recipients then
-GENERAL_API int QVSMailTo(const char *text);
+GENERAL_API int GENERAL_CALL QVSMailTo(const char *text);
 
 /// Sets the subject, in place of an earlier one. Without one, "QVSMail (no subject)" is used.
 /// @param text  null for none
 /// @return 1, or 0 if memory is exhausted: there is no subject then
-GENERAL_API int QVSMailSubject(const char *text);
+GENERAL_API int GENERAL_CALL QVSMailSubject(const char *text);
 
 /// Appends text to the body in the manner of printf, formatted by the system's C runtime, of any
 /// length. The body is kept in a temporary file, in the folder that the environment variable TMP
 /// names or else in the system's; it is written as it is, without conversion of line ends.
 /// @param format  not null. An empty text makes an empty body, which is enough for a message
 /// @return 1, or 0 if the file cannot be created or written
-GENERAL_API int QVSMailPrint(const char *format, ...) GENERAL_PRINTF_LIKE(1, 2);
+GENERAL_API int GENERAL_CALL QVSMailPrint(const char *format, ...) GENERAL_PRINTF_LIKE(1, 2);
 
 /// Appends the whole content of a file to the body. Simple MAPI takes text, and ends it at the first
 /// zero byte.
 /// @param path  read whole, at once
 /// @return 1, or 0, logged, if path is null or a directory, or if the file cannot be read, kept in
 ///         memory as a whole, or appended
-GENERAL_API int QVSMailBody(const char *path);
+GENERAL_API int GENERAL_CALL QVSMailBody(const char *path);
 
 /// Attaches a file, which is read when the message is sent. The command does not get attachments.
 /// @param path  copied
 /// @return 1; 0 if path is null or memory is exhausted
-GENERAL_API int QVSMailAttachment(const char *path);
+GENERAL_API int GENERAL_CALL QVSMailAttachment(const char *path);
 
 /// Sends the message and discards it. Without a body nothing is sent, which is no failure.
 ///
@@ -69,6 +69,6 @@ GENERAL_API int QVSMailAttachment(const char *path);
 /// the commas, and may show a logon dialogue. The library is loaded when first needed and kept.
 /// @param viaCommand  0 for Simple MAPI, anything else for the command
 /// @return 1 when the message was handed over, or there was no body; else 0, logged
-GENERAL_API int QVSMailClose(int viaCommand);
+GENERAL_API int GENERAL_CALL QVSMailClose(int viaCommand);
 
 #endif

@@ -28,12 +28,12 @@ enum { MAP_ERROR_NO_MEMORY = 12, MAP_ERROR_INVALID_ARGUMENT = 22 };
 /// @param bucketCount  buckets to begin with, a power of two; 0 for the default of 1024
 /// @return the map, which the caller hands to MapDestroy; or null with the thread's last-error code
 ///         set to 22 (bucketCount is neither 0 nor a power of two) or 12 (memory is exhausted)
-GENERAL_API Map *MapCreate(uint32_t bucketCount);
+GENERAL_API Map *GENERAL_CALL MapCreate(uint32_t bucketCount);
 
 /// Frees the map and its entries.
 /// @param map  a live map
 /// @return MAP_OK or MAP_BAD_HANDLE
-GENERAL_API uint32_t MapDestroy(Map *map);
+GENERAL_API uint32_t GENERAL_CALL MapDestroy(Map *map);
 
 /// Adds an entry, in constant time on average. There is no check for duplicates: a second entry with
 /// the same key hides the first from MapFind, until the buckets next double: that turns chains
@@ -43,20 +43,20 @@ GENERAL_API uint32_t MapDestroy(Map *map);
 /// @param value  any 32-bit value
 /// @return MAP_OK, MAP_BAD_HANDLE or MAP_NO_MEMORY. With MAP_NO_MEMORY nothing is added, and yet the
 ///         count that MapSize reports is one higher from then on
-GENERAL_API uint32_t MapAdd(Map *map, uint32_t key, uint32_t value);
+GENERAL_API uint32_t GENERAL_CALL MapAdd(Map *map, uint32_t key, uint32_t value);
 
 /// Finds the value of a key, in constant time on average.
 /// @param map    a live map
 /// @param key    the key looked for
 /// @param value  receives the value; not null
 /// @return MAP_OK; MAP_BAD_HANDLE or MAP_NOT_FOUND with value untouched
-GENERAL_API uint32_t MapFind(const Map *map, uint32_t key, uint32_t *value);
+GENERAL_API uint32_t GENERAL_CALL MapFind(const Map *map, uint32_t key, uint32_t *value);
 
 /// Removes every entry with a key, duplicates included.
 /// @param map  a live map
 /// @param key  the key looked for
 /// @return MAP_OK if there was at least one, MAP_BAD_HANDLE or MAP_NOT_FOUND
-GENERAL_API uint32_t MapRemove(Map *map, uint32_t key);
+GENERAL_API uint32_t GENERAL_CALL MapRemove(Map *map, uint32_t key);
 
 /// Begins an iteration. The order is that of the buckets, which says nothing about the keys.
 /// @param map    a live map
@@ -64,7 +64,7 @@ GENERAL_API uint32_t MapRemove(Map *map, uint32_t key);
 /// @param value  receives its value; not null
 /// @return MAP_OK; MAP_NOT_FOUND with both set to 0 if the map is empty; MAP_BAD_HANDLE with both
 ///         untouched
-GENERAL_API uint32_t MapFirst(const Map *map, uint32_t *key, uint32_t *value);
+GENERAL_API uint32_t GENERAL_CALL MapFirst(const Map *map, uint32_t *key, uint32_t *value);
 
 /// Takes an iteration one step on. Entries other than the current one may be removed on the way;
 /// entries that are added may double the buckets, which changes the order. A map that holds
@@ -75,11 +75,11 @@ GENERAL_API uint32_t MapFirst(const Map *map, uint32_t *key, uint32_t *value);
 /// @param value       receives its value; not null
 /// @return MAP_OK; MAP_NOT_FOUND with both set to 0 after the last entry, or if currentKey is not in
 ///         the map; MAP_BAD_HANDLE with both untouched
-GENERAL_API uint32_t MapNext(const Map *map, uint32_t currentKey, uint32_t *key, uint32_t *value);
+GENERAL_API uint32_t GENERAL_CALL MapNext(const Map *map, uint32_t currentKey, uint32_t *key, uint32_t *value);
 
 /// The number of entries, plus one for each MapAdd that found memory exhausted.
 /// @param map  a live map
 /// @return the count; 0 if the map is null or not live
-GENERAL_API int32_t MapSize(const Map *map);
+GENERAL_API int32_t GENERAL_CALL MapSize(const Map *map);
 
 #endif

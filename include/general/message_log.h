@@ -17,17 +17,17 @@
 /// Names the log and opens it. A log that was open under another name is closed first. There is no
 /// need to call this: the first message opens the log under the name "QVS".
 /// @param name  event source; the file's lines carry its first 31 characters. Null stands for "QVS"
-GENERAL_API void LogName(const char *name);
+GENERAL_API void GENERAL_CALL LogName(const char *name);
 
 /// Logs a message: an event with two strings, or a line "TIME NAME: WHO: <TEXT>" in the file.
 /// @param who   who reports; null stands for the empty string
 /// @param text  what; null stands for the empty string
-GENERAL_API void LogMessage(const char *who, const char *text);
+GENERAL_API void GENERAL_CALL LogMessage(const char *who, const char *text);
 
 /// Logs a message that is formatted in the manner of printf, by the system's C runtime. Its length is
 /// not limited; only when memory is exhausted is it cut to 1023 characters.
 /// @param who     who reports; null stands for the empty string
 /// @param format  null logs an empty text
-GENERAL_API void LogPrintf(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
+GENERAL_API void GENERAL_CALL LogPrintf(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
 
 #endif

@@ -70,23 +70,23 @@ typedef struct PerfRecord {
 /// @return PERF_OK; PERF_NO_SEGMENT when the system refuses the segment, when name, objects or an
 ///         object's counters are null (with a count above 0), or when the segment's size or count
 ///         exceeds 32 bits
-GENERAL_API int PerfInit(const char *name, const PerfObjectDef *objects, uint32_t objectCount);
+GENERAL_API int GENERAL_CALL PerfInit(const char *name, const PerfObjectDef *objects, uint32_t objectCount);
 
 /// Sets the first counter that has this identifier. Nothing happens when there is none or no segment.
 /// @param id     the identifier that the counter was described with
 /// @param value  the new value
 /// @return 0
-GENERAL_API int PerfSetValue(uint32_t id, uint32_t value);
+GENERAL_API int GENERAL_CALL PerfSetValue(uint32_t id, uint32_t value);
 
 /// Adds to the first counter that has this identifier, modulo 2 to the 32nd: 0xFFFFFFFF takes 1 off.
 /// Nothing happens when there is none or no segment.
 /// @param id     the identifier that the counter was described with
 /// @param delta  what is added, modulo 2 to the 32nd
 /// @return 0
-GENERAL_API int PerfApplyDelta(uint32_t id, uint32_t delta);
+GENERAL_API int GENERAL_CALL PerfApplyDelta(uint32_t id, uint32_t delta);
 
 /// Withdraws the segment: clears its magic, then closes it. Readers that hold it open keep it.
 /// @return not 0 when the system closed the segment; 0 when it did not, or when there is no segment
-GENERAL_API int PerfShutdown(void);
+GENERAL_API int GENERAL_CALL PerfShutdown(void);
 
 #endif

@@ -19,7 +19,7 @@ typedef struct PQueue PQueue;
 /// Orders two elements. A negative result puts the new element before the queued one, so a
 /// comparison that is negative when its first argument is the smaller one hands out the largest
 /// element first.
-typedef int (*PQCompare)(const void *queued, const void *added);
+typedef int(GENERAL_CALL *PQCompare)(const void *queued, const void *added);
 
 /// Outcome of every priority queue call. After any but PQ_OK the queue is unchanged.
 typedef enum PQStat {
@@ -34,55 +34,55 @@ typedef enum PQStat {
 /// @param compare      the order; not null
 /// @return the queue, which the caller hands to PQDestroy; null if 20 elements of that size exceed
 ///         the address space or memory is exhausted
-GENERAL_API PQueue *PQCreate(uint32_t elementSize, PQCompare compare);
+GENERAL_API PQueue *GENERAL_CALL PQCreate(uint32_t elementSize, PQCompare compare);
 
 /// Frees the queue and the elements in it.
 /// @param queue  a live queue
 /// @return PQ_OK or PQ_BAD_HANDLE
-GENERAL_API uint32_t PQDestroy(PQueue *queue);
+GENERAL_API uint32_t GENERAL_CALL PQDestroy(PQueue *queue);
 
 /// Queues a copy of an element, behind those of equal priority.
 /// @param queue    a live queue
 /// @param element  elementSize bytes; may not lie inside this queue's own storage
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_NO_MEMORY
-GENERAL_API uint32_t PQAdd(PQueue *queue, const void *element);
+GENERAL_API uint32_t GENERAL_CALL PQAdd(PQueue *queue, const void *element);
 
 /// Removes the first element and hands it out.
 /// @param queue    a live queue
 /// @param element  receives elementSize bytes
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX (nothing is queued)
-GENERAL_API uint32_t PQRmv(PQueue *queue, void *element);
+GENERAL_API uint32_t GENERAL_CALL PQRmv(PQueue *queue, void *element);
 
 /// Removes and discards the first element.
 /// @param queue  a live queue
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX (nothing is queued)
-GENERAL_API uint32_t PQDel(PQueue *queue);
+GENERAL_API uint32_t GENERAL_CALL PQDel(PQueue *queue);
 
 /// Removes the element at an index and hands it out.
 /// @param queue    a live queue
 /// @param index    0 is the first element
 /// @param element  receives elementSize bytes
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX
-GENERAL_API uint32_t PQRmvIndex(PQueue *queue, int32_t index, void *element);
+GENERAL_API uint32_t GENERAL_CALL PQRmvIndex(PQueue *queue, int32_t index, void *element);
 
 /// Removes and discards the element at an index.
 /// @param queue  a live queue
 /// @param index  0 is the first element
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX
-GENERAL_API uint32_t PQDelIndex(PQueue *queue, int32_t index);
+GENERAL_API uint32_t GENERAL_CALL PQDelIndex(PQueue *queue, int32_t index);
 
 /// Tells how many elements are queued.
 /// @param queue   a live queue
 /// @param length  receives the count
 /// @return PQ_OK or PQ_BAD_HANDLE
-GENERAL_API uint32_t PQLength(const PQueue *queue, uint32_t *length);
+GENERAL_API uint32_t GENERAL_CALL PQLength(const PQueue *queue, uint32_t *length);
 
 /// Copies the element at an index out. It stays queued.
 /// @param queue    a live queue
 /// @param index    0 is the first element
 /// @param element  receives elementSize bytes
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX
-GENERAL_API uint32_t PQLook(const PQueue *queue, int32_t index, void *element);
+GENERAL_API uint32_t GENERAL_CALL PQLook(const PQueue *queue, int32_t index, void *element);
 
 /// Shows the element at an index in place.
 /// @param queue    a live queue
@@ -90,6 +90,6 @@ GENERAL_API uint32_t PQLook(const PQueue *queue, int32_t index, void *element);
 /// @param element  receives the element's address, valid until the queue next changes. Writing to it must
 ///                 not change its place in the order
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX
-GENERAL_API uint32_t PQPeek(const PQueue *queue, int32_t index, void **element);
+GENERAL_API uint32_t GENERAL_CALL PQPeek(const PQueue *queue, int32_t index, void **element);
 
 #endif

@@ -24,65 +24,65 @@ typedef enum KuCountStatus {
 } KuCountStatus;
 
 /// @return 0 when the processor has no CPUID instruction, else its highest standard leaf
-GENERAL_API int Kucpuid_supported(void);
+GENERAL_API int GENERAL_CALL Kucpuid_supported(void);
 
 /// Copies the vendor's text, for example "GenuineIntel" or "AuthenticAMD".
 /// @param vendor  receives 13 bytes, the last of them 0; "no CPUID" when there is none
 /// @return 1 when the processor has CPUID, else 0
-GENERAL_API int Kucpuid_vendorid(char *vendor);
+GENERAL_API int GENERAL_CALL Kucpuid_vendorid(char *vendor);
 
 /// @return the common name of the processor's family and model, for example "Intel Pentium III" or
 ///         "AMD Zen 3"; "UNKNOWN CPU" for one that is not known here. Never null, valid for ever
-GENERAL_API const char *Kucpuid_model_name(void);
+GENERAL_API const char *GENERAL_CALL Kucpuid_model_name(void);
 
 /// Reads the processor's signature, leaf 1's plain fields of four bits each; the extended family and
 /// model are not added.
 /// @param family,model,stepping  each null, or receives one field; 0 without CPUID
 /// @return 1 when the processor has CPUID, else 0
-GENERAL_API int Kucpuid_model(int *family, int *model, int *stepping);
+GENERAL_API int GENERAL_CALL Kucpuid_model(int *family, int *model, int *stepping);
 
 /// Names the processor by its brand index, of which only the low four bits count. Processors made
 /// since 2003 identify themselves by Kucpuid_get_extended_brand_string instead and give "This
 /// processor does not support the brand identification feature" here.
 /// @return a text of at most 95 characters, at times an empty one; never null, valid for ever
-GENERAL_API const char *Kucpuid_get_brand_string(void);
+GENERAL_API const char *GENERAL_CALL Kucpuid_get_brand_string(void);
 
 /// Reads the brand that the processor itself spells out, as it is, with any blanks at its start.
 /// @param brand  receives 49 bytes, the last of them 0; an empty text when there is no such brand
 /// @return 1 when the processor spells out its brand (leaves 0x80000002 to 0x80000004), else 0
-GENERAL_API int Kucpuid_get_extended_brand_string(char *brand);
+GENERAL_API int GENERAL_CALL Kucpuid_get_extended_brand_string(char *brand);
 
 /// @return 1 when the processor has MMX, else 0
-GENERAL_API int KuMMX_supported(void);
+GENERAL_API int GENERAL_CALL KuMMX_supported(void);
 
 /// @return 1 when the processor has SSE and the operating system lets it be used, else 0
-GENERAL_API int KuXMMX_supported(void);
+GENERAL_API int GENERAL_CALL KuXMMX_supported(void);
 
 /// @return 1 when the processor has SSE2 and the operating system lets it be used, else 0
-GENERAL_API int KuSSE2_supported(void);
+GENERAL_API int GENERAL_CALL KuSSE2_supported(void);
 
 /// Runs an SSE instruction to see whether the operating system lets SSE be used.
 /// @return 1 when it ran, 0 when it raised an exception (which goes no further)
-GENERAL_API int KuSIMD_fp_OS_supported(void);
+GENERAL_API int GENERAL_CALL KuSIMD_fp_OS_supported(void);
 
 /// @return 1 when the processor is Intel's, of family 15 or with an extended family, and reports
 ///         Hyper-Threading; else 0
-GENERAL_API int KuHT_supported(void);
+GENERAL_API int GENERAL_CALL KuHT_supported(void);
 
 /// @return the initial APIC identifier (0 to 255) of the processor that runs the caller
-GENERAL_API unsigned KuGetAPIC_ID(void);
+GENERAL_API unsigned GENERAL_CALL KuGetAPIC_ID(void);
 
 /// @return logical processors per package as leaf 1 states them; 0 on processors that state none
-GENERAL_API unsigned KuLogicalProcPerPhysicalProc(void);
+GENERAL_API unsigned GENERAL_CALL KuLogicalProcPerPhysicalProc(void);
 
 /// @return cores per package as leaf 4 states them, 1 where it states none. A processor counts as
 ///         Intel's until Kucpuid_get_brand_string has looked at its vendor; any other has 1
-GENERAL_API unsigned KuCorePerPhysicalProc(void);
+GENERAL_API unsigned GENERAL_CALL KuCorePerPhysicalProc(void);
 
 /// Executes CPUID. Registers are four numbers: EAX, EBX, ECX, EDX.
 /// @param registers  holds the leaf in [0] and the subleaf in [2]; receives all four registers, or
 ///                   four zeros when the processor has no CPUID
-GENERAL_API void Kucpuid32(unsigned *registers);
+GENERAL_API void GENERAL_CALL Kucpuid32(unsigned *registers);
 
 /// Counts the system's processors by running on each in turn, which changes the calling thread's
 /// affinity to the process's. The first success is kept: later calls give the same answer at once.
@@ -91,16 +91,16 @@ GENERAL_API void Kucpuid32(unsigned *registers);
 /// @param cores     null, or receives the cores; 1 when they could not be counted
 /// @param packages  null, or receives the packages; 1 when they could not be counted
 /// @return a KuCountStatus
-GENERAL_API int KuCPUCount(unsigned *logical, unsigned *cores, unsigned *packages);
+GENERAL_API int GENERAL_CALL KuCPUCount(unsigned *logical, unsigned *cores, unsigned *packages);
 
 /// @return one line per processor that KuCPUCount counted, with its affinity bit, APIC identifier and
 ///         the identifier's three parts; empty before. Never null
-GENERAL_API const char *KuGet3LevelSubIDStr(void);
+GENERAL_API const char *GENERAL_CALL KuGet3LevelSubIDStr(void);
 
 /// Measures the clock by counting cycles (time-stamp counter) through a busy wait, and rounds the
 /// figure to a multiple of a 50 or 66.7 MHz bus clock.
 /// @param milliseconds  how long to measure, at least 1; hundreds give a steady figure
 /// @return kHz; 0 when milliseconds is 0 or when there is no timer or no time-stamp counter
-GENERAL_API uint64_t Kucpuid_frequency(unsigned milliseconds);
+GENERAL_API uint64_t GENERAL_CALL Kucpuid_frequency(unsigned milliseconds);
 
 #endif

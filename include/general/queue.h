@@ -26,37 +26,37 @@ typedef enum QueStat {
 /// @param elementSize  bytes per element, not 0
 /// @return the queue, which the caller hands to QueDestroy; null if elementSize is 0, if
 ///         20 elements of that size exceed the address space, or if memory is exhausted
-GENERAL_API Queue *QueCreate(uint32_t elementSize);
+GENERAL_API Queue *GENERAL_CALL QueCreate(uint32_t elementSize);
 
 /// Frees the queue and the elements in it.
 /// @param queue  a live queue
 /// @return QUE_OK or QUE_BAD_HANDLE
-GENERAL_API uint32_t QueDestroy(Queue *queue);
+GENERAL_API uint32_t GENERAL_CALL QueDestroy(Queue *queue);
 
 /// Tells how many elements are queued.
 /// @param queue   a live queue
 /// @param length  receives the count
 /// @return QUE_OK, QUE_BAD_HANDLE or QUE_BAD_ARG (length is null), looked for in that order
-GENERAL_API uint32_t QueLength(const Queue *queue, uint32_t *length);
+GENERAL_API uint32_t GENERAL_CALL QueLength(const Queue *queue, uint32_t *length);
 
 /// Appends a copy of an element. Growth is by 10 elements when the storage is full.
 /// @param queue    a live queue
 /// @param element  elementSize bytes; may not lie inside this queue's own storage
 /// @return QUE_OK, QUE_BAD_HANDLE, QUE_BAD_ARG (element is null) or QUE_NO_MEMORY, looked for in
 ///         that order
-GENERAL_API uint32_t QueAdd(Queue *queue, const void *element);
+GENERAL_API uint32_t GENERAL_CALL QueAdd(Queue *queue, const void *element);
 
 /// Removes the oldest element and hands it out.
 /// @param queue    a live queue
 /// @param element  receives elementSize bytes
 /// @return QUE_OK, QUE_BAD_HANDLE, QUE_EMPTY or QUE_BAD_ARG (element is null), looked for in that
 ///         order
-GENERAL_API uint32_t QueRmv(Queue *queue, void *element);
+GENERAL_API uint32_t GENERAL_CALL QueRmv(Queue *queue, void *element);
 
 /// Removes and discards the oldest element.
 /// @param queue  a live queue
 /// @return QUE_OK, QUE_BAD_HANDLE or QUE_EMPTY, looked for in that order
-GENERAL_API uint32_t QueDel(Queue *queue);
+GENERAL_API uint32_t GENERAL_CALL QueDel(Queue *queue);
 
 /// Removes and discards the element at an index. The elements behind it move down by one, so the
 /// cost is linear in their number.
@@ -64,7 +64,7 @@ GENERAL_API uint32_t QueDel(Queue *queue);
 /// @param index  0 is the oldest element
 /// @return QUE_OK, QUE_BAD_HANDLE, QUE_EMPTY or QUE_BAD_ARG (index not below the count), looked for
 ///         in that order
-GENERAL_API uint32_t QueDelIndex(Queue *queue, uint32_t index);
+GENERAL_API uint32_t GENERAL_CALL QueDelIndex(Queue *queue, uint32_t index);
 
 /// Copies the element at an index out. It stays queued.
 /// @param queue    a live queue
@@ -72,7 +72,7 @@ GENERAL_API uint32_t QueDelIndex(Queue *queue, uint32_t index);
 /// @param element  receives elementSize bytes
 /// @return QUE_OK, QUE_BAD_HANDLE, QUE_EMPTY or QUE_BAD_ARG (index not below the count, or element
 ///         is null), looked for in that order
-GENERAL_API uint32_t QueLook(const Queue *queue, uint32_t index, void *element);
+GENERAL_API uint32_t GENERAL_CALL QueLook(const Queue *queue, uint32_t index, void *element);
 
 /// Shows the element at an index in place.
 /// @param queue    a live queue
@@ -80,6 +80,6 @@ GENERAL_API uint32_t QueLook(const Queue *queue, uint32_t index, void *element);
 /// @param element  receives the element's address, valid until the queue next changes
 /// @return QUE_OK, QUE_BAD_HANDLE, QUE_EMPTY or QUE_BAD_ARG (index not below the count, or element
 ///         is null), looked for in that order
-GENERAL_API uint32_t QuePeek(const Queue *queue, uint32_t index, void **element);
+GENERAL_API uint32_t GENERAL_CALL QuePeek(const Queue *queue, uint32_t index, void **element);
 
 #endif

@@ -28,15 +28,15 @@
 typedef struct RbNode RbNode;
 
 /// Orders opaque keys: negative, 0 or positive as searchKey comes before, equals or follows nodeKey.
-typedef int (*RbCompare)(const void *searchKey, const void *nodeKey);
+typedef int(GENERAL_CALL *RbCompare)(const void *searchKey, const void *nodeKey);
 
 /// Makes an empty tree.
 /// @return its head, which the caller hands to RbDestroy, or null if memory is exhausted
-GENERAL_API RbNode *RbCreate(void);
+GENERAL_API RbNode *GENERAL_CALL RbCreate(void);
 
 /// Deletes every leaf and frees the head. Keys and values are not touched.
 /// @param tree  a head; anything else is left alone
-GENERAL_API void RbDestroy(RbNode *tree);
+GENERAL_API void GENERAL_CALL RbDestroy(RbNode *tree);
 
 /// Looks a string key up.
 /// @param tree   a head
@@ -45,53 +45,53 @@ GENERAL_API void RbDestroy(RbNode *tree);
 /// @return with found 1, a leaf with that key. With found 0, the position to insert the key at: the
 ///         leaf with the smallest greater key, or the head if no key is greater (always so in an
 ///         empty tree). Null if tree is not a head
-GENERAL_API RbNode *RbFindKey_n(RbNode *tree, const char *key, int32_t *found);
+GENERAL_API RbNode *GENERAL_CALL RbFindKey_n(RbNode *tree, const char *key, int32_t *found);
 /// As RbFindKey_n, without saying whether the key was found.
 /// @param tree  a head
 /// @param key   a NUL-terminated string
 /// @return as RbFindKey_n
-GENERAL_API RbNode *RbFindKey(RbNode *tree, const char *key);
+GENERAL_API RbNode *GENERAL_CALL RbFindKey(RbNode *tree, const char *key);
 /// As RbFindKey_n, for a tree with integer keys.
 /// @param tree   a head
 /// @param key    any number
 /// @param found  set to 1 when the tree has the key, to 0 otherwise
 /// @return as RbFindKey_n
-GENERAL_API RbNode *RbFindKeyI_n(RbNode *tree, int32_t key, int32_t *found);
+GENERAL_API RbNode *GENERAL_CALL RbFindKeyI_n(RbNode *tree, int32_t key, int32_t *found);
 /// As RbFindKeyI_n, without saying whether the key was found.
 /// @param tree  a head
 /// @param key   any number
 /// @return as RbFindKey_n
-GENERAL_API RbNode *RbFindKeyI(RbNode *tree, int32_t key);
+GENERAL_API RbNode *GENERAL_CALL RbFindKeyI(RbNode *tree, int32_t key);
 /// As RbFindKey_n, for a tree with opaque keys.
 /// @param tree     a head
 /// @param key      any pointer that compare understands
 /// @param compare  the order that the tree was built with; key is its first argument
 /// @param found    set to 1 when the tree has the key, to 0 otherwise
 /// @return as RbFindKey_n
-GENERAL_API RbNode *RbFindKeyG_n(RbNode *tree, const void *key, RbCompare compare, int32_t *found);
+GENERAL_API RbNode *GENERAL_CALL RbFindKeyG_n(RbNode *tree, const void *key, RbCompare compare, int32_t *found);
 /// As RbFindKeyG_n, without saying whether the key was found.
 /// @param tree     a head
 /// @param key      any pointer that compare understands
 /// @param compare  the order that the tree was built with; key is its first argument
 /// @return as RbFindKey_n
-GENERAL_API RbNode *RbFindKeyG(RbNode *tree, const void *key, RbCompare compare);
+GENERAL_API RbNode *GENERAL_CALL RbFindKeyG(RbNode *tree, const void *key, RbCompare compare);
 
 /// Looks a string key up and takes no other for it.
 /// @param tree  a head
 /// @param key   a NUL-terminated string
 /// @return a leaf with that key; null if there is none or tree is not a head
-GENERAL_API RbNode *RbExact(RbNode *tree, const char *key);
+GENERAL_API RbNode *GENERAL_CALL RbExact(RbNode *tree, const char *key);
 /// As RbExact, for a tree with integer keys.
 /// @param tree  a head
 /// @param key   any number
 /// @return as RbExact
-GENERAL_API RbNode *RbExactI(RbNode *tree, int32_t key);
+GENERAL_API RbNode *GENERAL_CALL RbExactI(RbNode *tree, int32_t key);
 /// As RbExact, for a tree with opaque keys.
 /// @param tree     a head
 /// @param key      any pointer that compare understands
 /// @param compare  the order that the tree was built with; key is its first argument
 /// @return as RbExact
-GENERAL_API RbNode *RbExactG(RbNode *tree, const void *key, RbCompare compare);
+GENERAL_API RbNode *GENERAL_CALL RbExactG(RbNode *tree, const void *key, RbCompare compare);
 
 /// Inserts a pair in front of a position. The order of the keys is the caller's to keep: take the
 /// position from a search for the key. An equal key is not refused.
@@ -100,55 +100,55 @@ GENERAL_API RbNode *RbExactG(RbNode *tree, const void *key, RbCompare compare);
 ///                  A string or opaque key must outlive the leaf
 /// @param value     the caller's, any pointer
 /// @return the new leaf, or null if memory is exhausted; the tree is then unchanged
-GENERAL_API RbNode *RbInsert_b(RbNode *position, const void *key, void *value);
+GENERAL_API RbNode *GENERAL_CALL RbInsert_b(RbNode *position, const void *key, void *value);
 /// As RbInsert_b, with the position read from a variable.
 /// @param position  the variable
 /// @param key       as for RbInsert_b
 /// @param value     the caller's, any pointer
 /// @return as RbInsert_b
-GENERAL_API RbNode *RbInsert_a(RbNode **position, const void *key, void *value);
+GENERAL_API RbNode *GENERAL_CALL RbInsert_a(RbNode **position, const void *key, void *value);
 
 /// Deletes a leaf; its key and value are not touched.
 /// @param leaf  a leaf; heads and internal nodes are left alone
-GENERAL_API void RbDeleteNode(RbNode *leaf);
+GENERAL_API void GENERAL_CALL RbDeleteNode(RbNode *leaf);
 
 /// A leaf's string or opaque key, as it was inserted.
 /// @param leaf  a leaf
 /// @return the key
-GENERAL_API void *RbKey(const RbNode *leaf);
+GENERAL_API void *GENERAL_CALL RbKey(const RbNode *leaf);
 /// A leaf's integer key.
 /// @param leaf  a leaf
 /// @return the key
-GENERAL_API int32_t RbKeyI(const RbNode *leaf);
+GENERAL_API int32_t GENERAL_CALL RbKeyI(const RbNode *leaf);
 /// A leaf's value, as it was inserted.
 /// @param leaf  a leaf
 /// @return the value
-GENERAL_API void *RbVal(const RbNode *leaf);
+GENERAL_API void *GENERAL_CALL RbVal(const RbNode *leaf);
 
 /// @param tree  a head
 /// @return the leaf with the smallest key; null if the tree is empty or the argument is not a head
-GENERAL_API RbNode *RbFirst(const RbNode *tree);
+GENERAL_API RbNode *GENERAL_CALL RbFirst(const RbNode *tree);
 /// @param tree  a head
 /// @return the leaf with the greatest key; null if the tree is empty or the argument is not a head
-GENERAL_API RbNode *RbLast(const RbNode *tree);
+GENERAL_API RbNode *GENERAL_CALL RbLast(const RbNode *tree);
 /// @param leaf  a leaf or a head
 /// @return the leaf that follows, or null at the end. Given a head, its first leaf
-GENERAL_API RbNode *RbNext(const RbNode *leaf);
+GENERAL_API RbNode *GENERAL_CALL RbNext(const RbNode *leaf);
 /// @param leaf  a leaf or a head
 /// @return the leaf before, or null at the beginning. Given a head, its last leaf
-GENERAL_API RbNode *RbPrev(const RbNode *leaf);
+GENERAL_API RbNode *GENERAL_CALL RbPrev(const RbNode *leaf);
 /// @param tree  a head
 /// @return 1 if the tree has no leaf, else 0
-GENERAL_API int32_t RbEmpty(const RbNode *tree);
+GENERAL_API int32_t GENERAL_CALL RbEmpty(const RbNode *tree);
 
 /// @param leaf  a leaf
 /// @return the number of black nodes from the leaf up to the root, both included, which is the same
 ///         for every leaf of a tree; 0 if the argument is not a leaf
-GENERAL_API int32_t RbNblack(const RbNode *leaf);
+GENERAL_API int32_t GENERAL_CALL RbNblack(const RbNode *leaf);
 /// @param leaf  a leaf
 /// @return the number of nodes from the leaf up to the root, both included; 0 if the argument is not
 ///         a leaf
-GENERAL_API int32_t RbPlength(const RbNode *leaf);
+GENERAL_API int32_t GENERAL_CALL RbPlength(const RbNode *leaf);
 
 /// Writes a tree with string keys, or the part below a node, to standard output: one line a node,
 /// children before their parent.
@@ -156,11 +156,11 @@ GENERAL_API int32_t RbPlength(const RbNode *leaf);
 /// @param indent  spaces in front of the node's line, two more for each level below; a head starts
 ///                at 0 whatever is given
 /// @return what the last printf returned
-GENERAL_API int32_t RbPrintTree(const RbNode *node, int32_t indent);
+GENERAL_API int32_t GENERAL_CALL RbPrintTree(const RbNode *node, int32_t indent);
 /// As RbPrintTree, for a tree with integer keys.
 /// @param node    a head, an internal node or a leaf
 /// @param indent  spaces in front of the node's line
 /// @return what the last printf returned
-GENERAL_API int32_t RbPrintTreeI(const RbNode *node, int32_t indent);
+GENERAL_API int32_t GENERAL_CALL RbPrintTreeI(const RbNode *node, int32_t indent);
 
 #endif

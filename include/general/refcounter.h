@@ -13,31 +13,31 @@
 typedef struct RefCounter RefCounter;
 
 /// Disposes of a value whose last reference is gone.
-typedef void (*RefCounterRelease)(void *value, void *context);
+typedef void(GENERAL_CALL *RefCounterRelease)(void *value, void *context);
 
 /// Makes a counter that holds one reference.
 /// @param value    the caller's, not interpreted
 /// @param release  called once, when the last reference goes
 /// @param context  handed to release
 /// @return the counter, which its last release frees; null if memory is exhausted
-GENERAL_API RefCounter *RefCounterCreate(void *value, RefCounterRelease release, void *context);
+GENERAL_API RefCounter *GENERAL_CALL RefCounterCreate(void *value, RefCounterRelease release, void *context);
 
 /// @param counter  a live counter
 /// @return the value
-GENERAL_API void *RefCounterGetValue(const RefCounter *counter);
+GENERAL_API void *GENERAL_CALL RefCounterGetValue(const RefCounter *counter);
 
 /// @param counter  a live counter
 /// @return the number of references
-GENERAL_API uint32_t RefCounterGetReferenceCount(const RefCounter *counter);
+GENERAL_API uint32_t GENERAL_CALL RefCounterGetReferenceCount(const RefCounter *counter);
 
 /// Takes one more reference.
 /// @param counter  a live counter
 /// @return the counter
-GENERAL_API RefCounter *RefCounterAddReference(RefCounter *counter);
+GENERAL_API RefCounter *GENERAL_CALL RefCounterAddReference(RefCounter *counter);
 
 /// Drops one reference. With the last one the callback runs, and then the counter is freed. A release
 /// from inside the callback does nothing.
 /// @param counter  a live counter
-GENERAL_API void RefCounterReleaseReference(RefCounter *counter);
+GENERAL_API void GENERAL_CALL RefCounterReleaseReference(RefCounter *counter);
 
 #endif

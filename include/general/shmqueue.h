@@ -63,7 +63,7 @@ enum {
 ///         long, if anybody holds one of its objects already (a listener, or a client of an earlier
 ///         one), if memory is exhausted, or if the system refuses an object. Where a client that
 ///         connects too early may be in the way, it tries for 0.2 s
-GENERAL_API ShmQueue *ShmQueueListen(const char *name);
+GENERAL_API ShmQueue *GENERAL_CALL ShmQueueListen(const char *name);
 
 /// Connects to the listener of a name, and waits until the request is accepted: without limit for as
 /// long as the listener has not been destroyed.
@@ -72,7 +72,7 @@ GENERAL_API ShmQueue *ShmQueueListen(const char *name);
 ///         null or longer than 15 characters, if nobody listens on it or the listener is destroyed, if
 ///         its request ring is full, if the accepting side failed to set the connection up or set it up
 ///         with a segment that is too small, if memory is exhausted, or if the system refuses an object
-GENERAL_API ShmQueue *ShmQueueConnect(const char *name);
+GENERAL_API ShmQueue *GENERAL_CALL ShmQueueConnect(const char *name);
 
 /// Accepts one connection request. It does not wait for one: sleep in ShmQueueSelect (read) or on
 /// ShmQueueGetEvent (accept) first.
@@ -87,7 +87,7 @@ GENERAL_API ShmQueue *ShmQueueConnect(const char *name);
 ///         no live listener or the size is too large (with nothing changed), if no request is
 ///         pending, if the number is in use, if memory is exhausted, or if the system refuses an
 ///         object. In the last three cases the request is used up and the client's connect returns null
-GENERAL_API ShmQueue *ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32_t size);
+GENERAL_API ShmQueue *GENERAL_CALL ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32_t size);
 
 /// Closes a connection or a listener and frees the handle. The peer's adds return SHMQUEUE_CLOSED
 /// from now on, its removes too once they have drained the ring. A peer that sleeps in ShmQueueSelect
@@ -99,7 +99,7 @@ GENERAL_API ShmQueue *ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32
 /// @return SHMQUEUE_OK; SHMQUEUE_BAD_HANDLE if the handle is not live, or if the mutex or the thread
 ///         could not be waited for. In the latter case nothing is freed, the handle is still live, and
 ///         a second call will usually succeed
-GENERAL_API uint32_t ShmQueueDestroy(ShmQueue *queue);
+GENERAL_API uint32_t GENERAL_CALL ShmQueueDestroy(ShmQueue *queue);
 
 /// Tells whether applications on this machine are to use this transport for a name. The registry key
 /// HKEY_LOCAL_MACHINE\\Software\\Borvik\\FastConnection says so: its default value must be "on", and no
@@ -107,7 +107,7 @@ GENERAL_API uint32_t ShmQueueDestroy(ShmQueue *queue);
 /// listed behind one whose name has 16 or more characters are not seen.
 /// @param name  the name of a queue
 /// @return 1 or 0
-GENERAL_API int ShmQueueEnabled(const char *name);
+GENERAL_API int GENERAL_CALL ShmQueueEnabled(const char *name);
 
 /// Adds bytes to the outgoing ring, as many as fit.
 /// @param queue   a live connection
@@ -118,7 +118,7 @@ GENERAL_API int ShmQueueEnabled(const char *name);
 ///         SHMQUEUE_BAD_HANDLE (also if the peer could not be told), SHMQUEUE_CLOSED or SHMQUEUE_FULL,
 ///         looked for in that order. Only an add that finds the ring full makes the next remove raise
 ///         SHMQUEUE_EVENT_WRITE
-GENERAL_API uint32_t ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *length);
+GENERAL_API uint32_t GENERAL_CALL ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *length);
 
 /// Removes bytes from the incoming ring, as many as it holds.
 /// @param queue   a live connection
@@ -129,7 +129,7 @@ GENERAL_API uint32_t ShmQueueAdd(ShmQueue *queue, const void *data, uint32_t *le
 ///         SHMQUEUE_CLOSED if the connection was destroyed and SHMQUEUE_EMPTY if not. A client that
 ///         ended without destroying its end leaves the ring open: SHMQUEUE_EMPTY, with
 ///         SHMQUEUE_EVENT_CLOSE to tell
-GENERAL_API uint32_t ShmQueueRemove(ShmQueue *queue, void *buffer, uint32_t *length);
+GENERAL_API uint32_t GENERAL_CALL ShmQueueRemove(ShmQueue *queue, void *buffer, uint32_t *length);
 
 /// Sleeps until the connection is ready. Where there are several processors it first watches for the peer
 /// for up to 0.1 ms, giving way to whoever wants the processor, unless the time-out is 0.
@@ -142,7 +142,7 @@ GENERAL_API uint32_t ShmQueueRemove(ShmQueue *queue, void *buffer, uint32_t *len
 ///
 /// After a call that timed out, the next one that has to sleep may return early with nothing ready: the
 /// peer's signal for the first can still arrive. Callers loop.
-GENERAL_API uint32_t ShmQueueSelect(ShmQueue *queue, uint32_t *flags, uint32_t timeout, uint32_t *ready);
+GENERAL_API uint32_t GENERAL_CALL ShmQueueSelect(ShmQueue *queue, uint32_t *flags, uint32_t timeout, uint32_t *ready);
 
 /// Chooses the network events that this end wants to see on its event object. Those newly chosen are
 /// raised at once if they are due by the present state: read and accept if bytes are waiting, write if
@@ -150,7 +150,7 @@ GENERAL_API uint32_t ShmQueueSelect(ShmQueue *queue, uint32_t *flags, uint32_t t
 /// @param queue  a live connection or listener
 /// @param mask   any of SHMQUEUE_EVENT_*; 0 for none
 /// @return SHMQUEUE_OK or SHMQUEUE_BAD_HANDLE
-GENERAL_API uint32_t ShmQueueEventSelect(ShmQueue *queue, uint32_t mask);
+GENERAL_API uint32_t GENERAL_CALL ShmQueueEventSelect(ShmQueue *queue, uint32_t mask);
 
 /// Hands over the events raised since the last call, and resets the event object. Call it each time the
 /// event object was found set, before removing or adding: an event that is raised a second time is added
@@ -158,13 +158,13 @@ GENERAL_API uint32_t ShmQueueEventSelect(ShmQueue *queue, uint32_t mask);
 /// @param queue   a live connection or listener
 /// @param events  receives the events
 /// @return SHMQUEUE_OK or SHMQUEUE_BAD_HANDLE
-GENERAL_API uint32_t ShmQueueEnumEvents(ShmQueue *queue, uint32_t *events);
+GENERAL_API uint32_t GENERAL_CALL ShmQueueEnumEvents(ShmQueue *queue, uint32_t *events);
 
 /// Tells the Win32 event object (manual reset) that chosen events are raised on. It may be waited on
 /// together with other objects. It belongs to the connection: never close it, leave setting and
 /// resetting it to the library.
 /// @param queue  a live connection or listener
 /// @return the event's HANDLE, or null for null or a handle that is not live
-GENERAL_API void *ShmQueueGetEvent(const ShmQueue *queue);
+GENERAL_API void *GENERAL_CALL ShmQueueGetEvent(const ShmQueue *queue);
 
 #endif

@@ -70,17 +70,17 @@ typedef struct SplineCoord {
 
 /// Makes a spline object without type and points, with accuracy 0.01 and 16 intervals.
 /// @return the object, which the caller hands to Spline1Destroy; null if memory is exhausted
-GENERAL_API Spline1 *Spline1Create(void);
+GENERAL_API Spline1 *GENERAL_CALL Spline1Create(void);
 
 /// Frees the object and what it holds.
 /// @param spline  a live object
 /// @return SPLINE_OK or SPLINE_BAD_HANDLE
-GENERAL_API uint32_t Spline1Destroy(Spline1 *spline);
+GENERAL_API uint32_t GENERAL_CALL Spline1Destroy(Spline1 *spline);
 
 /// Tells whether a pointer is a live spline object.
 /// @param spline  a live object
 /// @return 0 if it is; 1 for null or anything else
-GENERAL_API uint32_t Spline1Verify(const Spline1 *spline);
+GENERAL_API uint32_t GENERAL_CALL Spline1Verify(const Spline1 *spline);
 
 /// Makes one object an independent copy of another: type, points, space, accuracy, arc table. The
 /// points are copied only if the source has a type.
@@ -88,7 +88,7 @@ GENERAL_API uint32_t Spline1Verify(const Spline1 *spline);
 /// @param target  a live object, whose former contents are freed. The source itself: nothing happens
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE (either object) or SPLINE_NO_MEMORY (the target has the
 ///         source's type and settings, without the points or the arc table that found no room)
-GENERAL_API uint32_t Spline1Copy(const Spline1 *source, Spline1 *target);
+GENERAL_API uint32_t GENERAL_CALL Spline1Copy(const Spline1 *source, Spline1 *target);
 
 /// Declares the type of the curve. Points that were loaded stay, unless the dimension changes: then
 /// they are dropped and have to be loaded again.
@@ -101,8 +101,8 @@ GENERAL_API uint32_t Spline1Copy(const Spline1 *source, Spline1 *target);
 ///                   the curve tightens into its control polygon
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, or SPLINE_BAD_ARG if there is no such type: the object then
 ///         has no type until a valid one is declared
-GENERAL_API uint32_t Spline1Encode(Spline1 *spline, int32_t form, int32_t kind, int32_t degree, int32_t dimension,
-                                   double tension);
+GENERAL_API uint32_t GENERAL_CALL Spline1Encode(Spline1 *spline, int32_t form, int32_t kind, int32_t degree,
+                                                int32_t dimension, double tension);
 
 /// Tells the type of the curve. Any output but not every one may be null.
 /// @param spline     a live object
@@ -113,26 +113,26 @@ GENERAL_API uint32_t Spline1Encode(Spline1 *spline, int32_t form, int32_t kind, 
 /// @param tension    receives the tension that was declared
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, or SPLINE_BAD_ARG (every output is null, or there is no
 ///         valid type; nothing is written)
-GENERAL_API uint32_t Spline1Decode(Spline1 *spline, int32_t *form, int32_t *kind, int32_t *degree, int32_t *dimension,
-                                   double *tension);
+GENERAL_API uint32_t GENERAL_CALL Spline1Decode(Spline1 *spline, int32_t *form, int32_t *kind, int32_t *degree,
+                                                int32_t *dimension, double *tension);
 
 /// Attaches the id of a coordinate space, which every coordinate record from this object carries.
 /// @param spline  a live object
 /// @param space   not 0; or 0 to detach
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, or SPLINE_BAD_ARG if no points are loaded
-GENERAL_API uint32_t Spline1SetSpace(Spline1 *spline, int32_t space);
+GENERAL_API uint32_t GENERAL_CALL Spline1SetSpace(Spline1 *spline, int32_t space);
 
 /// Tells the id of the coordinate space, 0 for none.
 /// @param spline  a live object
 /// @param space   receives the id
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (space is null)
-GENERAL_API uint32_t Spline1GetSpace(const Spline1 *spline, int32_t *space);
+GENERAL_API uint32_t GENERAL_CALL Spline1GetSpace(const Spline1 *spline, int32_t *space);
 
 /// Tells how many control points there are.
 /// @param spline  a live object
 /// @param count   receives the number, 0 before points are loaded
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (count is null)
-GENERAL_API uint32_t Spline1CountPoints(const Spline1 *spline, int32_t *count);
+GENERAL_API uint32_t GENERAL_CALL Spline1CountPoints(const Spline1 *spline, int32_t *count);
 
 /// Sets how finely the curve is measured. A change discards the arc table and the achieved error.
 /// @param spline     a live object
@@ -140,7 +140,7 @@ GENERAL_API uint32_t Spline1CountPoints(const Spline1 *spline, int32_t *count);
 ///                   of each integrated arc length, in the unit of the coordinates
 /// @param intervals  pieces of the arc table, at least 1
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, or SPLINE_BAD_ARG (nothing is changed)
-GENERAL_API uint32_t Spline1SetAcc(Spline1 *spline, double accuracy, int32_t intervals);
+GENERAL_API uint32_t GENERAL_CALL Spline1SetAcc(Spline1 *spline, double accuracy, int32_t intervals);
 
 /// Measures how well the arc table maps parameters to arc lengths, building the table first if need be.
 /// @param spline     a live object
@@ -150,7 +150,7 @@ GENERAL_API uint32_t Spline1SetAcc(Spline1 *spline, double accuracy, int32_t int
 /// @param intervals  receives the pieces of the arc table
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (an output is null, or no points are loaded)
 ///         or SPLINE_NO_MEMORY, looked for in that order
-GENERAL_API uint32_t Spline1GetAcc(Spline1 *spline, double *error, int32_t *intervals);
+GENERAL_API uint32_t GENERAL_CALL Spline1GetAcc(Spline1 *spline, double *error, int32_t *intervals);
 
 /// Searches the number of intervals that reaches an accuracy, beginning with 64 and doubling. The
 /// spline itself is not changed.
@@ -161,8 +161,8 @@ GENERAL_API uint32_t Spline1GetAcc(Spline1 *spline, double *error, int32_t *inte
 /// @param intervals  receives that number
 /// @return SPLINE_OK even if the accuracy was not reached, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (an
 ///         accuracy out of range, a null output, no points) or SPLINE_NO_MEMORY
-GENERAL_API uint32_t Spline1CalcAcc(const Spline1 *spline, int32_t maxRounds, double accuracy, double *error,
-                                    int32_t *intervals);
+GENERAL_API uint32_t GENERAL_CALL Spline1CalcAcc(const Spline1 *spline, int32_t maxRounds, double accuracy,
+                                                 double *error, int32_t *intervals);
 
 /// Loads control points. The space of the first record becomes the space of the object.
 /// @param spline   a live object
@@ -170,14 +170,14 @@ GENERAL_API uint32_t Spline1CalcAcc(const Spline1 *spline, int32_t maxRounds, do
 /// @param records  count records
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (a count below 1, null, or no type), or
 ///         SPLINE_NO_MEMORY (no points are loaded then), looked for in that order
-GENERAL_API uint32_t Spline1FitCCtl(Spline1 *spline, int32_t count, const SplineCoord *records);
+GENERAL_API uint32_t GENERAL_CALL Spline1FitCCtl(Spline1 *spline, int32_t count, const SplineCoord *records);
 
 /// Loads control points and detaches the space.
 /// @param spline  a live object
 /// @param count   how many points, at least 1
 /// @param values  count * dimension numbers
 /// @return as Spline1FitCCtl
-GENERAL_API uint32_t Spline1FitDCtl(Spline1 *spline, int32_t count, const double *values);
+GENERAL_API uint32_t GENERAL_CALL Spline1FitDCtl(Spline1 *spline, int32_t count, const double *values);
 
 /// Loads points for the curve to pass through: at parameter i it is at point i. The control points
 /// are solved for, in time linear in their number; cardinal splines and curves of degree 1 take the
@@ -187,14 +187,14 @@ GENERAL_API uint32_t Spline1FitDCtl(Spline1 *spline, int32_t count, const double
 /// @param records  count records
 /// @return as Spline1FitCCtl. If memory for the solving is exhausted, the data points are left as the
 ///         control points
-GENERAL_API uint32_t Spline1FitCPoints(Spline1 *spline, int32_t count, const SplineCoord *records);
+GENERAL_API uint32_t GENERAL_CALL Spline1FitCPoints(Spline1 *spline, int32_t count, const SplineCoord *records);
 
 /// Like Spline1FitCPoints, from an array; detaches the space.
 /// @param spline  a live object
 /// @param count   how many points, at least 1
 /// @param values  count * dimension numbers
 /// @return as Spline1FitCPoints
-GENERAL_API uint32_t Spline1FitDPoints(Spline1 *spline, int32_t count, const double *values);
+GENERAL_API uint32_t GENERAL_CALL Spline1FitDPoints(Spline1 *spline, int32_t count, const double *values);
 
 /// Reads control points back.
 /// @param spline   a live object
@@ -205,7 +205,8 @@ GENERAL_API uint32_t Spline1FitDPoints(Spline1 *spline, int32_t count, const dou
 /// @param records  receives count records
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (the conditions above, no output, no type,
 ///         no points, no space)
-GENERAL_API uint32_t Spline1CCtl(const Spline1 *spline, int32_t count, const int32_t *indices, SplineCoord *records);
+GENERAL_API uint32_t GENERAL_CALL Spline1CCtl(const Spline1 *spline, int32_t count, const int32_t *indices,
+                                              SplineCoord *records);
 
 /// Like Spline1CCtl, to an array, and without need of a space.
 /// @param spline   a live object
@@ -213,7 +214,8 @@ GENERAL_API uint32_t Spline1CCtl(const Spline1 *spline, int32_t count, const int
 /// @param indices  as for Spline1CCtl
 /// @param values   receives count * dimension numbers
 /// @return as Spline1CCtl, without the condition on the space
-GENERAL_API uint32_t Spline1DCtl(const Spline1 *spline, int32_t count, const int32_t *indices, double *values);
+GENERAL_API uint32_t GENERAL_CALL Spline1DCtl(const Spline1 *spline, int32_t count, const int32_t *indices,
+                                              double *values);
 
 /// Computes points of the curve.
 /// @param spline   a live object
@@ -224,7 +226,8 @@ GENERAL_API uint32_t Spline1DCtl(const Spline1 *spline, int32_t count, const int
 /// @param records  receives count records
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (a count below 1, no output, no type, no points,
 ///         no space) or SPLINE_NO_MEMORY, looked for in that order
-GENERAL_API uint32_t Spline1CPoint(Spline1 *spline, int32_t count, const float *params, SplineCoord *records);
+GENERAL_API uint32_t GENERAL_CALL Spline1CPoint(Spline1 *spline, int32_t count, const float *params,
+                                                SplineCoord *records);
 
 /// Like Spline1CPoint, to an array, and without need of a space.
 /// @param spline  a live object
@@ -232,7 +235,7 @@ GENERAL_API uint32_t Spline1CPoint(Spline1 *spline, int32_t count, const float *
 /// @param params  as for Spline1CPoint; may be the last count floats of the output
 /// @param values  receives count * dimension numbers. Its upper half serves as working storage
 /// @return as Spline1CPoint, without the condition on the space
-GENERAL_API uint32_t Spline1DPoint(Spline1 *spline, int32_t count, const float *params, double *values);
+GENERAL_API uint32_t GENERAL_CALL Spline1DPoint(Spline1 *spline, int32_t count, const float *params, double *values);
 
 /// Computes unit tangents in the direction of increasing parameter. Where the curve stands still the
 /// direction comes from the second derivative; where that vanishes too, or on a degree 1 curve between
@@ -242,7 +245,8 @@ GENERAL_API uint32_t Spline1DPoint(Spline1 *spline, int32_t count, const float *
 /// @param params   as for Spline1CPoint
 /// @param records  receives count records
 /// @return as Spline1CPoint
-GENERAL_API uint32_t Spline1CTangent(Spline1 *spline, int32_t count, const float *params, SplineCoord *records);
+GENERAL_API uint32_t GENERAL_CALL Spline1CTangent(Spline1 *spline, int32_t count, const float *params,
+                                                  SplineCoord *records);
 
 /// Like Spline1CTangent, to an array, and without need of a space.
 /// @param spline  a live object
@@ -250,7 +254,7 @@ GENERAL_API uint32_t Spline1CTangent(Spline1 *spline, int32_t count, const float
 /// @param params  as for Spline1CPoint
 /// @param values  receives count * dimension numbers. Its upper half serves as working storage
 /// @return as Spline1CTangent, without the condition on the space
-GENERAL_API uint32_t Spline1DTangent(Spline1 *spline, int32_t count, const float *params, double *values);
+GENERAL_API uint32_t GENERAL_CALL Spline1DTangent(Spline1 *spline, int32_t count, const float *params, double *values);
 
 /// Maps parameters to arc lengths from the start of the curve, through the arc table, which is built
 /// first if need be. The table costs at most some four million evaluations of the speed.
@@ -260,7 +264,7 @@ GENERAL_API uint32_t Spline1DTangent(Spline1 *spline, int32_t count, const float
 /// @param lengths  receives count arc lengths; may be the array of parameters
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (a count below 1, no output, no points) or
 ///         SPLINE_NO_MEMORY, looked for in that order
-GENERAL_API uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, float *lengths);
+GENERAL_API uint32_t GENERAL_CALL Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, float *lengths);
 
 /// Maps arc lengths to parameters, the inverse of Spline1ArcLen. With null lengths, the results are the
 /// parameters of count points at equal distances along the curve.
@@ -269,13 +273,13 @@ GENERAL_API uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *
 /// @param lengths  count arc lengths; null for lengths at equal steps
 /// @param params   receives count parameters; may be the array of lengths
 /// @return as Spline1ArcLen
-GENERAL_API uint32_t Spline1Index(Spline1 *spline, int32_t count, const float *lengths, float *params);
+GENERAL_API uint32_t GENERAL_CALL Spline1Index(Spline1 *spline, int32_t count, const float *lengths, float *params);
 
 /// Tells the buffer size that Spline1Pack asks for. It is 8 bytes more than is written.
 /// @param spline  a live object
 /// @param size    receives bytes
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (size is null)
-GENERAL_API uint32_t Spline1PacketSize(const Spline1 *spline, uint32_t *size);
+GENERAL_API uint32_t GENERAL_CALL Spline1PacketSize(const Spline1 *spline, uint32_t *size);
 
 /// Writes the object into a flat packet: type, points, space, arc table. All fields are 4 bytes,
 /// little-endian, so the three 64-bit settings keep single precision.
@@ -283,7 +287,7 @@ GENERAL_API uint32_t Spline1PacketSize(const Spline1 *spline, uint32_t *size);
 /// @param bufferSize  bytes at buffer, at least what Spline1PacketSize says
 /// @param buffer      receives the packet; any alignment
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (the buffer is too small, or null)
-GENERAL_API uint32_t Spline1Pack(const Spline1 *spline, uint32_t bufferSize, void *buffer);
+GENERAL_API uint32_t GENERAL_CALL Spline1Pack(const Spline1 *spline, uint32_t bufferSize, void *buffer);
 
 /// Replaces an object's contents by those of a packet.
 ///
@@ -296,7 +300,7 @@ GENERAL_API uint32_t Spline1Pack(const Spline1 *spline, uint32_t bufferSize, voi
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (null, or not a packet; the object is
 ///         unchanged) or SPLINE_NO_MEMORY (the object has the packet's header, without what could not be
 ///         allocated)
-GENERAL_API uint32_t Spline1Unpack(const void *packet, Spline1 *spline);
+GENERAL_API uint32_t GENERAL_CALL Spline1Unpack(const void *packet, Spline1 *spline);
 
 /// Applies an affine map to every control point, which maps the curve as well. If the map and the
 /// spline differ in dimension, the leading components that both have are mapped by the leading part of
@@ -305,16 +309,16 @@ GENERAL_API uint32_t Spline1Unpack(const void *packet, Spline1 *spline);
 /// @param lx      a map
 /// @return SPLINE_OK, SPLINE_BAD_ARG (a bad spline object too; a null or empty map; no type or points)
 ///         or SPLINE_NO_MEMORY
-GENERAL_API uint32_t Spline1LinXform(Spline1 *spline, const SplineLX *lx);
+GENERAL_API uint32_t GENERAL_CALL Spline1LinXform(Spline1 *spline, const SplineLX *lx);
 
 /// Makes an empty affine map.
 /// @return the map, which the caller hands to SplineDeleteLX; null if memory is exhausted
-GENERAL_API SplineLX *SplineCreateLX(void);
+GENERAL_API SplineLX *GENERAL_CALL SplineCreateLX(void);
 
 /// Frees a map.
 /// @param lx  a map
 /// @return SPLINE_OK or SPLINE_BAD_ARG (null)
-GENERAL_API uint32_t SplineDeleteLX(SplineLX *lx);
+GENERAL_API uint32_t GENERAL_CALL SplineDeleteLX(SplineLX *lx);
 
 /// Stores an affine map, in single precision.
 /// @param lx       a map
@@ -322,7 +326,7 @@ GENERAL_API uint32_t SplineDeleteLX(SplineLX *lx);
 /// @param matrix   n * n numbers, row by row
 /// @param offsets  n numbers
 /// @return SPLINE_OK, SPLINE_BAD_ARG or SPLINE_NO_MEMORY (the map is empty then)
-GENERAL_API uint32_t SplineEncodeLX(SplineLX *lx, int32_t n, const double *matrix, const double *offsets);
+GENERAL_API uint32_t GENERAL_CALL SplineEncodeLX(SplineLX *lx, int32_t n, const double *matrix, const double *offsets);
 
 /// Reads an affine map.
 /// @param lx       a map
@@ -330,7 +334,7 @@ GENERAL_API uint32_t SplineEncodeLX(SplineLX *lx, int32_t n, const double *matri
 /// @param matrix   receives n * n numbers, row by row; may be null
 /// @param offsets  receives n numbers; may be null
 /// @return SPLINE_OK or SPLINE_BAD_ARG (lx or n is null)
-GENERAL_API uint32_t SplineDecodeLX(const SplineLX *lx, int32_t *n, double *matrix, double *offsets);
+GENERAL_API uint32_t GENERAL_CALL SplineDecodeLX(const SplineLX *lx, int32_t *n, double *matrix, double *offsets);
 
 /// Picks a subset of a list of points. On an open curve the ends are kept and the picks lie closer
 /// towards both ends, the more so the stronger the reduction; on a closed curve they are spread evenly.
@@ -341,8 +345,8 @@ GENERAL_API uint32_t SplineDecodeLX(const SplineLX *lx, int32_t *n, double *matr
 /// @param outCount   points wanted, at least 1; more than inCount repeats some
 /// @param outValues  receives outCount points; must not overlap inValues
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG
-GENERAL_API uint32_t Spline1DDecimate(const Spline1 *spline, int32_t inCount, const double *inValues, int32_t outCount,
-                                      double *outValues);
+GENERAL_API uint32_t GENERAL_CALL Spline1DDecimate(const Spline1 *spline, int32_t inCount, const double *inValues,
+                                                   int32_t outCount, double *outValues);
 
 /// Like Spline1DDecimate, on coordinate records, which are copied whole.
 /// @param spline      a live object
@@ -351,7 +355,7 @@ GENERAL_API uint32_t Spline1DDecimate(const Spline1 *spline, int32_t inCount, co
 /// @param outCount    records wanted, at least 1; more than inCount repeats some
 /// @param outRecords  receives outCount records; must not overlap inRecords
 /// @return as Spline1DDecimate
-GENERAL_API uint32_t Spline1CDecimate(const Spline1 *spline, int32_t inCount, const SplineCoord *inRecords,
-                                      int32_t outCount, SplineCoord *outRecords);
+GENERAL_API uint32_t GENERAL_CALL Spline1CDecimate(const Spline1 *spline, int32_t inCount, const SplineCoord *inRecords,
+                                                   int32_t outCount, SplineCoord *outRecords);
 
 #endif

@@ -27,7 +27,7 @@ typedef struct QVSTraceEntry {
 /// @param framePointer  a frame address, such as the Ebp of an exception's context; it has to point to
 ///                      readable memory when a trace is taken. 0 for the caller's own frame, the default
 /// @return framePointer
-GENERAL_API uint32_t QVSsetFramePointer(uint32_t framePointer);
+GENERAL_API uint32_t GENERAL_CALL QVSsetFramePointer(uint32_t framePointer);
 
 /// Walks the calling thread's stack.
 ///
@@ -39,8 +39,9 @@ GENERAL_API uint32_t QVSsetFramePointer(uint32_t framePointer);
 /// some. It ends where the chain does; one that runs in a circle is cut by max only.
 /// @param addresses  receives at most max addresses, innermost first
 /// @param max        0 or less stores nothing
-/// @return how many were stored; 0 also if addresses is null or the image-help library is missing
-GENERAL_API int QVSgetStackTrace(uint32_t *addresses, int max);
+/// @return how many were stored; 0 also if addresses is null, the image-help library is missing or the
+///         system does not give the thread's registers
+GENERAL_API int GENERAL_CALL QVSgetStackTrace(uint32_t *addresses, int max);
 
 /// Looks an address up. What cannot be found is left null or 0, and logged.
 ///
@@ -53,28 +54,29 @@ GENERAL_API int QVSgetStackTrace(uint32_t *addresses, int max);
 /// @param start    receives the address of the symbol
 /// @return 1; 0 if module (when wanted) or symbol could not be found, or if memory is exhausted. The
 ///         caller frees the strings with QVSfreeAddrSym either way
-GENERAL_API int QVSgetAddrSym(uint32_t address, char **module, char **symbol, uint32_t *start);
+GENERAL_API int GENERAL_CALL QVSgetAddrSym(uint32_t address, char **module, char **symbol, uint32_t *start);
 
 /// Frees the strings of a look-up and sets them to null. Null pointers are passed over.
 /// @param module  what QVSgetAddrSym filled
 /// @param symbol  what QVSgetAddrSym filled
-GENERAL_API void QVSfreeAddrSym(char **module, char **symbol);
+GENERAL_API void GENERAL_CALL QVSfreeAddrSym(char **module, char **symbol);
 
 /// Walks the calling thread's stack and looks every address up, beginning in the caller, or with the
 /// return address in the frame that QVSsetFramePointer has chosen.
 /// @param entries  max entries; those that are not filled are zeroed. Their old contents are not freed
 /// @param max      how many entries there are
 /// @return how many were filled, which the caller hands to QVSfreeStackTraceWithSyms; 0 if max is not
-///         above 0, entries is null or the image-help library is missing
-GENERAL_API int QVSgetStackTraceWithSyms(QVSTraceEntry *entries, int max);
+///         above 0, entries is null, the image-help library is missing or the system does not give the
+///         thread's registers
+GENERAL_API int GENERAL_CALL QVSgetStackTraceWithSyms(QVSTraceEntry *entries, int max);
 
 /// Frees the strings of a trace and sets them to null.
 /// @param entries  null is passed over
 /// @param count    what QVSgetStackTraceWithSyms returned
-GENERAL_API void QVSfreeStackTraceWithSyms(QVSTraceEntry *entries, int count);
+GENERAL_API void GENERAL_CALL QVSfreeStackTraceWithSyms(QVSTraceEntry *entries, int count);
 
 /// Tells whether the image-help library can be used. It is looked for once per process.
 /// @return 1 or 0
-GENERAL_API int QVScheckDbgHelpDll(void);
+GENERAL_API int GENERAL_CALL QVScheckDbgHelpDll(void);
 
 #endif

@@ -24,7 +24,7 @@ typedef struct StrList {
 /// @param list             the caller's record
 /// @param size             bytes to begin with
 /// @param growthIncrement  least number of bytes to grow by; may be 0
-GENERAL_API void StrListInit(StrList *list, uint32_t size, uint32_t growthIncrement);
+GENERAL_API void GENERAL_CALL StrListInit(StrList *list, uint32_t size, uint32_t growthIncrement);
 
 /// Appends a copy of a string.
 /// @param list    an initialised record
@@ -32,10 +32,10 @@ GENERAL_API void StrListInit(StrList *list, uint32_t size, uint32_t growthIncrem
 /// @return the copy, valid until the next append; null if memory is exhausted. The strings then stay
 ///         as they were, but `allocated` goes down by the bytes that the string would have taken,
 ///         below 0 (modulo 2^32) if need be; the next growth makes up for it
-GENERAL_API char *StrListAppend(StrList *list, const char *string);
+GENERAL_API char *GENERAL_CALL StrListAppend(StrList *list, const char *string);
 
 /// Frees the buffer and sets every field to zero.
 /// @param list  an initialised record
-GENERAL_API void StrListDestroy(StrList *list);
+GENERAL_API void GENERAL_CALL StrListDestroy(StrList *list);
 
 #endif

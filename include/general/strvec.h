@@ -13,10 +13,10 @@
 /// @param count   how many strings
 /// @return count + 1 pointers, the last of them null, which the caller hands to StrVecDestroy; null
 ///         if memory is exhausted
-GENERAL_API char **StrVecCreate(char *buffer, uint32_t count);
+GENERAL_API char **GENERAL_CALL StrVecCreate(char *buffer, uint32_t count);
 
 /// Frees the array, not the strings; null is allowed.
 /// @param vector  what StrVecCreate gave, or null
-GENERAL_API void StrVecDestroy(char **vector);
+GENERAL_API void GENERAL_CALL StrVecDestroy(char **vector);
 
 #endif

@@ -15,24 +15,24 @@
 /// Tells whether a string is a whole number: an optional `-`, then digits.
 /// @param s  the text
 /// @return 1 or 0; no `+`, no white space
-GENERAL_API int isinteger(const char *s);
+GENERAL_API int GENERAL_CALL isinteger(const char *s);
 
 /// Tells whether a string is a whole number without sign: digits only.
 /// @param s  the text
 /// @return 1 or 0
-GENERAL_API int isnatural(const char *s);
+GENERAL_API int GENERAL_CALL isnatural(const char *s);
 
 /// Tells whether a string is a real number: an optional minus, then digits with at most one point among
 /// them. No exponent, no plus, no white space. Callers rely on a point without digits being accepted.
 /// @param s  the text
 /// @return 1 or 0
-GENERAL_API int isreal(const char *s);
+GENERAL_API int GENERAL_CALL isreal(const char *s);
 
 /// Reads a boolean word, ignoring case: on, yes, true or 1; off, no, false or 0.
 /// @param s          the text
 /// @param value_out  receives 1 or 0; untouched if s is no such word
 /// @return 1 or 0
-GENERAL_API int isboolean(const char *s, int *value_out);
+GENERAL_API int GENERAL_CALL isboolean(const char *s, int *value_out);
 
 /// Reads a size: a number as strtol does with base 0 (white space and a sign before it, 0x for
 /// hexadecimal, 0 for octal), multiplied by 1024 if `K` or `k` follows it, by 1048576 if `M` or `m`
@@ -40,12 +40,12 @@ GENERAL_API int isboolean(const char *s, int *value_out);
 /// @param s         the text
 /// @param size_out  receives the size modulo 2^32, untouched if there is no number; may be null
 /// @return 1, or 0 if s does not start with a number
-GENERAL_API int issize(const char *s, unsigned *size_out);
+GENERAL_API int GENERAL_CALL issize(const char *s, unsigned *size_out);
 
 /// Tells whether a string is an identifier: a letter or `_`, then letters, digits and `_`.
 /// @param s  the text
 /// @return the string's length, or 0
-GENERAL_API int isident(const char *s);
+GENERAL_API int GENERAL_CALL isident(const char *s);
 
 #ifdef _WIN32
 
@@ -53,13 +53,13 @@ GENERAL_API int isident(const char *s);
 /// @param path     relative paths begin at the current directory
 /// @param ignored  any value
 /// @return 1; 0 also if the path cannot be queried
-GENERAL_API int isdirectory(const char *path, int ignored);
+GENERAL_API int GENERAL_CALL isdirectory(const char *path, int ignored);
 
 /// Tells whether a path exists and is no directory.
 /// @param path     relative paths begin at the current directory
 /// @param ignored  any value
 /// @return 1; 0 also if the path cannot be queried
-GENERAL_API int isfile(const char *path, int ignored);
+GENERAL_API int GENERAL_CALL isfile(const char *path, int ignored);
 
 /// Tells whether a host name or a dotted IPv4 address is this machine: whether the official name
 /// that the system's look-up gives, up to its first dot, is this machine's host name, in the same
@@ -68,7 +68,7 @@ GENERAL_API int isfile(const char *path, int ignored);
 /// @param host  what holds a dot and starts with a digit is an address; it is looked up by address,
 ///              and the name found by name
 /// @return 1; 0 also if a look-up fails
-GENERAL_API int islocal(const char *host);
+GENERAL_API int GENERAL_CALL islocal(const char *host);
 
 /// Finds a file on the system's standard search path: the program's directory, the current one, the
 /// system's, and those of PATH.
@@ -76,7 +76,7 @@ GENERAL_API int islocal(const char *host);
 /// @param dir_out  ISLOADABLE_DIR_SIZE bytes; receives the file's directory without a separator at
 ///                 the end ("C:" for a root directory), then zeros. Unspecified if the result is 0
 /// @return 1; 0 also if the path takes more than dir_out
-GENERAL_API int isloadable(const char *file, char *dir_out);
+GENERAL_API int GENERAL_CALL isloadable(const char *file, char *dir_out);
 
 // The version tests read the system's version on their first call and keep the answer. It is what
 // the system tells this program, which may be less than the truth for programs in a compatibility
@@ -84,19 +84,19 @@ GENERAL_API int isloadable(const char *file, char *dir_out);
 
 /// Tells whether this is Windows 95 or one of its family.
 /// @return 1 or 0
-GENERAL_API int iswin95(void);
+GENERAL_API int GENERAL_CALL iswin95(void);
 
 /// Tells whether this is Windows NT 4.0.
 /// @return 1 or 0; on the Windows 95 family -1, which is not 0 either: ask iswin95 first
-GENERAL_API int iswinNT(void);
+GENERAL_API int GENERAL_CALL iswinNT(void);
 
 /// Tells whether this is Windows 2000 (5.0).
 /// @return 1 or 0
-GENERAL_API int iswin2K(void);
+GENERAL_API int GENERAL_CALL iswin2K(void);
 
 /// Tells whether this is Windows XP (5.1).
 /// @return 1 or 0
-GENERAL_API int iswinXP(void);
+GENERAL_API int GENERAL_CALL iswinXP(void);
 
 #endif
 

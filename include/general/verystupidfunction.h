@@ -9,6 +9,6 @@
 /// Stores its argument in a variable that nothing reads.
 /// @param value  any number
 /// @return the argument
-GENERAL_API int VeryStupidFunction(int value);
+GENERAL_API int GENERAL_CALL VeryStupidFunction(int value);
 
 #endif

@@ -58,6 +58,8 @@ TEST(StackTrace, BeginsInTheCaller)
     }
     EXPECT_TRUE(takeEntries(0) == 0 && takeEntries(-1) == 0);
     EXPECT_TRUE(QVSgetStackTrace(nullptr, 5) == 0 && QVSgetStackTraceWithSyms(nullptr, 5) == 0);
+    ImportHook noRegisters("GetThreadContext", winapi([](HANDLE, LPCONTEXT) { return FALSE; }));
+    EXPECT_TRUE(takeAddresses(64) == 0 && takeEntries(64) == 0);
 }
 
 TEST(StackTrace, BeginsInTheChosenFrame)
