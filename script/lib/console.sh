@@ -5,6 +5,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/environment.sh"
 
 project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+logs=${GENERAL_LOGS:-$project_root/build/logs}
 
 # say TEXT…: one line for the reader.
 say() { printf '%s\n' "$*"; }
@@ -51,8 +52,8 @@ attempt() {
     (set -e; false; true)
     [ "$?" = 1 ] || fail "'$title' runs under a condition, which hides what fails in it; use attempt and step_status"
 
-    mkdir -p "$project_root/build/logs" || fail "$project_root has to be a folder that you may write in"
-    log="$project_root/build/logs/$(printf '%s' "$title" | tr -cs '[:alnum:]' '-').log"
+    mkdir -p "$logs" || fail "$project_root has to be a folder that you may write in"
+    log="$logs/$(printf '%s' "$title" | tr -cs '[:alnum:]' '-').log"
     started=$SECONDS
     [ ! -t 1 ] || { show_clock "$title" & clock=$!; }
     (set -e; "$@") >"$log" 2>&1 </dev/null
