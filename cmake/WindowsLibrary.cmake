@@ -8,7 +8,7 @@ add_library(general SHARED
 add_library(general::general ALIAS general) # bare `general` is a keyword of target_link_libraries
 set_target_properties(general PROPERTIES PREFIX "" IMPORT_PREFIX "lib")
 target_include_directories(general
-    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     PRIVATE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(general PRIVATE GENERAL_BUILDING_DLL)
 target_link_libraries(general PRIVATE $<BUILD_INTERFACE:general_library_options>)
