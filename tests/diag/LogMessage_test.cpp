@@ -1,6 +1,7 @@
 #include "diag/log_backend.h"
 
 #include "general/message_log.h"
+#include "general/validators.h"
 
 #include "tests/support/fresh_library.h"
 #include "tests/support/import_hook.h"
@@ -56,6 +57,11 @@ struct Log : testing::Test {
 
 /// The system's event log, which writes down what it is asked for.
 struct EventLog : Log {
+    void SetUp() override
+    {
+        if (iswin95() != 0)
+            GTEST_SKIP() << "this system has no event log";
+    }
     static inline HANDLE const handle = reinterpret_cast<HANDLE>(0x1234);
     static LSTATUS WINAPI create(HKEY root, LPCSTR path, DWORD a, LPSTR b, DWORD c, REGSAM d, SECURITY_ATTRIBUTES *e,
                                  HKEY *key, DWORD *f)
