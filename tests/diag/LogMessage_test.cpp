@@ -131,6 +131,19 @@ TEST_F(EventLog, DescribesTheSource)
                                     "1" + longFile + zero, types, "2empty.message.dll" + zero));
 }
 
+TEST(MessageFile, HasATextForEachEvent)
+{
+    const HMODULE file = LoadLibraryExA("QVS.message.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    const char *strings[] = {"who", "what %1"};
+    for (DWORD id : {0, 1, 2, 255, 256, 257, 65534, 65535, 65536}) {
+        char text[100] = "";
+        FormatMessageA(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, file, id, 0, text, sizeof text,
+                       reinterpret_cast<va_list *>(strings));
+        EXPECT_STREQ(text, id == 0 || id == 65536 ? "" : "who: <what %1>\r\n") << id;
+    }
+    FreeLibrary(file);
+}
+
 /// Windows 95, with a file that the registry names.
 struct FileLog : Log {
     static constexpr const char *key = R"(SOFTWARE\KLT\QVS)", *value = "LogFileName";
