@@ -1,4 +1,4 @@
-# What `cmake --install` lays out: DLL, headers, both import libraries, CMake package, pkg-config
+# What `cmake --install` lays out: DLL, message file, headers, both import libraries, CMake package, pkg-config
 # file. Nothing in the installed tree names the place that it was installed to.
 
 include(GNUInstallDirs)
@@ -16,6 +16,7 @@ install(TARGETS general EXPORT generalTargets
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS general_message_file LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${general_microsoft_import_library} DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT generalTargets NAMESPACE general:: DESTINATION ${package_dir})

@@ -18,6 +18,7 @@ namespace {
 constexpr size_t nameSize = 32;
 char logName[nameSize];
 FILE *logFile;
+CRITICAL_SECTION lineLock; ///< lives as long as the stream; held for a whole line
 
 constexpr const char *defaultPath = R"(c:\tmp\local7.info)";
 
@@ -54,16 +55,20 @@ void open(const char *name)
     int mask = _umask(0); // any user may write to the log
     logFile = fopen(path, "a");
     _umask(mask);
+    if (logFile != nullptr)
+        InitializeCriticalSection(&lineLock);
 }
 
 void close()
 {
-    if (logFile != nullptr)
-        fclose(logFile);
+    if (logFile == nullptr)
+        return;
+    fclose(logFile);
     logFile = nullptr;
+    DeleteCriticalSection(&lineLock);
 }
 
-/// The time of a line, for the holder of the stream. The clock is read again only when the system's
+/// The time of a line, for the holder of the lock. The clock is read again only when the system's
 /// tick count has moved, for the two move together, and reading costs as much as writing a short line.
 const char *timeText()
 {
@@ -113,15 +118,15 @@ void writeLine(FILE *stream, const char *format, const char *first, const char *
     fflush(stream);
 }
 
-/// Holds the stream for a whole line, against other threads.
+// The runtime's own lock on a stream is not exported by old runtimes.
 void write(uint16_t, const char *format, const char *first, const char *second)
 {
     FILE *stream = logFile;
     if (stream == nullptr)
         return;
-    _lock_file(stream);
+    EnterCriticalSection(&lineLock);
     writeLine(stream, format, first, second == nullptr ? "" : second);
-    _unlock_file(stream);
+    LeaveCriticalSection(&lineLock);
 }
 
 } // namespace

@@ -21,8 +21,10 @@ namespace {
 
 constexpr DWORD nameLength = 260;
 constexpr DWORD pathSize = 260;
-/// The part of the record that every version of the image-help library knows.
-constexpr DWORD moduleRecordSize = offsetof(IMAGEHLP_MODULE64, LoadedPdbName);
+/// The sizes of the record of a module that versions of the image-help library know: the first one's,
+/// which later ones still take, and today's.
+constexpr DWORD moduleRecordSizes[] = {584, sizeof(IMAGEHLP_MODULE64)};
+static_assert(offsetof(IMAGEHLP_MODULE64, LoadedPdbName) == 580); // padded for the 64-bit address in it
 
 enum class Symbols { notLoaded, loaded, failed };
 Symbols symbols;
@@ -70,11 +72,23 @@ bool loadSymbols(const general::ImageHelp &help)
     return true;
 }
 
+bool findModule(const general::ImageHelp &help, uint32_t address, IMAGEHLP_MODULE64 &module)
+{
+    for (DWORD size : moduleRecordSizes) {
+        module = {};
+        module.SizeOfStruct = size;
+        if (help.SymGetModuleInfo64(GetCurrentProcess(), wide(address), &module) != FALSE)
+            return true;
+        if (GetLastError() != ERROR_INVALID_PARAMETER)
+            return false;
+    }
+    return false;
+}
+
 char *copyModuleName(const general::ImageHelp &help, uint32_t address)
 {
-    IMAGEHLP_MODULE64 module = {};
-    module.SizeOfStruct = moduleRecordSize;
-    if (help.SymGetModuleInfo64(GetCurrentProcess(), wide(address), &module) == FALSE) {
+    IMAGEHLP_MODULE64 module;
+    if (!findModule(help, address, module)) {
         failed("ERROR: SymGetModuleInfo FAILED with error <%s>");
         return nullptr;
     }

@@ -31,7 +31,7 @@ bool findAll(HMODULE library)
 
 bool probe()
 {
-    HMODULE library = LoadLibraryA("imagehlp.dll");
+    HMODULE library = loadSystemLibrary("imagehlp.dll");
     if (library == nullptr)
         return false;
     if (!findAll(library)) {

@@ -62,6 +62,12 @@ AccessForAll::AccessForAll()
     void *descriptor = attributes_.lpSecurityDescriptor;
     isReady_ = descriptor != nullptr && InitializeSecurityDescriptor(descriptor, SECURITY_DESCRIPTOR_REVISION) &&
                SetSecurityDescriptorDacl(descriptor, TRUE, nullptr, FALSE);
+    // Windows 95, 98 and ME have no access rights to set: there everybody has full access anyway.
+    if (descriptor != nullptr && !isReady_ && GetLastError() == ERROR_CALL_NOT_IMPLEMENTED) {
+        free(descriptor);
+        attributes_.lpSecurityDescriptor = nullptr;
+        isReady_ = true;
+    }
 }
 
 AccessForAll::~AccessForAll()

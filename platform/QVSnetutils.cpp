@@ -25,7 +25,7 @@ GetNetworkParamsFunction *networkParamsFunction()
 {
     static GetNetworkParamsFunction *function;
     if (function == nullptr)
-        general::findFunction(LoadLibraryA("iphlpapi.dll"), "GetNetworkParams", function);
+        general::findFunction(general::loadSystemLibrary("iphlpapi.dll"), "GetNetworkParams", function);
     return function;
 }
 

@@ -164,7 +164,7 @@ const MultimediaTimer &multimediaTimer()
     static MultimediaTimer timer; // filled again by every call until it is complete
     if (timer.isComplete)
         return timer;
-    HMODULE library = LoadLibraryA("winmm.dll");
+    HMODULE library = general::loadSystemLibrary("winmm.dll");
     timer.isComplete = general::findFunction(library, "timeGetDevCaps", timer.capabilities) &&
                        general::findFunction(library, "timeBeginPeriod", timer.beginPeriod) &&
                        general::findFunction(library, "timeEndPeriod", timer.endPeriod) &&

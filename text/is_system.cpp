@@ -29,7 +29,7 @@ bool findWinsock(Winsock &winsock)
 {
     static HMODULE library;
     if (library == nullptr)
-        library = LoadLibraryA("wsock32.dll");
+        library = general::loadSystemLibrary("wsock32.dll");
     return general::findFunction(library, "WSAStartup", winsock.startup) &&
            general::findFunction(library, "WSACleanup", winsock.cleanup) &&
            general::findFunction(library, "gethostname", winsock.hostName) &&

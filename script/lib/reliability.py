@@ -1,5 +1,9 @@
 """Prints the figures of docs/reliability.md from what script/reliability left: the tests' XML files in
-the folder given, and the logs of fuzzing, soak and checks."""
+the folder given, those of every Windows version in build/versions, and the logs of fuzzing, soak and checks.
+
+    reliability.py FOLDER SECONDS
+    reliability.py version FOLDER    the counts of one version's tests only, in a line
+"""
 
 import collections
 import datetime
@@ -26,6 +30,7 @@ def counts_of(path):
     for case in xml.parse(path).iter("testcase"):
         counts["tests"] += 1
         counts["failed"] += case.find("failure") is not None
+        counts["skipped"] += case.find("skipped") is not None
         for prop in case.iter("property"):
             if prop.get("name") in FAULTS:
                 counts[prop.get("name")] += int(prop.get("value"))
@@ -50,6 +55,25 @@ def test_table(folder):
     return lines, total["failed"]
 
 
+def version_counts(folder):
+    """How many tests ran on a version, and the skipped ones by reason."""
+    counts, reasons = collections.Counter(), collections.Counter()
+    for path in glob.glob(f"{folder}/*.xml"):
+        counts.update(counts_of(path))
+        # A message is the place, a line's end and the reason.
+        reasons.update(skip.get("message").splitlines()[-1] for skip in xml.parse(path).iter("skipped"))
+    return counts, ", ".join(f"{count} ({reason})" for reason, count in sorted(reasons.items())) or "0"
+
+
+def version_table():
+    versions = open("script/lib/versions.sh", encoding="utf-8").read()
+    lines = ["| Wine as | tests | failed | skipped |", "|---|---:|---:|---|"]
+    for name, title in re.findall(r'\[(\w+)\]="(Windows [^"]*)"', versions):
+        counts, skipped = version_counts(f"build/versions/{name}/results")
+        lines.append(f"| {title} | {counts['tests']} | {counts['failed']} | {skipped} |")
+    return lines
+
+
 def fuzz_lines(seconds):
     names = sorted(os.path.basename(folder) for folder in glob.glob("fuzz/corpora/*"))
     lines = ["| fuzz target | inputs run | findings |", "|---|---:|---:|"]
@@ -61,6 +85,10 @@ def fuzz_lines(seconds):
 
 
 def main():
+    if sys.argv[1] == "version":
+        counts, skipped = version_counts(sys.argv[2])
+        print(f"looked at {counts['tests']} tests, skipped {skipped}")
+        return
     folder, seconds = sys.argv[1:]
     tests, failed = test_table(folder)
     soak = re.search(r"moved .*", log_of(f"soak, {seconds} s"))[0]
@@ -69,6 +97,9 @@ def main():
     print("\n".join(tests), end="\n\n")
     print("An allocation or a call counts once for each run of a scenario in which it was the one that failed. The tests under")
     print("sanitizers ran with AddressSanitizer and UndefinedBehaviorSanitizer, which end a test at their first finding.\n")
+    print("\n".join(version_table()), end="\n\n")
+    print("The whole Windows half but for what is about building, with Wine playing each version: what the version calls say, and")
+    print("some behaviour. It exports the same functions whatever it plays. Nothing here ran on Windows itself.\n")
     print("\n".join(fuzz_lines(seconds)), end="\n\n")
     print(f"Shared-memory queue, {seconds} s under load with peers killed and replaced: {soak.strip()}.\n")
     print("`script/check`: clang-tidy over library and samples without a finding, imports, exports, layout, hardening as recorded.\n")

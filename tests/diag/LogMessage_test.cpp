@@ -1,6 +1,7 @@
 #include "diag/log_backend.h"
 
 #include "general/message_log.h"
+#include "general/validators.h"
 
 #include "tests/support/fresh_library.h"
 #include "tests/support/import_hook.h"
@@ -56,6 +57,11 @@ struct Log : testing::Test {
 
 /// The system's event log, which writes down what it is asked for.
 struct EventLog : Log {
+    void SetUp() override
+    {
+        if (iswin95() != 0)
+            GTEST_SKIP() << "this system has no event log";
+    }
     static inline HANDLE const handle = reinterpret_cast<HANDLE>(0x1234);
     static LSTATUS WINAPI create(HKEY root, LPCSTR path, DWORD a, LPSTR b, DWORD c, REGSAM d, SECURITY_ATTRIBUTES *e,
                                  HKEY *key, DWORD *f)
@@ -123,6 +129,19 @@ TEST_F(EventLog, DescribesTheSource)
     const std::string types("4\4\0\0\0", 5);
     EXPECT_THAT(values, ElementsAre(types, "2new.message.dll" + zero, types, "1x.dll" + zero, types,
                                     "1" + longFile + zero, types, "2empty.message.dll" + zero));
+}
+
+TEST(MessageFile, HasATextForEachEvent)
+{
+    const HMODULE file = LoadLibraryExA("QVS.message.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    const char *strings[] = {"who", "what %1"};
+    for (DWORD id : {0, 1, 2, 255, 256, 257, 65534, 65535, 65536}) {
+        char text[100] = "";
+        FormatMessageA(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, file, id, 0, text, sizeof text,
+                       reinterpret_cast<va_list *>(strings));
+        EXPECT_STREQ(text, id == 0 || id == 65536 ? "" : "who: <what %1>\r\n") << id;
+    }
+    FreeLibrary(file);
 }
 
 /// Windows 95, with a file that the registry names.

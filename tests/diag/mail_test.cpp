@@ -181,7 +181,7 @@ TEST_F(Mail, BodyFilesAreCopiedWholeOrReported)
         EXPECT_THAT(body(file.c_str()), logs("copy_body_from_file(): " + text));
     };
     auto shortRead = +[](void *buffer, size_t size, size_t n, FILE *f) { return fread(buffer, size, n - 1, f); };
-    auto shortWrite = +[](const void *, size_t, size_t count, FILE *) { return count - 1; };
+    auto shortWrite = +[](const void *data, size_t size, size_t n, FILE *f) { return fwrite(data, size, n, f) - 1; };
     auto noStatus = +[](int, void *) { return -1; }, fourGigabytes = +[](int, void *status) {
         return static_cast<struct _stati64 *>(status)->st_size = 0xFFFFFFFF, 0;
     };

@@ -194,19 +194,22 @@ TEST(AddressLookup, FirstFailureIsFinal)
 }
 
 uint64_t askedAddress;
+std::vector<DWORD> askedSizes;
 
-TEST(AddressLookup, TakesAddressesAsSigned)
+TEST(AddressLookup, AsksForAModuleAsEveryVersionUnderstands)
 {
-    auto noteAddress = winapi([](HANDLE, DWORD64 address, PIMAGEHLP_MODULE64 module) -> BOOL {
+    auto onlyTodays = winapi([](HANDLE, DWORD64 address, PIMAGEHLP_MODULE64 module) -> BOOL {
         askedAddress = address;
+        askedSizes.push_back(module->SizeOfStruct);
         std::strcpy(module->ImageName, "no separator.exe");
-        return TRUE;
+        return module->SizeOfStruct == sizeof *module || (SetLastError(ERROR_INVALID_PARAMETER), FALSE);
     });
     FreshLibrary library;
     CapturedEvents events(library.module());
-    FoundFunctions found({{"SymGetModuleInfo64", noteAddress}}, library.module());
+    FoundFunctions found({{"SymGetModuleInfo64", onlyTodays}}, library.module());
     Found named = lookUp(0x80001234, library.function<decltype(QVSgetAddrSym)>("QVSgetAddrSym"));
-    EXPECT_EQ(askedAddress, 0xFFFFFFFF80001234u);
+    EXPECT_EQ(askedAddress, 0xFFFFFFFF80001234u) << "addresses count as signed";
+    EXPECT_THAT(askedSizes, ElementsAre(584, sizeof(IMAGEHLP_MODULE64)));
     EXPECT_STREQ(named.module, "no separator.exe");
     EXPECT_EQ(named.result, 0) << "there is no symbol";
     QVSfreeAddrSym(&named.module, &named.symbol);

@@ -412,6 +412,14 @@ TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
         failEachAllocation([&](HeapWatch &watch) { liveThrough(accepts, false, [&] { return watch.failed(); }); });
 }
 
+TEST(ShmQueue, NeedsNoAccessRightsWhereThereAreNone)
+{
+    FailingImport<decltype(InitializeSecurityDescriptor)> missing("InitializeSecurityDescriptor", FALSE, 1,
+                                                                  ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_NE(Queue(ShmQueueListen("95")), nullptr);
+    EXPECT_TRUE(missing.failed());
+}
+
 HANDLE hooked; ///< for the hooks on Sleep
 
 /// A client that comes between a listener's first and last object makes one that it meant to open.
