@@ -1,3 +1,4 @@
+#include "base/handle_magic.h"
 #include "base/module_id.h"
 
 #include "general/action.h"
@@ -20,8 +21,6 @@ struct Entry {
 
 enum Pending : uint32_t { destructionPending = 1, removalsPending = 2 };
 
-constexpr uint32_t actionMagic = 0x41637441;
-
 } // namespace
 
 struct Action {
@@ -37,12 +36,12 @@ static_assert(offsetof(Action, first) == 16 && sizeof(Action) == 20);
 static_assert(offsetof(Entry, callback) == 4 && offsetof(Entry, userData) == 8 && offsetof(Entry, removed) == 12);
 static_assert(offsetof(Entry, next) == 16);
 
+template<>
+constexpr uint32_t general::liveMagic<Action> = 0x41637441;
+
 namespace {
 
-bool isLive(const Action *action)
-{
-    return action != nullptr && action->magic == actionMagic;
-}
+using general::isLive;
 
 void doNothing(void *, void *, void *) {}
 
@@ -111,7 +110,7 @@ Action *ActionCreate(void)
 {
     auto *action = static_cast<Action *>(malloc(sizeof(Action)));
     if (action != nullptr)
-        *action = Action{.magic = actionMagic, .nextId = 1, .depth = 0, .flags = 0, .first = nullptr};
+        *action = Action{.magic = general::liveMagic<Action>, .nextId = 1, .depth = 0, .flags = 0, .first = nullptr};
     return action;
 }
 

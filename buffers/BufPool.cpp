@@ -17,6 +17,9 @@ struct BufPool {
     int32_t available; ///< free slots, and one more for every buffer released twice
 };
 
+template<>
+constexpr uint32_t general::liveMagic<BufPool> = 0x00048FB2;
+
 namespace {
 
 struct Slot {
@@ -29,13 +32,9 @@ static_assert(offsetof(BufPool, maximumSize) == 4 && offsetof(BufPool, slotCount
 static_assert(offsetof(BufPool, available) == 12 && sizeof(BufPool) == 16);
 static_assert(offsetof(Slot, size) == 4 && offsetof(Slot, isFree) == 8 && sizeof(Slot) == 12);
 
-constexpr uint32_t bufpoolMagic = 0x00048FB2;
 constexpr int32_t failure = -1;
 
-bool isLive(const BufPool *pool)
-{
-    return pool != nullptr && pool->magic == bufpoolMagic;
-}
+using general::isLive;
 
 Slot *slotsOf(BufPool *pool)
 {
@@ -70,7 +69,10 @@ BufPool *BufPoolCreate(int32_t slotCount, uint32_t maximumSize)
     auto *pool = static_cast<BufPool *>(malloc(size));
     if (pool == nullptr)
         return nullptr;
-    *pool = BufPool{.magic = bufpoolMagic, .maximumSize = maximumSize, .slotCount = slotCount, .available = slotCount};
+    *pool = BufPool{.magic = general::liveMagic<BufPool>,
+                    .maximumSize = maximumSize,
+                    .slotCount = slotCount,
+                    .available = slotCount};
     for (Slot *slot = slotsOf(pool); slot != endOfSlots(pool); ++slot)
         *slot = Slot{.buffer = nullptr, .size = 0, .isFree = 1};
     return pool;

@@ -39,18 +39,17 @@ static_assert(sizeof(Cache) == 28);
 static_assert(offsetof(Slot, references) == 4 && offsetof(Slot, lastUse) == 8 && offsetof(Slot, value) == 12);
 static_assert(offsetof(Slot, key) == 16 && offsetof(Slot, keyLength) == 20 && sizeof(Slot) == 24);
 
+template<>
+constexpr uint32_t general::liveMagic<Cache> = 0x43616331;
+
 namespace {
 
-constexpr uint32_t cacheMagic = 0x43616331;
 constexpr int32_t growthStep = 10;
 constexpr int32_t largestSteppedCapacity = 40; ///< beyond it, growth is by a quarter
 constexpr int32_t freshKeyLength = 4;
 constexpr int32_t none = -1;
 
-bool isLive(const Cache *cache)
-{
-    return cache != nullptr && cache->magic == cacheMagic;
-}
+using general::isLive;
 
 bool hasKey(const Slot &slot, const void *key, int32_t length)
 {
@@ -144,24 +143,22 @@ bool setKey(Slot &slot, const void *key, int32_t length)
     return true;
 }
 
-/// Takes a slot without references for a key and has its value made. The slot is referenced before
-/// any callback runs, and found again by its index afterwards, so that a callback may access other
-/// keys: that can move the slots, but not take this one.
+/// Takes a slot without references for a key and has its value made. The maker may access other keys:
+/// the reference keeps them from taking this slot, and since all slots may move meanwhile, it is found
+/// again by its index.
 CacheStat fill(Cache *cache, int32_t index, const void *key, uint32_t length, void *argument)
 {
     Slot *slot = &cache->slots[index];
-    bool evicts = slot->valid != 0;
+    if (slot->valid)
+        cache->dispose(slot->key, slot->keyLength, slot->value);
     slot->valid = 0;
     slot->references = 1;
     slot->lastUse = cache->clock;
-    if (evicts) {
-        cache->dispose(slot->key, slot->keyLength, slot->value);
-        slot = &cache->slots[index];
-    }
+    slot->value = nullptr;
     if (length > INT32_MAX || !setKey(*slot, key, static_cast<int32_t>(length)))
         return CACHE_NO_MEMORY;
 
-    void *value = slot->value;
+    void *value = nullptr;
     cache->make(slot->key, slot->keyLength, &value, argument);
     slot = &cache->slots[index];
     slot->value = value;
@@ -185,7 +182,7 @@ Cache *CacheCreate(int32_t size, CacheMake make, CacheDispose dispose)
     auto *cache = static_cast<Cache *>(malloc(sizeof(Cache)));
     if (cache == nullptr)
         return nullptr;
-    *cache = Cache{.magic = cacheMagic,
+    *cache = Cache{.magic = general::liveMagic<Cache>,
                    .slotsInUse = 0,
                    .capacity = 0,
                    .slots = nullptr,
@@ -249,12 +246,11 @@ uint32_t CacheRemove(Cache *cache, const void *key, int32_t length)
     if (slot == nullptr)
         return CACHE_NO_ENTRY;
 
-    bool wasValid = slot->valid != 0;
+    if (slot->valid)
+        cache->dispose(slot->key, slot->keyLength, slot->value);
     slot->valid = 0;
     slot->references = 0;
     slot->lastUse = 0;
-    if (wasValid)
-        cache->dispose(slot->key, slot->keyLength, slot->value);
     return CACHE_OK;
 }
 

@@ -17,8 +17,6 @@ struct Entry {
     Entry *next;
 };
 
-constexpr uint32_t keycallMagic = 0x4B657930;
-
 } // namespace
 
 struct KeyCall {
@@ -31,12 +29,12 @@ static_assert(offsetof(KeyCall, nextKey) == 4 && offsetof(KeyCall, first) == 8 &
 static_assert(offsetof(Entry, callback) == 4 && offsetof(Entry, data) == 8 && offsetof(Entry, next) == 12);
 static_assert(sizeof(Entry) == 16);
 
+template<>
+constexpr uint32_t general::liveMagic<KeyCall> = 0x4B657930;
+
 namespace {
 
-bool isLive(const KeyCall *registry)
-{
-    return registry != nullptr && registry->magic == keycallMagic;
-}
+using general::isLive;
 
 template<typename Value>
 void store(Value *destination, Value value)
@@ -80,7 +78,7 @@ KeyCall *KeyCallCreate(void)
 {
     auto *registry = static_cast<KeyCall *>(malloc(sizeof(KeyCall)));
     if (registry != nullptr)
-        *registry = KeyCall{.magic = keycallMagic, .nextKey = 1, .first = nullptr};
+        *registry = KeyCall{.magic = general::liveMagic<KeyCall>, .nextKey = 1, .first = nullptr};
     return registry;
 }
 

@@ -5,11 +5,13 @@
 #include <stddef.h>
 #include <stdlib.h>
 
+#include <utility>
+
 GENERAL_MODULE_ID("$Id$");
 
 struct RefCounter {
     void *value;
-    RefCounterRelease release;
+    RefCounterRelease release; ///< null while it runs
     void *context;
     uint32_t count;
 };
@@ -45,6 +47,9 @@ void RefCounterReleaseReference(RefCounter *counter)
 {
     if (counter->count == 0 || --counter->count != 0)
         return;
-    counter->release(counter->value, counter->context);
+    RefCounterRelease release = std::exchange(counter->release, nullptr);
+    if (release == nullptr)
+        return; // a reference that the callback took, and dropped again: the counter is on its way already
+    release(counter->value, counter->context);
     free(counter);
 }

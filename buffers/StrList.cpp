@@ -1,5 +1,7 @@
 #include "base/module_id.h"
 
+#include "buffers/text_growth.h"
+
 #include "general/strlist.h"
 
 #include <stddef.h>
@@ -24,16 +26,6 @@ int64_t allocatedBytes(const StrList *list)
     return static_cast<int32_t>(list->allocated);
 }
 
-bool grow(StrList *list, int64_t size)
-{
-    void *buffer = size > largestBuffer ? nullptr : realloc(list->buffer, static_cast<size_t>(size));
-    if (buffer == nullptr)
-        return false;
-    list->buffer = static_cast<char *>(buffer);
-    list->allocated = static_cast<uint32_t>(size);
-    return true;
-}
-
 } // namespace
 
 void StrListInit(StrList *list, uint32_t size, uint32_t growthIncrement)
@@ -51,7 +43,7 @@ char *StrListAppend(StrList *list, const char *string)
     size_t size = strlen(string) + 1;
     int64_t allocated = allocatedBytes(list);
     int64_t used = int64_t{list->used} + size;
-    if (used > allocated && !grow(list, allocated + std::max(used - allocated, int64_t{list->growthIncrement}))) {
+    if (used > allocated && !general::growText(list->buffer, list->allocated, used, list->growthIncrement)) {
         // Callers see the size lowered by a string that was not stored.
         list->allocated = static_cast<uint32_t>(std::max(allocated - int64_t{size}, int64_t{INT32_MIN}));
         return nullptr;

@@ -1,12 +1,13 @@
+#include "base/handle_magic.h"
 #include "base/module_id.h"
+
+#include "buffers/text_growth.h"
 
 #include "general/vstr.h"
 
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
-
-#include <algorithm>
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -21,26 +22,12 @@ struct Vstr {
 static_assert(offsetof(Vstr, buffer) == 4 && offsetof(Vstr, length) == 8 && offsetof(Vstr, allocated) == 12);
 static_assert(offsetof(Vstr, growthIncrement) == 16 && sizeof(Vstr) == 20);
 
+template<>
+constexpr uint32_t general::liveMagic<Vstr> = 0x0005DAB2;
+
 namespace {
 
-constexpr uint32_t vstrMagic = 0x0005DAB2;
-
-bool isLive(const Vstr *string)
-{
-    return string != nullptr && string->magic == vstrMagic;
-}
-
-bool grow(Vstr *string, int64_t length)
-{
-    int64_t shortfall = length - string->allocated;
-    int64_t size = string->allocated + std::max(shortfall, int64_t{string->growthIncrement});
-    void *buffer = size > INT32_MAX ? nullptr : realloc(string->buffer, static_cast<size_t>(size));
-    if (buffer == nullptr)
-        return false;
-    string->buffer = static_cast<char *>(buffer);
-    string->allocated = static_cast<int32_t>(size);
-    return true;
-}
+using general::isLive;
 
 } // namespace
 
@@ -48,8 +35,11 @@ Vstr *VstrCreate(int32_t growthIncrement)
 {
     auto *string = growthIncrement < 1 ? nullptr : static_cast<Vstr *>(malloc(sizeof(Vstr)));
     if (string != nullptr)
-        *string = Vstr{
-            .magic = vstrMagic, .buffer = nullptr, .length = 0, .allocated = 0, .growthIncrement = growthIncrement};
+        *string = Vstr{.magic = general::liveMagic<Vstr>,
+                       .buffer = nullptr,
+                       .length = 0,
+                       .allocated = 0,
+                       .growthIncrement = growthIncrement};
     return string;
 }
 
@@ -71,7 +61,8 @@ uint32_t VstrAppend(Vstr *string, const char *text)
     size_t size = strlen(text) + 1;
     int32_t offset = string->length == 0 ? 0 : string->length - 1; // over the old terminator
     int64_t length = offset + int64_t{size};
-    if (length > string->allocated && !grow(string, length))
+    if (length > string->allocated &&
+        !general::growText(string->buffer, string->allocated, length, string->growthIncrement))
         return VSTR_NO_MEMORY;
     memcpy(string->buffer + offset, text, size);
     string->length = static_cast<int32_t>(length);

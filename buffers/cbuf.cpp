@@ -1,5 +1,5 @@
+#include "base/block_copy.h"
 #include "base/checked_size.h"
-#include "base/element_copy.h"
 #include "base/handle_magic.h"
 #include "base/module_id.h"
 
@@ -24,51 +24,14 @@ struct CBuf {
 static_assert(offsetof(CBuf, data) == 4 && offsetof(CBuf, length) == 8 && offsetof(CBuf, allocated) == 12);
 static_assert(offsetof(CBuf, quantum) == 16 && offsetof(CBuf, flags) == 20);
 
+template<>
+constexpr uint32_t general::liveMagic<CBuf> = 0x000499B6;
+
 namespace {
 
-constexpr uint32_t cbufMagic = 0x000499B6;
 constexpr uint32_t ownsData = 1;
 
-bool isLive(const CBuf *buffer)
-{
-    return buffer != nullptr && buffer->magic == cbufMagic;
-}
-
-/// Copies at least `size` and at most twice as many bytes, as two blocks that may overlap.
-template<typename Block>
-[[gnu::always_inline]] inline void copyEnds(unsigned char *to, const unsigned char *from, uint32_t count)
-{
-    Block first;
-    Block last;
-    memcpy(&first, from, sizeof first);
-    memcpy(&last, from + count - sizeof last, sizeof last);
-    memcpy(to, &first, sizeof first);
-    memcpy(to + count - sizeof last, &last, sizeof last);
-}
-
-/// memcpy of possibly nothing from or to nowhere, without a call for the few bytes of most appends.
-[[gnu::always_inline]] inline void copyBytes(void *destination, const void *source, uint32_t count)
-{
-    auto *to = static_cast<unsigned char *>(destination);
-    auto *from = static_cast<const unsigned char *>(source);
-    constexpr uint32_t twoBlocks = 2 * sizeof(general::Block);
-    if (count > 2 * twoBlocks) {
-        memcpy(to, from, count);
-    } else if (count > twoBlocks) {
-        copyEnds<general::Block>(to, from, twoBlocks);
-        copyEnds<general::Block>(to + count - twoBlocks, from + count - twoBlocks, twoBlocks);
-    } else if (count >= sizeof(general::Block)) {
-        copyEnds<general::Block>(to, from, count);
-    } else if (count >= sizeof(uint64_t)) {
-        copyEnds<uint64_t>(to, from, count);
-    } else if (count >= sizeof(uint32_t)) {
-        copyEnds<uint32_t>(to, from, count);
-    } else if (count >= sizeof(uint16_t)) {
-        copyEnds<uint16_t>(to, from, count);
-    } else if (count == 1) {
-        *to = *from;
-    }
-}
+using general::isLive;
 
 /// To be called after every change of memory or quantum.
 void noteMemory(CBuf *buffer)
@@ -121,7 +84,7 @@ CBufStat extend(CBuf *buffer, uint32_t count)
     uint32_t end = buffer->length;
     CBufStat stat = extend(buffer, count);
     if (stat == CBUF_OK)
-        copyBytes(buffer->data + end, source, count);
+        general::copyBytes(buffer->data + end, source, count);
     return stat;
 }
 
@@ -131,7 +94,7 @@ CBuf *CBufCreate(uint32_t quantum)
 {
     auto *buffer = quantum == 0 ? nullptr : static_cast<CBuf *>(malloc(sizeof(CBuf)));
     if (buffer != nullptr)
-        *buffer = CBuf{.magic = cbufMagic,
+        *buffer = CBuf{.magic = general::liveMagic<CBuf>,
                        .data = nullptr,
                        .length = 0,
                        .allocated = 0,
@@ -183,7 +146,7 @@ uint32_t CBufSet(CBuf *buffer, const void *source, uint32_t count)
         return CBUF_BAD_HANDLE;
     CBufStat stat = setLength(buffer, count);
     if (stat == CBUF_OK)
-        copyBytes(buffer->data, source, count);
+        general::copyBytes(buffer->data, source, count);
     return stat;
 }
 

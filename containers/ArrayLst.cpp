@@ -1,4 +1,5 @@
 #include "base/checked_size.h"
+#include "base/handle_magic.h"
 #include "base/module_id.h"
 
 #include "general/arraylst.h"
@@ -22,7 +23,6 @@ struct Pair {
     uint32_t object;
 };
 
-constexpr uint32_t arraylstMagic = 0x0004676C;
 constexpr uint32_t growthStep = 10;
 
 } // namespace
@@ -39,14 +39,15 @@ static_assert(offsetof(ArrayLst, count) == 4 && offsetof(ArrayLst, capacity) == 
 static_assert(offsetof(ArrayLst, pairs) == 16 && sizeof(ArrayLst) == 20);
 static_assert(offsetof(Pair, object) == 4 && sizeof(Pair) == 8);
 
+template<>
+constexpr uint32_t general::liveMagic<ArrayLst> = 0x0004676C;
+
 namespace {
 
-constexpr ArrayLst emptyList = {.magic = arraylstMagic, .count = 0, .capacity = 0, .cursor = 0, .pairs = nullptr};
+constexpr ArrayLst emptyList = {
+    .magic = general::liveMagic<ArrayLst>, .count = 0, .capacity = 0, .cursor = 0, .pairs = nullptr};
 
-bool isLive(const ArrayLst *list)
-{
-    return list != nullptr && list->magic == arraylstMagic;
-}
+using general::isLive;
 
 /// Makes room for one more pair. A failed first allocation leaves the capacity at 10 without an
 /// array; the array is what tells whether there is room.

@@ -12,14 +12,12 @@ static_assert(offsetof(ListNode, previous) == 4 && sizeof(ListNode) == 8);
 static_assert(offsetof(List, nodeSize) == 8 && offsetof(List, spares) == 12 && offsetof(List, magic) == 16);
 static_assert(sizeof(List) == 20);
 
+template<>
+constexpr uint32_t general::liveMagic<List> = 0x4C697374;
+
 namespace {
 
-constexpr uint32_t listMagic = 0x4C697374;
-
-bool isLive(const List *list)
-{
-    return list != nullptr && list->magic == listMagic;
-}
+using general::isLive;
 
 /// The spare chain ends in a block of its own whose link points to itself.
 bool isTerminator(const ListNode *spare)
@@ -43,7 +41,7 @@ List *ListMake(uint32_t nodeSize)
     list->links = {.next = &list->links, .previous = &list->links};
     list->nodeSize = nodeSize < sizeof(ListNode) ? uint32_t{sizeof(ListNode)} : nodeSize;
     list->spares = terminator;
-    list->magic = listMagic;
+    list->magic = general::liveMagic<List>;
     return list;
 }
 

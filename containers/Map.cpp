@@ -32,9 +32,11 @@ static_assert(offsetof(Map, buckets) == 4 && offsetof(Map, bucketCount) == 8 && 
 static_assert(offsetof(Map, growthThreshold) == 16 && sizeof(Map) == 20);
 static_assert(offsetof(Entry, value) == 4 && offsetof(Entry, next) == 8 && sizeof(Entry) == 12);
 
+template<>
+constexpr uint32_t general::liveMagic<Map> = 0x4D415020;
+
 namespace {
 
-constexpr uint32_t mapMagic = 0x4D415020;
 constexpr uint32_t defaultBucketCount = 1024;
 constexpr size_t bucketSize = sizeof(void *);
 
@@ -43,7 +45,7 @@ constexpr uint32_t prefetchDistance = 8;
 
 bool isLive(const Map *map)
 {
-    return map != nullptr && map->magic == mapMagic && map->buckets != nullptr;
+    return general::isLive(map) && map->buckets != nullptr;
 }
 
 bool isPowerOfTwo(uint32_t number)
@@ -131,7 +133,8 @@ Map *MapCreate(uint32_t bucketCount)
         general::setLastError(MAP_ERROR_NO_MEMORY);
         return nullptr;
     }
-    *map = Map{.magic = mapMagic, .buckets = nullptr, .bucketCount = 0, .entryCount = 0, .growthThreshold = -1};
+    *map = Map{
+        .magic = general::liveMagic<Map>, .buckets = nullptr, .bucketCount = 0, .entryCount = 0, .growthThreshold = -1};
     if (rehash(map, bucketCount == 0 ? defaultBucketCount : bucketCount) != MAP_OK) {
         general::clearMagic(map->magic);
         free(map);

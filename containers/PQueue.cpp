@@ -1,13 +1,9 @@
-#include "base/checked_size.h"
-#include "base/element_copy.h"
-#include "base/handle_magic.h"
+#include "base/element_storage.h"
 #include "base/module_id.h"
 
 #include "general/pqueue.h"
 
 #include <stddef.h>
-#include <stdlib.h>
-#include <string.h>
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -24,47 +20,13 @@ struct PQueue {
 static_assert(offsetof(PQueue, compare) == 4 && offsetof(PQueue, elementSize) == 8 && offsetof(PQueue, count) == 12);
 static_assert(offsetof(PQueue, capacity) == 16 && offsetof(PQueue, storage) == 20 && sizeof(PQueue) == 24);
 
+template<>
+constexpr uint32_t general::liveMagic<PQueue> = 0x50517565;
+
 namespace {
 
-constexpr uint32_t pqueueMagic = 0x50517565;
-constexpr uint32_t initialCapacity = 20;
-constexpr uint32_t growthStep = 10;
-
-using general::Block;
-
-bool isLive(const PQueue *queue)
-{
-    return queue != nullptr && queue->magic == pqueueMagic;
-}
-
-unsigned char *slot(const PQueue *queue, uint32_t number)
-{
-    return general::elementAt(queue->storage, number, queue->elementSize);
-}
-
-/// Bytes of storage for a number of slots; never 0, because a heap may answer a request for nothing
-/// with null, or take it as a request to free.
-bool storageSize(uint32_t capacity, uint32_t elementSize, size_t &size)
-{
-    if (!general::checkedProduct(capacity, elementSize, size))
-        return false;
-    size = size == 0 ? 1 : size;
-    return true;
-}
-
-[[gnu::noinline]] bool grow(PQueue *queue)
-{
-    size_t capacity = 0;
-    size_t size = 0;
-    if (!general::checkedSum(queue->capacity, growthStep, capacity) || !storageSize(capacity, queue->elementSize, size))
-        return false;
-    void *storage = realloc(queue->storage, size);
-    if (storage == nullptr)
-        return false;
-    queue->storage = static_cast<unsigned char *>(storage);
-    queue->capacity = capacity;
-    return true;
-}
+using general::isLive;
+using general::slot;
 
 /// The slot for a new element: behind every queued one that does not have to come after it. A
 /// comparison's outcome is a coin toss for the branch predictor, so it selects values instead.
@@ -82,46 +44,12 @@ uint32_t insertionSlot(const PQueue *queue, const void *element)
     return middle;
 }
 
-// Most moves are short: they are spared the call to memmove.
-
-constexpr size_t longMove = 1024;
-
-/// memmove to a lower address.
-void moveDown(unsigned char *to, const unsigned char *from, size_t size)
-{
-    if (size >= longMove) {
-        memmove(to, from, size);
-        return;
-    }
-    for (; size >= sizeof(Block); size -= sizeof(Block), to += sizeof(Block), from += sizeof(Block))
-        *reinterpret_cast<Block *>(to) = *reinterpret_cast<const Block *>(from);
-    for (; size >= general::wordSize; size -= general::wordSize, to += general::wordSize, from += general::wordSize)
-        general::copyWord(to, from);
-    for (; size != 0; --size)
-        *to++ = *from++;
-}
-
-/// memmove to a higher address.
-void moveUp(unsigned char *to, const unsigned char *from, size_t size)
-{
-    if (size >= longMove) {
-        memmove(to, from, size);
-        return;
-    }
-    for (; size >= sizeof(Block); size -= sizeof(Block))
-        *reinterpret_cast<Block *>(to + size - sizeof(Block)) =
-            *reinterpret_cast<const Block *>(from + size - sizeof(Block));
-    for (; size >= general::wordSize; size -= general::wordSize)
-        general::copyWord(to + size - general::wordSize, from + size - general::wordSize);
-    while (size-- != 0)
-        to[size] = from[size];
-}
-
 void removeSlot(PQueue *queue, uint32_t number)
 {
     --queue->count;
     if (queue->count > number)
-        moveDown(slot(queue, number), slot(queue, number + 1), size_t{queue->count - number} * queue->elementSize);
+        general::moveDown(slot(queue, number), slot(queue, number + 1),
+                          size_t{queue->count - number} * queue->elementSize);
 }
 
 /// What is wrong with the element at an index.
@@ -137,7 +65,7 @@ void copyOne(void *destination, const void *source, uint32_t elementSize)
     if (elementSize == general::wordSize)
         general::copyWord(destination, source);
     else
-        general::copyElement(destination, source, elementSize);
+        general::copyBytes(destination, source, elementSize);
 }
 
 void copyOut(const PQueue *queue, uint32_t number, void *element)
@@ -149,22 +77,9 @@ void copyOut(const PQueue *queue, uint32_t number, void *element)
 
 PQueue *PQCreate(uint32_t elementSize, PQCompare compare)
 {
-    size_t size = 0;
-    if (!storageSize(initialCapacity, elementSize, size))
-        return nullptr;
-    auto *queue = static_cast<PQueue *>(malloc(sizeof(PQueue)));
-    auto *storage = static_cast<unsigned char *>(malloc(size));
-    if (queue == nullptr || storage == nullptr) {
-        free(queue);
-        free(storage);
-        return nullptr;
-    }
-    *queue = PQueue{.magic = pqueueMagic,
-                    .compare = compare,
-                    .elementSize = elementSize,
-                    .count = 0,
-                    .capacity = initialCapacity,
-                    .storage = storage};
+    auto *queue = general::createContainer<PQueue>(elementSize);
+    if (queue != nullptr)
+        queue->compare = compare;
     return queue;
 }
 
@@ -173,9 +88,7 @@ uint32_t PQDestroy(PQueue *queue)
     if (!isLive(queue))
         return PQ_BAD_HANDLE;
 
-    general::clearMagic(queue->magic);
-    free(queue->storage);
-    free(queue);
+    general::destroyContainer(queue);
     return PQ_OK;
 }
 
@@ -183,13 +96,13 @@ uint32_t PQAdd(PQueue *queue, const void *element)
 {
     if (!isLive(queue))
         return PQ_BAD_HANDLE;
-    if (queue->count >= queue->capacity && !grow(queue))
+    if (queue->count >= queue->capacity && !general::growStorage(queue))
         return PQ_NO_MEMORY;
 
     uint32_t number = insertionSlot(queue, element);
     unsigned char *place = slot(queue, number);
     if (queue->count > number)
-        moveUp(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
+        general::moveUp(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
     copyOne(place, element, queue->elementSize);
     ++queue->count;
     return PQ_OK;

@@ -1,12 +1,9 @@
-#include "base/checked_size.h"
-#include "base/element_copy.h"
-#include "base/handle_magic.h"
+#include "base/element_storage.h"
 #include "base/module_id.h"
 
 #include "general/queue.h"
 
 #include <stddef.h>
-#include <stdlib.h>
 #include <string.h>
 
 GENERAL_MODULE_ID("$Id$");
@@ -26,21 +23,13 @@ static_assert(offsetof(Queue, capacity) == 4 && offsetof(Queue, elementSize) == 
 static_assert(offsetof(Queue, tail) == 16 && offsetof(Queue, head) == 20 && offsetof(Queue, storage) == 24);
 static_assert(sizeof(Queue) == 28);
 
+template<>
+constexpr uint32_t general::liveMagic<Queue> = 0x51756531;
+
 namespace {
 
-constexpr uint32_t queueMagic = 0x51756531;
-constexpr uint32_t initialCapacity = 20;
-constexpr uint32_t growthStep = 10;
-
-bool isLive(const Queue *queue)
-{
-    return queue != nullptr && queue->magic == queueMagic;
-}
-
-unsigned char *slot(const Queue *queue, uint32_t number)
-{
-    return general::elementAt(queue->storage, number, queue->elementSize);
-}
+using general::isLive;
+using general::slot;
 
 uint32_t slotOfIndex(const Queue *queue, uint32_t index)
 {
@@ -63,16 +52,11 @@ void moveSlots(const Queue *queue, uint32_t destination, uint32_t source, uint32
 /// leaves the new room between tail and head.
 bool grow(Queue *queue)
 {
-    size_t size = 0;
-    if (!general::checkedProduct(queue->capacity + growthStep, queue->elementSize, size))
+    uint32_t formerCapacity = queue->capacity;
+    if (!general::growStorage(queue))
         return false;
-    void *storage = realloc(queue->storage, size);
-    if (storage == nullptr)
-        return false;
-    queue->storage = static_cast<unsigned char *>(storage);
-    moveSlots(queue, queue->head + growthStep, queue->head, queue->capacity - queue->head);
-    queue->head += growthStep;
-    queue->capacity += growthStep;
+    moveSlots(queue, queue->head + general::growthStep, queue->head, formerCapacity - queue->head);
+    queue->head += general::growthStep;
     return true;
 }
 
@@ -106,7 +90,7 @@ void dropOldest(Queue *queue)
 {
     if (queue->count == queue->capacity && !grow(queue))
         return QUE_NO_MEMORY;
-    general::copyElement(slot(queue, queue->tail), element, queue->elementSize);
+    general::copyBytes(slot(queue, queue->tail), element, queue->elementSize);
     queue->tail = slotAfter(queue, queue->tail);
     ++queue->count;
     return QUE_OK;
@@ -115,7 +99,7 @@ void dropOldest(Queue *queue)
 /// Takes out the oldest element, of any size.
 [[gnu::noinline]] QueStat takeOldest(Queue *queue, void *element)
 {
-    general::copyElement(element, slot(queue, queue->head), queue->elementSize);
+    general::copyBytes(element, slot(queue, queue->head), queue->elementSize);
     dropOldest(queue);
     return QUE_OK;
 }
@@ -134,24 +118,7 @@ QueStat checkIndex(const Queue *queue, uint32_t index)
 
 Queue *QueCreate(uint32_t elementSize)
 {
-    size_t size = 0;
-    if (elementSize == 0 || !general::checkedProduct(initialCapacity, elementSize, size))
-        return nullptr;
-    auto *queue = static_cast<Queue *>(malloc(sizeof(Queue)));
-    auto *storage = static_cast<unsigned char *>(malloc(size));
-    if (queue == nullptr || storage == nullptr) {
-        free(queue);
-        free(storage);
-        return nullptr;
-    }
-    *queue = Queue{.magic = queueMagic,
-                   .capacity = initialCapacity,
-                   .elementSize = elementSize,
-                   .count = 0,
-                   .tail = 0,
-                   .head = 0,
-                   .storage = storage};
-    return queue;
+    return elementSize == 0 ? nullptr : general::createContainer<Queue>(elementSize);
 }
 
 uint32_t QueDestroy(Queue *queue)
@@ -159,9 +126,7 @@ uint32_t QueDestroy(Queue *queue)
     if (!isLive(queue))
         return QUE_BAD_HANDLE;
 
-    general::clearMagic(queue->magic);
-    free(queue->storage);
-    free(queue);
+    general::destroyContainer(queue);
     return QUE_OK;
 }
 
@@ -237,7 +202,7 @@ uint32_t QueLook(const Queue *queue, uint32_t index, void *element)
     if (element == nullptr)
         return QUE_BAD_ARG;
 
-    general::copyElement(element, slot(queue, slotOfIndex(queue, index)), queue->elementSize);
+    general::copyBytes(element, slot(queue, slotOfIndex(queue, index)), queue->elementSize);
     return QUE_OK;
 }
 

@@ -1,8 +1,6 @@
-#include "base/crt_stdio.h"
+#include "base/module_id.h"
 
 #include "containers/RedBlack_node.h"
-
-#include "base/module_id.h"
 
 #include "general/redblack.h"
 
@@ -25,11 +23,6 @@ void paintRed(RbNode *node)
 void paintBlack(RbNode *node)
 {
     node->flags &= ~uint32_t{RB_RED};
-}
-
-bool isEmpty(const RbNode *tree)
-{
-    return tree->parent == tree;
 }
 
 RbNode *sibling(const RbNode *node)
@@ -152,7 +145,7 @@ template<typename Order>
     *found = 0;
     if (!tree->isHead())
         return nullptr;
-    if (isEmpty(tree))
+    if (tree->isEmpty())
         return tree;
 
     RbNode *last = tree->previous();
@@ -304,76 +297,6 @@ RbNode *removeParent(const RbNode *leaf)
     return parent;
 }
 
-/// The parts of the two dumps that differ.
-class StringDump {
-public:
-    static int printHead(const RbNode *head) { return printf("Head: 0x%p.  Root = 0x%p\n", head, head->parent); }
-    static int printInternal(const RbNode *node)
-    {
-        return printf("Int node 0x%p: %c,%c: l=0x%p, r=0x%p, p=0x%p, lr=(%s,%s)\n", node, colourOf(node), sideOf(node),
-                      node->child[RB_LEFT], node->child[RB_RIGHT], node->parent, keyOf(node->leafLeft),
-                      keyOf(node->leafRight));
-    }
-    static int printLeaf(const RbNode *leaf)
-    {
-        return printf("Ext node 0x%p: %c,%c: p=0x%p, k=%s\n", leaf, colourOf(leaf), sideOf(leaf), leaf->parent,
-                      keyOf(leaf));
-    }
-
-protected:
-    static int colourOf(const RbNode *node) { return node->isRed() ? 'R' : 'B'; }
-    static int sideOf(const RbNode *node) { return node->side() == RB_LEFT ? 'l' : 'r'; }
-
-private:
-    static const char *keyOf(const RbNode *leaf) { return static_cast<const char *>(leaf->key); }
-};
-
-class IntegerDump : StringDump {
-public:
-    static int printHead(const RbNode *head)
-    {
-        return printf("Head: 0x%p.  Root = 0x%p, < = 0x%p, > = 0x%p\n", head, head->parent, head->previous(),
-                      head->next());
-    }
-    static int printInternal(const RbNode *node)
-    {
-        return printf("Int node 0x%p: %c,%c: l=0x%p, r=0x%p, p=0x%p, lr=(%ld,%ld)\n", node, colourOf(node),
-                      sideOf(node), node->child[RB_LEFT], node->child[RB_RIGHT], node->parent, keyOf(node->leafLeft),
-                      keyOf(node->leafRight));
-    }
-    static int printLeaf(const RbNode *leaf)
-    {
-        return printf("Ext node 0x%p: %c,%c: p=0x%p, <=0x%p, >=0x%p k=%ld v=%p\n", leaf, colourOf(leaf), sideOf(leaf),
-                      leaf->parent, leaf->previous(), leaf->next(), keyOf(leaf), leaf->value);
-    }
-
-private:
-    static long keyOf(const RbNode *leaf) { return RbKeyI(leaf); }
-};
-
-template<typename Dump>
-int32_t printSubtree(const RbNode *node, int32_t indent)
-{
-    if (node->isInternal()) {
-        printSubtree<Dump>(node->child[RB_LEFT], indent + 2);
-        printSubtree<Dump>(node->child[RB_RIGHT], indent + 2);
-    }
-    for (int32_t i = 0; i < indent; ++i)
-        printf(" ");
-    return node->isInternal() ? Dump::printInternal(node) : Dump::printLeaf(node);
-}
-
-template<typename Dump>
-int32_t printTree(const RbNode *node, int32_t indent)
-{
-    if (!node->isHead())
-        return printSubtree<Dump>(node, indent);
-    if (isEmpty(node))
-        return printf("tree 0x%p is empty\n", node);
-    Dump::printHead(node);
-    return printSubtree<Dump>(node->parent, 0);
-}
-
 /// Null, by a call that the compiler cannot turn into a conditional move: with a branch, a walk goes on
 /// to the leaf after next while the flags that tell a leaf from the head are still on their way.
 [[gnu::noinline, gnu::cold]] RbNode *endOfOrder()
@@ -455,7 +378,7 @@ RbNode *RbExactG(RbNode *tree, const void *key, RbCompare compare)
 
 RbNode *RbInsert_b(RbNode *position, const void *key, void *value)
 {
-    bool first = position->isHead() && isEmpty(position);
+    bool first = position->isHead() && position->isEmpty();
     auto *leaf = static_cast<RbNode *>(malloc(sizeof(RbNode)));
     auto *separator = first ? nullptr : static_cast<RbNode *>(malloc(sizeof(RbNode)));
     if (leaf == nullptr || (separator == nullptr && !first)) {
@@ -521,12 +444,12 @@ void *RbVal(const RbNode *leaf)
 
 RbNode *RbFirst(const RbNode *tree)
 {
-    return tree->isHead() && !isEmpty(tree) ? tree->next() : nullptr;
+    return tree->isHead() && !tree->isEmpty() ? tree->next() : nullptr;
 }
 
 RbNode *RbLast(const RbNode *tree)
 {
-    return tree->isHead() && !isEmpty(tree) ? tree->previous() : nullptr;
+    return tree->isHead() && !tree->isEmpty() ? tree->previous() : nullptr;
 }
 
 RbNode *RbNext(const RbNode *leaf)
@@ -564,14 +487,4 @@ int32_t RbPlength(const RbNode *leaf)
     for (; !leaf->isHead(); leaf = leaf->parent)
         ++nodes;
     return nodes;
-}
-
-int32_t RbPrintTree(const RbNode *node, int32_t indent)
-{
-    return printTree<StringDump>(node, indent);
-}
-
-int32_t RbPrintTreeI(const RbNode *node, int32_t indent)
-{
-    return printTree<IntegerDump>(node, indent);
 }

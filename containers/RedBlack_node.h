@@ -42,6 +42,7 @@ struct RbNode {
     bool isRoot() const { return (flags & RB_ROOT) != 0; }
     bool isHead() const { return (flags & RB_HEAD) != 0; }
     bool isLeaf() const { return (flags & (RB_INTERNAL | RB_HEAD)) == 0; }
+    bool isEmpty() const { return parent == this; } ///< of a head: whether its tree has no leaf
     RbSide side() const { return (flags & RB_LEFT_SIDE) != 0 ? RB_LEFT : RB_RIGHT; }
 
     // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): the analyzer does not see that deleted leaves are unlinked

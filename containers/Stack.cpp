@@ -1,12 +1,9 @@
-#include "base/checked_size.h"
-#include "base/element_copy.h"
-#include "base/handle_magic.h"
+#include "base/element_storage.h"
 #include "base/module_id.h"
 
 #include "general/stack.h"
 
 #include <stddef.h>
-#include <stdlib.h>
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -21,41 +18,19 @@ struct Stack {
 static_assert(offsetof(Stack, capacity) == 4 && offsetof(Stack, elementSize) == 8);
 static_assert(offsetof(Stack, count) == 12 && offsetof(Stack, storage) == 16 && sizeof(Stack) == 20);
 
+template<>
+constexpr uint32_t general::liveMagic<Stack> = 0x53746131;
+
 namespace {
 
-constexpr uint32_t stackMagic = 0x53746131;
-constexpr uint32_t initialCapacity = 20;
-constexpr uint32_t growthStep = 10;
-
-bool isLive(const Stack *stack)
-{
-    return stack != nullptr && stack->magic == stackMagic;
-}
-
-unsigned char *slot(const Stack *stack, uint32_t index)
-{
-    return general::elementAt(stack->storage, index, stack->elementSize);
-}
-
-bool grow(Stack *stack)
-{
-    size_t size = 0;
-    if (!general::checkedProduct(stack->capacity + growthStep, stack->elementSize, size))
-        return false;
-    void *storage = realloc(stack->storage, size);
-    if (storage == nullptr)
-        return false;
-    stack->storage = static_cast<unsigned char *>(storage);
-    stack->capacity += growthStep;
-    return true;
-}
+using general::isLive;
 
 /// Pushes an element of any size, growing the storage first if it is full.
 [[gnu::noinline]] StackStat push(Stack *stack, const void *element)
 {
-    if (stack->count == stack->capacity && !grow(stack))
+    if (stack->count == stack->capacity && !general::growStorage(stack))
         return STACK_NO_MEMORY;
-    general::copyElement(slot(stack, stack->count), element, stack->elementSize);
+    general::copyBytes(general::slot(stack, stack->count), element, stack->elementSize);
     ++stack->count;
     return STACK_OK;
 }
@@ -64,7 +39,7 @@ bool grow(Stack *stack)
 [[gnu::noinline]] StackStat pop(Stack *stack, void *element)
 {
     --stack->count;
-    general::copyElement(element, slot(stack, stack->count), stack->elementSize);
+    general::copyBytes(element, general::slot(stack, stack->count), stack->elementSize);
     return STACK_OK;
 }
 
@@ -72,19 +47,7 @@ bool grow(Stack *stack)
 
 Stack *StackCreate(uint32_t elementSize)
 {
-    size_t size = 0;
-    if (elementSize == 0 || !general::checkedProduct(initialCapacity, elementSize, size))
-        return nullptr;
-    auto *stack = static_cast<Stack *>(malloc(sizeof(Stack)));
-    auto *storage = static_cast<unsigned char *>(malloc(size));
-    if (stack == nullptr || storage == nullptr) {
-        free(stack);
-        free(storage);
-        return nullptr;
-    }
-    *stack = Stack{
-        .magic = stackMagic, .capacity = initialCapacity, .elementSize = elementSize, .count = 0, .storage = storage};
-    return stack;
+    return elementSize == 0 ? nullptr : general::createContainer<Stack>(elementSize);
 }
 
 uint32_t StackDestroy(Stack *stack)
@@ -92,9 +55,7 @@ uint32_t StackDestroy(Stack *stack)
     if (!isLive(stack))
         return STACK_BAD_HANDLE;
 
-    general::clearMagic(stack->magic);
-    free(stack->storage);
-    free(stack);
+    general::destroyContainer(stack);
     return STACK_OK;
 }
 

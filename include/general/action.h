@@ -3,8 +3,9 @@
 ///
 /// A callback may call every function on its own registry. Entries that it adds run in the same pass;
 /// entries that it removes do not run any more; and a registry that it destroys is freed when the
-/// outermost ActionDo returns, after the rest of the pass has run. A registry is not locked: callers
-/// serialise access to one registry.
+/// outermost ActionDo returns, after the rest of the pass has run. Callbacks have to return: after one
+/// that leaves by longjmp or an exception, what is removed is never freed, nor is the registry. A
+/// registry is not locked: callers serialise access to one registry.
 
 #ifndef GENERAL_ACTION_H
 #define GENERAL_ACTION_H
@@ -20,7 +21,7 @@ typedef void(GENERAL_CALL *ActionCallback)(void *first, void *userData, void *se
 
 /// Outcome of the calls that return one.
 typedef enum ActionStat {
-    ACTION_OK = 0,
+    ACTION_OK = 0,         ///< done
     ACTION_BAD_HANDLE = 1, ///< null, or not a registry
     ACTION_NO_ENTRY = 3    ///< no such entry, or nowhere to put the count
 } ActionStat;

@@ -20,13 +20,13 @@ typedef struct ArrayLst ArrayLst;
 
 /// Outcome of every array list call. After any but ARRAYLST_OK the list is unchanged.
 typedef enum ArrayLstStat {
-    ARRAYLST_OK = 0,
+    ARRAYLST_OK = 0,           ///< done
     ARRAYLST_BAD_MALLOC = 1,   ///< memory is exhausted
     ARRAYLST_EMPTY = 2,        ///< no pair, or no further one
     ARRAYLST_INVALID_ARGS = 3, ///< what was to be destroyed is not a list
-    ARRAYLST_NO_SUCH_KEY = 4,
-    ARRAYLST_NO_SUCH_LST = 5, ///< null, or not a live list
-    ARRAYLST_NO_SUCH_OBJ = 6  ///< no pair with that object, or at that index
+    ARRAYLST_NO_SUCH_KEY = 4,  ///< no pair with that key
+    ARRAYLST_NO_SUCH_LST = 5,  ///< null, or not a live list
+    ARRAYLST_NO_SUCH_OBJ = 6   ///< no pair with that object, or at that index
 } ArrayLstStat;
 
 /// Makes an empty list.

@@ -4,7 +4,8 @@
 /// Each access finds the key's value, or has it made by a callback, and takes a reference on it, which
 /// CacheFinish drops. Values without references may be evicted, the least recently used first; when
 /// every value is referenced, the cache grows instead. Look-up is a linear scan that compares
-/// lengths first. A cache is not locked: callers serialise access to one cache.
+/// lengths first. Both callbacks have to return: one that leaves by longjmp or an exception leaves a
+/// slot behind that is taken for ever. A cache is not locked: callers serialise access to one cache.
 
 #ifndef GENERAL_CACHE_H
 #define GENERAL_CACHE_H
@@ -14,21 +15,23 @@
 /// A cache. Opaque to callers.
 typedef struct Cache Cache;
 
-/// Makes the value for a key. It may access other keys of the same cache, and must not otherwise
-/// change it.
+/// Makes the value for a key. It may access and finish other keys of the same cache, but none that is
+/// being made itself, and must neither remove keys nor delete the cache. A maker that has no value to
+/// give leaves null: the access then succeeds with null, which is cached as any other value is. Give it
+/// up by CacheRemove to have the next access try again.
 /// @param key       the cache's own copy of the key
 /// @param length    its length in bytes
-/// @param value     receives the value
+/// @param value     receives the value; null until it is written
 /// @param argument  what CacheAccess was given
 typedef void(GENERAL_CALL *CacheMake)(const void *key, int32_t length, void **value, void *argument);
 
-/// Disposes of a value. It must not call into the same cache.
+/// Disposes of a value; null comes here too, where a maker left it. It must not call into the same cache.
 typedef void(GENERAL_CALL *CacheDispose)(const void *key, int32_t length, void *value);
 
 /// Outcome of every cache call but CacheCreate.
 typedef enum CacheStat {
-    CACHE_OK = 0,
-    CACHE_NO_MEMORY = 1,
+    CACHE_OK = 0,           ///< done
+    CACHE_NO_MEMORY = 1,    ///< memory is exhausted
     CACHE_NO_ENTRY = 2,     ///< no slot holds that key
     CACHE_NO_REFERENCE = 3, ///< the key's slot holds no reference
     CACHE_BAD_HANDLE = 4    ///< null, or not a live cache

@@ -1,10 +1,11 @@
 /// @file
 /// Growable byte buffer.
 ///
-/// The memory is always a whole number of quanta, a size that the caller chooses per buffer, so that
-/// a run of small appends causes few reallocations. It only ever grows, except through CBufShrink
-/// and CBufClear. Source bytes may not lie inside the buffer that they are copied to. A buffer is
-/// not locked: callers serialise access to one buffer.
+/// The memory grows to a whole number of quanta, a size that the caller chooses per buffer, so that a
+/// run of small appends causes few reallocations. It only ever grows, except through CBufShrink, which
+/// cuts it to the contents, and CBufClear. Growth is linear: filling a buffer by small appends copies it
+/// as often as its length holds the quantum. Bytes to copy may not overlap the buffer's own memory. A
+/// buffer is not locked: callers serialise access to one buffer.
 
 #ifndef GENERAL_CBUF_H
 #define GENERAL_CBUF_H
@@ -16,7 +17,7 @@ typedef struct CBuf CBuf;
 
 /// Outcome of every buffer call. After any but CBUF_OK contents and length are unchanged.
 typedef enum CBufStat {
-    CBUF_OK = 0,
+    CBUF_OK = 0,          ///< done
     CBUF_BAD_HANDLE = 1,  ///< null, or not a live buffer
     CBUF_BAD_MALLOC = 2,  ///< memory is exhausted, or the length would exceed the address space
     CBUF_BAD_QUANTUM = 3, ///< quantum 0
@@ -27,7 +28,8 @@ typedef enum CBufStat {
 #define CBUF_END 0xFFFFFFFFu
 
 /// Makes an empty buffer, without memory for contents yet.
-/// @param quantum  bytes by which the memory grows, not 0
+/// @param quantum  bytes by which the memory grows, not 0. Any contents take at least as much, so a
+///                 quantum that cannot be had makes every append fail
 /// @return the buffer, which the caller hands to CBufDestroy; null if the quantum is 0 or memory is
 ///         exhausted
 GENERAL_API CBuf *GENERAL_CALL CBufCreate(uint32_t quantum);

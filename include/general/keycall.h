@@ -15,10 +15,10 @@ typedef struct KeyCall KeyCall;
 
 /// Outcome of the calls that return one.
 typedef enum KeyCallStat {
-    KEYCALL_OK = 0,
+    KEYCALL_OK = 0,         ///< done
     KEYCALL_BAD_HANDLE = 1, ///< null, or not a live registry
     KEYCALL_NO_ENTRY = 2,   ///< no entry with that key or at that index, or none at all
-    KEYCALL_NO_MEMORY = 3
+    KEYCALL_NO_MEMORY = 3   ///< memory is exhausted
 } KeyCallStat;
 
 /// Makes an empty registry.

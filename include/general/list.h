@@ -11,6 +11,9 @@
 ///     ListInsert(&jobs->links, &job->links);            // at the end
 ///     for (ListNode *n = jobs->links.next; n != &jobs->links; n = n->next) ...
 ///
+/// ListDestroy frees what is on the list or spare. Nothing frees a node that has been unlinked and not
+/// given back: hand it to ListFreeNode before the list is destroyed.
+///
 /// A list is not locked: callers serialise access to one list.
 
 #ifndef GENERAL_LIST_H
@@ -39,13 +42,15 @@ typedef struct List {
 /// @return the list, which the caller hands to ListDestroy, or null if memory is exhausted
 GENERAL_API List *GENERAL_CALL ListMake(uint32_t nodeSize);
 
-/// Frees every node on the list, every spare node and the list itself.
+/// Frees every node on the list, every spare node and the list itself; not what nodes point to, and
+/// not nodes that are neither on the list nor spare.
 /// @param list  a live list
 /// @return 1, or 0 for a null handle or one that is not a live list
 GENERAL_API int GENERAL_CALL ListDestroy(List *list);
 
 /// Hands out a node that is on no list: the one that ListFreeNode was given last if there is a
-/// spare, a new block otherwise. Its contents are not cleared.
+/// spare, a new block otherwise. Its contents are not cleared. Until it is linked or given back, it is
+/// the caller's to keep track of.
 /// @param list  a live list
 /// @return nodeSize bytes that belong to the list; null if the handle is null or not a live list, or
 ///         if memory is exhausted
@@ -53,7 +58,7 @@ GENERAL_API void *GENERAL_CALL ListMakeNode(List *list);
 
 /// Takes a node back for the next ListMakeNode. Its memory returns to the heap with ListDestroy only.
 /// @param list  a live list; the call is ignored otherwise
-/// @param node  a node of this list that has been unlinked already
+/// @param node  a node of this list that is unlinked, or was never linked; null is ignored
 GENERAL_API void GENERAL_CALL ListFreeNode(List *list, void *node);
 
 /// Links a node in front of a position. Nothing is checked.

@@ -15,10 +15,10 @@ typedef struct Map Map;
 
 /// Outcome of the calls that return one.
 typedef enum MapStat {
-    MAP_OK = 0,
+    MAP_OK = 0,         ///< done
     MAP_BAD_HANDLE = 1, ///< null, or not a live map
-    MAP_NO_MEMORY = 2,
-    MAP_NOT_FOUND = 3 ///< no entry with that key, or no further entry
+    MAP_NO_MEMORY = 2,  ///< memory is exhausted
+    MAP_NOT_FOUND = 3   ///< no entry with that key, or no further entry
 } MapStat;
 
 /// Last-error codes of MapCreate: the C runtime's error numbers for the same two things.

@@ -18,19 +18,21 @@ typedef struct PQueue PQueue;
 
 /// Orders two elements. A negative result puts the new element before the queued one, so a
 /// comparison that is negative when its first argument is the smaller one hands out the largest
-/// element first.
+/// element first. It must not call into the queue that it is called by, nor leave by longjmp or an
+/// exception.
 typedef int(GENERAL_CALL *PQCompare)(const void *queued, const void *added);
 
 /// Outcome of every priority queue call. After any but PQ_OK the queue is unchanged.
 typedef enum PQStat {
-    PQ_OK = 0,
+    PQ_OK = 0,         ///< done
     PQ_BAD_HANDLE = 1, ///< null, or not a live queue
     PQ_BAD_INDEX = 2,  ///< nothing is queued, or the index is negative or not below the count
     PQ_NO_MEMORY = 3   ///< storage could not grow
 } PQStat;
 
 /// Makes an empty queue.
-/// @param elementSize  bytes per element
+/// @param elementSize  bytes per element. With 0 the queue counts: elements can be added and removed,
+///                     nothing is copied, and their addresses are not to be read through
 /// @param compare      the order; not null
 /// @return the queue, which the caller hands to PQDestroy; null if 20 elements of that size exceed
 ///         the address space or memory is exhausted

@@ -15,7 +15,7 @@ typedef struct Queue Queue;
 
 /// Outcome of every queue call. After any but QUE_OK the queue is unchanged.
 typedef enum QueStat {
-    QUE_OK = 0,
+    QUE_OK = 0,         ///< done
     QUE_BAD_HANDLE = 1, ///< null, or not a live queue
     QUE_EMPTY = 2,      ///< nothing is queued
     QUE_NO_MEMORY = 3,  ///< storage could not grow

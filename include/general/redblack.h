@@ -13,9 +13,22 @@
 ///     if (!found)
 ///         RbInsert_b(position, word, counter);
 ///
+/// A leaf stays where it is, with its key and value, until it is deleted itself: other insertions and
+/// deletions do not move it. Deleting frees it, so a walk takes the next leaf first:
+///
+///     for (RbNode *next, *leaf = RbFirst(tree); leaf; leaf = next) {
+///         next = RbNext(leaf);
+///         if (isOutdated(RbVal(leaf)))
+///             RbDeleteNode(leaf);
+///     }
+///
+/// A position from a search holds until the tree next changes: what belongs in front of it may be
+/// another leaf then. Internal nodes come and go with every change.
+///
 /// Nodes are found, inserted and deleted in O(log n); a step along the order takes constant time.
 /// An insertion takes two heap blocks (the first leaf one), a deletion frees as many. A tree is not
-/// locked: callers serialise access to one tree. Null arguments are not checked.
+/// locked: callers serialise access to one tree. Null arguments are not checked, and a destroyed tree is
+/// not told from a live one: it has no magic.
 ///
 /// Methods: red-black trees, R. Bayer (1972), L. J. Guibas and R. Sedgewick (1978).
 
@@ -27,7 +40,8 @@
 /// A tree's head, one of its leaves, or an internal node. Opaque to callers.
 typedef struct RbNode RbNode;
 
-/// Orders opaque keys: negative, 0 or positive as searchKey comes before, equals or follows nodeKey.
+/// Orders opaque keys: negative, 0 or positive as searchKey comes before, equals or follows nodeKey. It
+/// must not change the tree that is searched.
 typedef int(GENERAL_CALL *RbCompare)(const void *searchKey, const void *nodeKey);
 
 /// Makes an empty tree.
@@ -108,7 +122,7 @@ GENERAL_API RbNode *GENERAL_CALL RbInsert_b(RbNode *position, const void *key, v
 /// @return as RbInsert_b
 GENERAL_API RbNode *GENERAL_CALL RbInsert_a(RbNode **position, const void *key, void *value);
 
-/// Deletes a leaf; its key and value are not touched.
+/// Deletes a leaf and frees it; its key and value are not touched.
 /// @param leaf  a leaf; heads and internal nodes are left alone
 GENERAL_API void GENERAL_CALL RbDeleteNode(RbNode *leaf);
 

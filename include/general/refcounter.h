@@ -12,12 +12,14 @@
 /// A counter. Opaque to callers.
 typedef struct RefCounter RefCounter;
 
-/// Disposes of a value whose last reference is gone.
+/// Disposes of a value whose last reference is gone. The counter is freed when this returns, whatever
+/// happens in it: a reference taken in here does not keep it, and dropping one does nothing more. It has
+/// to return; the counter is lost if it leaves by longjmp or an exception.
 typedef void(GENERAL_CALL *RefCounterRelease)(void *value, void *context);
 
 /// Makes a counter that holds one reference.
 /// @param value    the caller's, not interpreted
-/// @param release  called once, when the last reference goes
+/// @param release  called once, when the last reference goes; not null
 /// @param context  handed to release
 /// @return the counter, which its last release frees; null if memory is exhausted
 GENERAL_API RefCounter *GENERAL_CALL RefCounterCreate(void *value, RefCounterRelease release, void *context);
@@ -30,13 +32,12 @@ GENERAL_API void *GENERAL_CALL RefCounterGetValue(const RefCounter *counter);
 /// @return the number of references
 GENERAL_API uint32_t GENERAL_CALL RefCounterGetReferenceCount(const RefCounter *counter);
 
-/// Takes one more reference.
+/// Takes one more reference. There may be 2^32 - 1.
 /// @param counter  a live counter
 /// @return the counter
 GENERAL_API RefCounter *GENERAL_CALL RefCounterAddReference(RefCounter *counter);
 
-/// Drops one reference. With the last one the callback runs, and then the counter is freed. A release
-/// from inside the callback does nothing.
+/// Drops one reference. With the last one the callback runs, once, and then the counter is freed.
 /// @param counter  a live counter
 GENERAL_API void GENERAL_CALL RefCounterReleaseReference(RefCounter *counter);
 

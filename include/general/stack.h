@@ -14,7 +14,7 @@ typedef struct Stack Stack;
 
 /// Outcome of every stack call.
 typedef enum StackStat {
-    STACK_OK = 0,
+    STACK_OK = 0,         ///< done
     STACK_BAD_HANDLE = 1, ///< null, or not a live stack
     STACK_EMPTY = 2,      ///< nothing to take
     STACK_NO_MEMORY = 3,  ///< storage could not grow; the stack is unchanged

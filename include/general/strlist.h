@@ -22,8 +22,9 @@ typedef struct StrList {
 /// Fills a record as an empty list with memory to begin with. When memory is exhausted, `allocated`
 /// is 0 and the list is usable all the same.
 /// @param list             the caller's record
-/// @param size             bytes to begin with
-/// @param growthIncrement  least number of bytes to grow by; may be 0
+/// @param size             bytes to begin with; 2^31 and more count as exhausted memory
+/// @param growthIncrement  least number of bytes to grow by; may be 0. From 2^31 on, and as soon as the
+///                         buffer and the increment together reach it, every growth fails
 GENERAL_API void GENERAL_CALL StrListInit(StrList *list, uint32_t size, uint32_t growthIncrement);
 
 /// Appends a copy of a string.

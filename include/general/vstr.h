@@ -13,13 +13,14 @@ typedef struct Vstr Vstr;
 
 /// Outcome of the calls that return one. After any but VSTR_OK the string is unchanged.
 typedef enum VstrStat {
-    VSTR_OK = 0,
+    VSTR_OK = 0,         ///< done
     VSTR_BAD_HANDLE = 1, ///< null, or not a live string
     VSTR_NO_MEMORY = 2   ///< memory is exhausted, or the length would exceed 2^31 - 1
 } VstrStat;
 
 /// Makes an empty string, without memory for text yet.
-/// @param growthIncrement  least number of bytes to grow by, at least 1
+/// @param growthIncrement  least number of bytes to grow by, at least 1. As soon as the memory and the
+///                         increment together pass 2^31 - 1, growth fails
 /// @return the string, which the caller hands to VstrDestroy; null if the increment is below 1 or
 ///         memory is exhausted
 GENERAL_API Vstr *GENERAL_CALL VstrCreate(int32_t growthIncrement);
