@@ -37,26 +37,30 @@ struct Section {
     std::vector<Item> items;
 };
 
-std::string quoted(const std::string &text)
-{
-    std::string result = "\"";
-    for (char c : text) {
-        if (c == '"' || c == '\\')
-            result += '\\';
-        if (static_cast<unsigned char>(c) >= ' ')
-            result += c;
-        else
-            result += ' ';
-    }
-    return result + '"';
-}
-
 template<typename... Arguments>
 std::string format(const char *pattern, Arguments... arguments)
 {
     char text[128];
     snprintf(text, sizeof text, pattern, arguments...);
     return text;
+}
+
+/// A JSON string in plain ASCII, of a text as the system tells it: in its own code page.
+std::string quoted(const std::string &text)
+{
+    auto size = static_cast<int>(text.size());
+    std::vector<wchar_t> units(text.size());
+    units.resize(static_cast<size_t>(MultiByteToWideChar(CP_ACP, 0, text.data(), size, units.data(), size)));
+    std::string result = "\"";
+    for (wchar_t unit : units) {
+        if (unit < ' ' || unit > '~')
+            result += format("\\u%04x", unsigned{unit});
+        else if (unit == '"' || unit == '\\')
+            result += {'\\', static_cast<char>(unit)};
+        else
+            result += static_cast<char>(unit);
+    }
+    return result + '"';
 }
 
 Item text(const char *name, const std::string &value)
