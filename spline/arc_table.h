@@ -68,6 +68,13 @@ private:
 };
 
 /// Looks values up in an object's table.
+///
+/// The formulas at the top subtract numbers that grow with the place along the curve, in single precision:
+/// far from the start nothing would be left of a short interval. The same function seen from the ends of
+/// its interval, (u0, a0) and (u2, a2), has no such difference. With D(u) = c2 u + c1 it is the mean
+///   a = (a0 (u2 - u) D(u0) + a2 (u - u0) D(u2)) / ((u2 - u) D(u0) + (u - u0) D(u2)),
+/// whose inverse is this mean with D(u0) and D(u2) exchanged. So a result lies between the ends, and either
+/// direction undoes the other.
 class ArcMap {
 public:
     explicit ArcMap(const Spline1 *spline)
@@ -82,14 +89,51 @@ public:
 
     [[gnu::always_inline]] float lengthAt(float parameter) const
     {
-        return mapped<0, 1>(parameter, parameters_, lengths_);
+        return mapped(parameter, parameters_, lengths_,
+                      [this](int32_t interval, Ends u, Ends a) { return weights(interval, u, a); });
     }
-    [[gnu::always_inline]] float parameterAt(float length) const { return mapped<1, 0>(length, lengths_, parameters_); }
+    [[gnu::always_inline]] float parameterAt(float length) const
+    {
+        return mapped(length, lengths_, parameters_, [this](int32_t interval, Ends a, Ends u) {
+            Ends weight = weights(interval, u, a);
+            return Ends{weight.last, weight.first};
+        });
+    }
 
 private:
-    /// (c3 - Near x) / (c2 x + Far): Near and Far are the places of c0 and c1, or of c1 and c0 for the inverse.
-    template<int Near, int Far>
-    [[gnu::always_inline]] float mapped(float value, const ArcSamples &domain, const ArcSamples &range) const
+    /// A number for each end of an interval.
+    struct Ends {
+        double first;
+        double last;
+    };
+
+    /// D at both ends, but for a common factor.
+    [[gnu::always_inline]] Ends weights(int32_t interval, Ends u, Ends a) const
+    {
+        const float *c = coefficients_ + 4 * static_cast<size_t>(interval);
+        auto c1 = static_cast<double>(c[1]);
+        auto c2 = static_cast<double>(c[2]);
+        return c2 != 0 ? Ends{c2 * u.first + c1, c2 * u.last + c1} : weightsOfLine(c, u, a);
+    }
+
+    /// A piece counts as straight by the angle between its chords, which vanishes wherever one unit of
+    /// length is much more or much less than one of the parameter. The line that is stored still passes
+    /// through the middle sample, and with the ends this makes the curve again.
+    [[gnu::noinline]] static Ends weightsOfLine(const float *c, Ends u, Ends a)
+    {
+        constexpr double roundingOfCoefficients = 3e-7;
+        auto c1 = static_cast<double>(c[1]);
+        double fall = static_cast<double>(c[0]) * ((u.first + u.last) / 2);
+        double middle = static_cast<double>(c[3]) - fall;
+        Ends weight{c1 * a.last - middle, middle - c1 * a.first};
+        bool isStraight = fabs(weight.last - weight.first) <= roundingOfCoefficients * (fabs(c1 * a.last) + fabs(fall));
+        return isStraight ? Ends{1, 1} : weight;
+    }
+
+    /// @param weightsOf  gives the ends' weights from the interval and its ends in domain and range
+    template<typename WeightsOf>
+    [[gnu::always_inline]] static float mapped(float value, const ArcSamples &domain, const ArcSamples &range,
+                                               WeightsOf weightsOf)
     {
         auto x = static_cast<double>(value);
         if (!(x > domain.first()))
@@ -97,18 +141,16 @@ private:
         if (x >= domain.last())
             return static_cast<float>(range.last());
         int32_t interval = domain.intervalOf(value);
-        const float *c = coefficients_ + 4 * static_cast<size_t>(interval);
-        double y = (static_cast<double>(c[3]) - static_cast<double>(c[Near]) * x) /
-                   (static_cast<double>(c[2]) * x + static_cast<double>(c[Far]));
-        // Only by rounding does the formula leave the interval, and where both of its terms vanish: on a
-        // piece that begins or ends at a standstill.
-        double low = range.at(interval);
-        double high = range.at(interval + 1);
-        if (y >= low && y <= high)
-            return static_cast<float>(y);
-        if (y < low)
-            return static_cast<float>(low);
-        return static_cast<float>(y > high ? high : low + (high - low) / 2);
+        Ends from{domain.at(interval), domain.at(interval + 1)};
+        Ends to{range.at(interval), range.at(interval + 1)};
+        Ends weight = weightsOf(interval, from, to);
+        double last = (x - from.first) * weight.last;
+        double share = last / (last + (from.last - x) * weight.first);
+        // Out of 0..1 only when the weights differ in sign: a pole that belongs to the end of a piece with a
+        // standstill has been rounded into it, or the table is a stranger's. NaN when nothing has weight.
+        if (!(share >= 0 && share <= 1))
+            share = share < 0 ? 0 : share > 1 ? 1 : 0.5;
+        return static_cast<float>(to.first + (to.last - to.first) * share);
     }
 
     const float *coefficients_;

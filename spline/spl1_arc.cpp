@@ -25,15 +25,6 @@ uint32_t ensureArcTable(Spline1 *spline)
     return buildArcTable(spline) ? SPLINE_OK : SPLINE_NO_MEMORY;
 }
 
-/// Maps count values, the caller's or those at equal steps over [0, end].
-template<typename Map>
-void mapAll(const Spline1 *spline, int32_t count, const float *in, double end, float *out, Map map)
-{
-    double step = defaultStep(isClosed(spline), end, count);
-    for (int32_t i = 0; i < count; ++i)
-        out[i] = map(in != nullptr ? in[i] : static_cast<float>(i * step));
-}
-
 uint32_t checkMapping(Spline1 *spline, int32_t count, const float *output)
 {
     if (!isLive(spline))
@@ -67,7 +58,9 @@ uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, floa
     if (result != SPLINE_OK)
         return result;
     ArcMap map(spline);
-    mapAll(spline, count, params, map.lastParameter(), lengths, [&](float value) { return map.lengthAt(value); });
+    InputValues in(spline, count, params, map.lastParameter());
+    for (int32_t i = 0; i < count; ++i)
+        lengths[i] = map.lengthAt(in[i]);
     return SPLINE_OK;
 }
 
@@ -77,7 +70,9 @@ uint32_t Spline1Index(Spline1 *spline, int32_t count, const float *lengths, floa
     if (result != SPLINE_OK)
         return result;
     ArcMap map(spline);
-    mapAll(spline, count, lengths, map.lastLength(), params, [&](float value) { return map.parameterAt(value); });
+    InputValues in(spline, count, lengths, map.lastLength());
+    for (int32_t i = 0; i < count; ++i)
+        params[i] = map.parameterAt(in[i]);
     return SPLINE_OK;
 }
 

@@ -1,7 +1,8 @@
 #include "base/module_id.h"
 
+#include "spline/arc_bound.h"
 #include "spline/arc_table.h"
-#include "spline/evaluator.h"
+#include "spline/derivative.h"
 
 #include <algorithm>
 
@@ -14,234 +15,13 @@ namespace general::spline {
 
 namespace {
 
-/// Evaluations of the speed that one integration may take, beyond one for each value asked for.
-constexpr double mostEvaluations = 4e6;
-constexpr double leastIntegrationError = 0.00001;
-
-/// a f^2 + b f + c, with a not negative.
-struct Parabola {
-    double a;
-    double b;
-    double c;
-
-    double at(double f) const { return (a * f + b) * f + c; }
-
-    double lowest(double from, double to) const
-    {
-        double bottom = a > 0 ? -b / (2 * a) : from;
-        bottom = bottom > from ? std::min(bottom, to) : from;
-        return std::min(at(bottom), std::min(at(from), at(to)));
-    }
-};
-
-/// The derivative of a curve, span by span, as a polynomial of the local parameter.
+/// The speed at a parameter.
 template<int Points, int Dimension>
-class Derivative {
-public:
-    static constexpr int degree = Points - 1;
-
-    explicit Derivative(const Spline1 *spline) : spans_(spline), basis_(basisOf(spline)) {}
-
-    const Spans &spans() const { return spans_; }
-
-    void goTo(int32_t span)
-    {
-        if (span == span_)
-            return;
-        span_ = span;
-        for (auto &row : factor_)
-            for (double &component : row)
-                component = 0;
-        spans_.template visit<Points, Dimension>(span, [&](int j, const float *point) {
-            for (int r = 0; r < degree; ++r)
-                for (int c = 0; c < Dimension; ++c)
-                    factor_[r][c] += (degree - r) * basis_.row[r][j] * static_cast<double>(point[c]);
-        });
-    }
-
-    [[gnu::always_inline]] double speedAt(double parameter)
-    {
-        Place place = spans_.locate(parameter);
-        goTo(place.span);
-        return speed(place.f);
-    }
-
-    /// Speed at a local parameter of the span.
-    double speed(double f) const
-    {
-        return length([&](int c) { return first(f, c); });
-    }
-
-    /// Length of the second derivative.
-    double acceleration(double f) const
-    {
-        return length([&](int c) { return second(f, c); });
-    }
-
-    /// Bounds the integral, over the span, of the negative part of T.P''', T being the unit tangent and
-    /// P''' the third derivative, which is constant on a span.
-    double fallBound() const
-    {
-        if constexpr (degree < 3) {
-            return 0;
-        } else {
-            double jerk = length([&](int c) { return 2 * factor_[0][c]; });
-            if (!(jerk > 0))
-                return 0;
-
-            // The derivative along P''' is a quadratic polynomial; the rest of it is linear in each
-            // component, so its squared length is a quadratic polynomial as well.
-            Parabola along{jerk / 2, 0, 0};
-            double direction[Dimension];
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c) {
-                direction[c] = 2 * factor_[0][c] / jerk;
-                along.b += factor_[1][c] * direction[c];
-                along.c += factor_[2][c] * direction[c];
-            }
-            Parabola acrossSquared{0, 0, 0};
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c) {
-                double slope = factor_[1][c] - along.b * direction[c];
-                double start = factor_[2][c] - along.c * direction[c];
-                acrossSquared.a += slope * slope;
-                acrossSquared.b += 2 * slope * start;
-                acrossSquared.c += start * start;
-            }
-            return jerk * meanFall(along, acrossSquared);
-        }
-    }
-
-    /// Change of the speed, seen from the side that the sign says: +1 after f, -1 before it. Where the
-    /// curve stands still the speed rises on either side.
-    double speedChange(double f, int side) const
-    {
-        double speedHere = speed(f);
-        if (speedHere == 0)
-            return side * acceleration(f);
-        double sum = 0;
-#pragma GCC unroll 4
-        for (int c = 0; c < Dimension; ++c)
-            sum += first(f, c) * second(f, c);
-        return sum / speedHere;
-    }
-
-private:
-    /// Bounds the mean of the cosine's negative part, over f from 0 to 1.
-    static double meanFall(const Parabola &along, const Parabola &acrossSquared)
-    {
-        constexpr int parts = 8;
-        double sum = 0;
-        for (int i = 0; i < parts; ++i) {
-            double from = static_cast<double>(i) / parts;
-            double to = static_cast<double>(i + 1) / parts;
-            double lowest = along.lowest(from, to);
-            if (lowest < 0)
-                sum -= lowest / sqrt(lowest * lowest + std::max(0.0, acrossSquared.lowest(from, to)));
-        }
-        return sum / parts;
-    }
-
-    double first(double f, int c) const
-    {
-        double value = factor_[0][c];
-#pragma GCC unroll 4
-        for (int r = 1; r < degree; ++r)
-            value = value * f + factor_[r][c];
-        return value;
-    }
-
-    double second(double f, int c) const
-    {
-        if constexpr (degree == 3)
-            return 2 * factor_[0][c] * f + factor_[1][c];
-        return degree == 2 ? factor_[0][c] : 0;
-    }
-
-    template<typename Component>
-    static double length(Component component)
-    {
-        double sum = 0;
-#pragma GCC unroll 4
-        for (int c = 0; c < Dimension; ++c) {
-            double value = component(c);
-            sum += value * value;
-        }
-        return sqrt(sum);
-    }
-
-    Spans spans_;
-    Basis basis_;
-    int32_t span_ = INT32_MIN;
-    double factor_[degree][Dimension] = {}; ///< highest power first
-};
-
-/// Bounds the error of the midpoint rule, without dividing by the speed v, which vanishes at the ends
-/// of every open curve of degree 2 or 3 and may vanish elsewhere.
-///
-/// On cells of width w the error is the integral of v'' times Peano's kernel, which lies between 0 and
-/// w^2/8. So it is at most w^2/8 times the larger of the total rise and the total fall of v', its jumps
-/// at the knots included. With the unit tangent T,
-///   v'' = |part of P'' across T|^2 / v + T.P'''.
-/// The first term is never negative, and neither are the jumps of v' where the speed vanishes. So v'
-/// falls only by jumps at knots and where T.P''' is negative, which can be bounded. It rises by as much
-/// and by its own difference, at most max|P''| - v'(0).
-///
-/// @return the factor of w^2/24 in this bound, which holds for the integral from 0 to any cell's end; 0
-///         for polygons, which are not integrated in steps
-template<int Points, int Dimension>
-double secondVariation(const Spline1 *spline)
+[[gnu::always_inline]] inline double speedAt(Derivative<Points, Dimension> &derivative, double parameter)
 {
-    Derivative<Points, Dimension> derivative(spline);
-    int32_t range = parameterEnd(spline);
-    if (derivative.degree == 1 || range < 1)
-        return 0;
-
-    // Quadratic spans lie half a unit later, so the first and the last one count by half.
-    bool halved = derivative.degree == 2;
-    int32_t firstSpan = halved ? -1 : 0;
-    double fall = 0;
-    double largestAcceleration = 0;
-    double initialChange = 0;
-    double changeBefore = 0;
-    for (int32_t span = firstSpan; span < range; ++span) {
-        derivative.goTo(span);
-        double from = halved && span == firstSpan ? 0.5 : 0;
-        double to = halved && span == range - 1 ? 0.5 : 1;
-        double change = derivative.speedChange(from, +1);
-        if (span == firstSpan)
-            initialChange = change;
-        else if (change < changeBefore)
-            fall += changeBefore - change;
-        changeBefore = derivative.speedChange(to, -1);
-        fall += derivative.fallBound();
-        largestAcceleration =
-            std::max(largestAcceleration, std::max(derivative.acceleration(from), derivative.acceleration(to)));
-    }
-    return 3 * (fall + largestAcceleration - initialChange);
-}
-
-double secondVariation(const Spline1 *spline)
-{
-    return forShape(spline, [&]<int Points, int Dimension>() { return secondVariation<Points, Dimension>(spline); });
-}
-
-double largestIntegrationError(const Spline1 *spline)
-{
-    double half = spline->accuracy / 2;
-    return half > leastIntegrationError ? half : leastIntegrationError;
-}
-
-/// The step with which every integral from the start is accurate, as far as the work stays bounded.
-double integrationStep(const Spline1 *spline)
-{
-    double range = parameterEnd(spline);
-    double variation = secondVariation(spline);
-    double step = range;
-    if (variation > 0 && isfinite(variation))
-        step = sqrt(24 * largestIntegrationError(spline) / variation);
-    step = std::min(step, 1.0);
-    return std::max(step, std::min(1.0, range / mostEvaluations));
+    Place place = derivative.spans().locate(parameter);
+    derivative.goTo(place.span);
+    return derivative.speed(place.f);
 }
 
 /// Refers to a function that takes lengths one by one. Its type is not part of this one, so that each
@@ -276,7 +56,7 @@ void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count
     for (int32_t i = 0; i < count; ++i) {
         double end = (i + 1) * substeps;
         while (middle < end) {
-            sum += derivative.speedAt(from + middle * width);
+            sum += speedAt(derivative, from + middle * width);
             middle += 1;
         }
         sink(sum * width);
@@ -297,7 +77,7 @@ void addUpPolygon(const Spline1 *spline, double from, double to, int32_t count, 
         while (here < end) {
             double corner = floor(here) + 1;
             double next = corner < end ? corner : end;
-            sum += derivative.speedAt(here) * (next - here);
+            sum += speedAt(derivative, here) * (next - here);
             here = next;
         }
         sink(sum);
@@ -447,10 +227,7 @@ bool estimateError(Spline1 *spline, double &error)
 
     // Both integrations share the step. Where it is longer than the accuracy asks for, because of the
     // bound on the work, what the integration may be off counts as well.
-    double integrationError = step * step * secondVariation(spline) / 24;
-    double allowed = largestIntegrationError(spline);
-    if (!(integrationError <= allowed * 1.000001))
-        largest += integrationError - allowed;
+    largest += integrationShortfall(spline, step);
 
     double total = map.lastLength();
     error = largest == 0 ? 0 : largest / total;

@@ -2,8 +2,6 @@
 
 #include "spline/coord.h"
 
-#include <string.h>
-
 GENERAL_MODULE_ID("$Id$");
 
 using namespace general::spline;
@@ -54,83 +52,83 @@ void widenInPlace(double *values, size_t floats)
 
 namespace {
 
-/// Rounds half up, into 0..count - 1: with more points wanted than given, the blend of ramp and smooth
-/// step overshoots both ends.
-int32_t nearestIndex(double value, int32_t count)
-{
-    if (!(value > 0))
-        return 0;
-    double rounded = value + 0.5;
-    return rounded < count ? static_cast<int32_t>(rounded) : count - 1;
-}
-
-/// Picks the input index of each output in turn.
-class Decimation {
-public:
-    Decimation(bool closed, int32_t inCount, int32_t outCount) : closed_(closed), inCount_(inCount), outCount_(outCount)
-    {
-    }
-
-    int32_t index(int32_t output) const
-    {
-        if (inCount_ == 1 || outCount_ == 1)
-            return 0;
-        if (closed_)
-            return nearestIndex(output * (static_cast<double>(inCount_) / outCount_), inCount_);
-
-        double last = static_cast<double>(inCount_) - 1;
-        double ramp = (static_cast<double>(outCount_) - 1) / last; // share of even spacing
-        double t = output / (static_cast<double>(outCount_) - 1);
-        return nearestIndex(last * t * (ramp + (1 - ramp) * (3 - 2 * t) * t), inCount_);
-    }
-
-private:
-    bool closed_;
-    int32_t inCount_;
-    int32_t outCount_;
-};
-
-uint32_t checkDecimation(const Spline1 *spline, int32_t inCount, const void *in, int32_t outCount, const void *out)
+uint32_t checkRead(const Spline1 *spline, int32_t count, const void *output)
 {
     if (!isLive(spline))
         return SPLINE_BAD_HANDLE;
-    bool complete = inCount >= 1 && outCount >= 1 && in != nullptr && out != nullptr && spline->defined == 1;
+    bool complete = count >= 1 && output != nullptr && spline->defined == 1 && hasPoints(spline);
     return complete ? SPLINE_OK : SPLINE_BAD_ARG;
 }
 
-/// A form that only a packet can bring in is decimated to nothing.
-bool hasKnownForm(const Spline1 *spline)
-{
-    return spline->form == openForm || spline->form == closedForm;
-}
+/// The control points that a caller reads back.
+class Selection {
+public:
+    Selection(const Spline1 *spline, int32_t count, const int32_t *indices)
+        : spline_(spline), count_(count), indices_(indices)
+    {
+    }
+
+    /// Without indices, only equal steps that reach the last point can be taken.
+    bool isPossible() const
+    {
+        int32_t points = spline_->pointCount;
+        if (indices_ != nullptr)
+            return true;
+        if (count_ == 1)
+            return points == 1;
+        return count_ <= points && (points - 1) % (count_ - 1) == 0;
+    }
+
+    const float *point(int32_t i) const
+    {
+        return spline_->points + static_cast<size_t>(number(i)) * static_cast<size_t>(spline_->dimension);
+    }
+
+private:
+    int32_t number(int32_t i) const
+    {
+        int32_t last = spline_->pointCount - 1;
+        if (indices_ == nullptr)
+            return count_ == 1 ? 0 : i * (last / (count_ - 1));
+        if (indices_[i] < 0)
+            return 0;
+        return indices_[i] < last ? indices_[i] : last;
+    }
+
+    const Spline1 *spline_;
+    int32_t count_;
+    const int32_t *indices_;
+};
 
 } // namespace
 
-uint32_t Spline1DDecimate(const Spline1 *spline, int32_t inCount, const double *inValues, int32_t outCount,
-                          double *outValues)
+uint32_t Spline1CCtl(const Spline1 *spline, int32_t count, const int32_t *indices, SplineCoord *records)
 {
-    uint32_t result = checkDecimation(spline, inCount, inValues, outCount, outValues);
-    if (result != SPLINE_OK || !hasKnownForm(spline) || spline->dimension < 1)
+    uint32_t result = checkRead(spline, count, records);
+    if (result != SPLINE_OK)
         return result;
+    Selection selection(spline, count, indices);
+    if (spline->spaceSet != 1 || !selection.isPossible())
+        return SPLINE_BAD_ARG;
 
-    auto dimension = static_cast<size_t>(spline->dimension);
-    Decimation decimation(isClosed(spline), inCount, outCount);
-    for (int32_t i = 0; i < outCount; ++i, outValues += dimension) {
-        const double *picked = inValues + static_cast<size_t>(decimation.index(i)) * dimension;
-        memcpy(outValues, picked, dimension * sizeof(double));
-    }
+    for (int32_t i = 0; i < count; ++i)
+        widenToRecord(selection.point(i), spline->dimension, spline->space, records[i]);
     return SPLINE_OK;
 }
 
-uint32_t Spline1CDecimate(const Spline1 *spline, int32_t inCount, const SplineCoord *inRecords, int32_t outCount,
-                          SplineCoord *outRecords)
+uint32_t Spline1DCtl(const Spline1 *spline, int32_t count, const int32_t *indices, double *values)
 {
-    uint32_t result = checkDecimation(spline, inCount, inRecords, outCount, outRecords);
-    if (result != SPLINE_OK || !hasKnownForm(spline) || spline->dimension < 1 || spline->dimension > largestDimension)
+    uint32_t result = checkRead(spline, count, values);
+    if (result != SPLINE_OK)
         return result;
+    Selection selection(spline, count, indices);
+    if (!selection.isPossible())
+        return SPLINE_BAD_ARG;
 
-    Decimation decimation(isClosed(spline), inCount, outCount);
-    for (int32_t i = 0; i < outCount; ++i)
-        memcpy(&outRecords[i], &inRecords[decimation.index(i)], offsetof(SplineCoord, unused));
+    for (int32_t i = 0; i < count; ++i) {
+        const float *point = selection.point(i);
+        for (int32_t c = 0; c < spline->dimension; ++c)
+            *values++ = static_cast<double>(point[c]);
+    }
     return SPLINE_OK;
 }

@@ -1,11 +1,9 @@
 #include "base/module_id.h"
 
+#include "spline/derivative.h"
 #include "spline/evaluator.h"
 
 #include <utility>
-
-#include <math.h>
-#include <stdlib.h>
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -14,21 +12,6 @@ namespace general::spline {
 namespace {
 
 constexpr int32_t noSpan = INT32_MIN;
-
-/// The parameters of one call: the caller's, or at equal steps.
-class Parameters {
-public:
-    Parameters(const Spline1 *spline, int32_t count, const float *params)
-        : params_(params), step_(defaultStep(isClosed(spline), parameterEnd(spline), count))
-    {
-    }
-
-    float operator[](int32_t i) const { return params_ != nullptr ? params_[i] : static_cast<float>(i * step_); }
-
-private:
-    const float *params_;
-    double step_;
-};
 
 /// Two numbers that are computed with at once.
 using Pair [[gnu::vector_size(16), gnu::may_alias]] = double;
@@ -56,40 +39,9 @@ public:
         combine(weights, result);
     }
 
-    [[gnu::always_inline]] void tangent(double parameter, float *result, float *scratch)
-    {
-        Place place = spans_.locate(parameter);
-        if (degree == 1 && place.span == tangentSpan_) { // an edge has one tangent
-            for (int c = 0; c < Dimension; ++c)
-                result[c] = tangent_[c];
-            return;
-        }
-        goTo(place.span);
-        findTangent(place, result, scratch);
-        if (degree == 1) {
-            tangentSpan_ = place.span;
-            for (int c = 0; c < Dimension; ++c)
-                tangent_[c] = result[c];
-        }
-    }
-
 private:
-    static constexpr int degree = Points - 1;
     static constexpr int weightPairs = (Points + 1) / 2;
     static constexpr int componentPairs = (Dimension + 1) / 2;
-
-    [[gnu::always_inline]] void findTangent(const Place &place, float *result, float *scratch)
-    {
-        double direction[Dimension];
-        if (!derivative(place.f, direction) && !standingDirection(place, direction, scratch)) {
-            for (int c = 0; c < Dimension; ++c)
-                result[c] = 0;
-            return;
-        }
-        double length = sqrt(dot(direction, direction));
-        for (int c = 0; c < Dimension; ++c)
-            result[c] = static_cast<float>(direction[c] / length);
-    }
 
     /// One number for each control point of a span, padded with 0 to pairs.
     struct Weights {
@@ -130,8 +82,7 @@ private:
     }
 
     /// Sums the control points of the span, by weight.
-    template<typename Number>
-    [[gnu::always_inline]] void combine(const Weights &weights, Number *result) const
+    [[gnu::always_inline]] void combine(const Weights &weights, float *result) const
     {
 #pragma GCC unroll 2
         for (int p = 0; p < componentPairs; ++p) {
@@ -139,83 +90,114 @@ private:
 #pragma GCC unroll 4
             for (int j = 1; j < Points; ++j)
                 sum += weights[j] * points_[j][p];
-            result[2 * p] = static_cast<Number>(sum[0]);
+            result[2 * p] = static_cast<float>(sum[0]);
             if (2 * p + 1 < Dimension)
-                result[2 * p + 1] = static_cast<Number>(sum[1]);
+                result[2 * p + 1] = static_cast<float>(sum[1]);
         }
-    }
-
-    static double dot(const double (&a)[Dimension], const double (&b)[Dimension])
-    {
-        double sum = 0;
-        for (int c = 0; c < Dimension; ++c)
-            sum += a[c] * b[c];
-        return sum;
-    }
-
-    /// @return false when the derivative vanishes
-    [[gnu::always_inline]] bool derivative(double f, double (&direction)[Dimension]) const
-    {
-        if constexpr (degree == 1) {
-            combine(rows_[0], direction);
-            if (spans_.isOpen() && spans_.index(span_, 0) > spans_.index(span_, 1))
-                negate(direction); // at the last point of an open curve, beyond which it runs back
-        } else if constexpr (degree == 2) {
-            combine(rows_[0].scaled(2 * f).plus(rows_[1], 1), direction);
-        } else {
-            combine(rows_[0].scaled(3 * f * f).plus(rows_[1], 2 * f).plus(rows_[2], 1), direction);
-        }
-        return dot(direction, direction) != 0;
-    }
-
-    /// The direction of a curve of degree 2 or 3 where it stands still: along the second derivative,
-    /// turned towards increasing parameter.
-    /// @return false when there is none
-    [[gnu::noinline]] bool standingDirection(const Place &place, double (&direction)[Dimension], float *scratch)
-    {
-        if constexpr (degree == 1)
-            return false;
-
-        combine(degree == 2 ? rows_[0] : rows_[0].scaled(3 * place.f).plus(rows_[1], 1), direction);
-        if (dot(direction, direction) == 0)
-            return false;
-
-        int32_t current = spans_.index(place.span, 1);
-        bool hasBefore = spans_.index(place.span, 0) < current;
-        bool hasAfter = spans_.index(place.span, 2) > current;
-        float *before = scratch;
-        float *after = scratch + Dimension;
-        // A loop, so that the whole of point() is compiled here once.
-        for (auto [parameter, result] :
-             {std::pair(hasBefore ? place.u - 1 : place.u, before), std::pair(hasAfter ? place.u + 1 : place.u, after)})
-            point(parameter, result);
-        double advance = 0;
-        for (int c = 0; c < Dimension; ++c)
-            advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(before[c]));
-        if (advance < 0)
-            negate(direction);
-        return true;
-    }
-
-    static void negate(double (&direction)[Dimension])
-    {
-        for (double &component : direction)
-            component = -component;
     }
 
     Spans spans_;
     int32_t span_ = noSpan;
-    int32_t tangentSpan_ = noSpan;
-    float tangent_[Dimension] = {};
     Weights rows_[Points];
     Pair points_[Points][componentPairs] = {};
+};
+
+/// Finds the unit tangents of one curve.
+template<int Points, int Dimension>
+class Tangents {
+public:
+    explicit Tangents(const Spline1 *spline) : spline_(spline), derivative_(spline) {}
+
+    /// @param scratch  2 * Dimension floats; not used for degree 1
+    [[gnu::always_inline]] void tangent(double parameter, float *result, float *scratch)
+    {
+        Place place = spans().locate(parameter);
+        if (degree == 1 && place.span == edge_) { // an edge has one tangent
+            for (int c = 0; c < Dimension; ++c)
+                result[c] = edgeTangent_[c];
+            return;
+        }
+        derivative_.goTo(place.span);
+        double direction[Dimension];
+#pragma GCC unroll 4
+        for (int c = 0; c < Dimension; ++c)
+            direction[c] = derivative_.first(place.f, c);
+        double length = lengthOf(direction);
+        if (length == 0) {
+            standingDirection(place, direction, scratch);
+            length = lengthOf(direction);
+        }
+        // There may be no direction: then the tangent is the zero vector.
+        double scale = length == 0 ? 0 : 1 / length;
+        if (degree == 1)
+            scale = runsBack(place.span) ? -scale : scale;
+#pragma GCC unroll 4
+        for (int c = 0; c < Dimension; ++c)
+            result[c] = static_cast<float>(direction[c] * scale);
+        if (degree == 1) {
+            edge_ = place.span;
+            for (int c = 0; c < Dimension; ++c)
+                edgeTangent_[c] = result[c];
+        }
+    }
+
+private:
+    static constexpr int degree = Points - 1;
+
+    const Spans &spans() const
+    {
+        return derivative_.spans();
+    }
+
+    static double lengthOf(const double (&vector)[Dimension])
+    {
+        return Derivative<Points, Dimension>::length([&](int c) { return vector[c]; });
+    }
+
+    /// Whether an edge is the one beyond the last point of an open polygon.
+    bool runsBack(int32_t span) const
+    {
+        return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1);
+    }
+
+    /// The direction of a curve of degree 2 or 3 where it stands still: along the second derivative,
+    /// turned towards increasing parameter.
+    [[gnu::noinline]] void standingDirection(const Place &place, double (&direction)[Dimension], float *scratch) const
+    {
+        if constexpr (degree == 1)
+            return;
+
+        for (int c = 0; c < Dimension; ++c)
+            direction[c] = derivative_.second(place.f, c);
+        int32_t current = spans().index(place.span, 1);
+        bool hasBefore = spans().index(place.span, 0) < current;
+        bool hasAfter = spans().index(place.span, 2) > current;
+        float *before = scratch;
+        float *after = scratch + Dimension;
+        Evaluator<Points, Dimension> evaluator(spline_);
+        // A loop, so that the whole of point() is compiled here once.
+        for (auto [parameter, result] :
+             {std::pair(hasBefore ? place.u - 1 : place.u, before), std::pair(hasAfter ? place.u + 1 : place.u, after)})
+            evaluator.point(parameter, result);
+        double advance = 0;
+        for (int c = 0; c < Dimension; ++c)
+            advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(before[c]));
+        if (advance < 0)
+            for (double &component : direction)
+                component = -component;
+    }
+
+    const Spline1 *spline_;
+    Derivative<Points, Dimension> derivative_;
+    int32_t edge_ = noSpan;
+    float edgeTangent_[Dimension] = {};
 };
 
 } // namespace
 
 void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, float *points)
 {
-    Parameters parameters(spline, count, params);
+    InputValues parameters(spline, count, params, parameterEnd(spline));
     forShape(spline, [&]<int Points, int Dimension>() {
         Evaluator<Points, Dimension> evaluator(spline);
         float *result = points;
@@ -226,12 +208,12 @@ void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, f
 
 void evaluateTangents(const Spline1 *spline, int32_t count, const float *params, float *tangents, float *scratch)
 {
-    Parameters parameters(spline, count, params);
+    InputValues parameters(spline, count, params, parameterEnd(spline));
     forShape(spline, [&]<int Points, int Dimension>() {
-        Evaluator<Points, Dimension> evaluator(spline);
+        Tangents<Points, Dimension> finder(spline);
         float *result = tangents;
         for (int32_t i = 0; i < count; ++i, result += Dimension)
-            evaluator.tangent(static_cast<double>(parameters[i]), result, scratch);
+            finder.tangent(static_cast<double>(parameters[i]), result, scratch);
     });
 }
 

@@ -94,13 +94,24 @@ inline int32_t parameterEnd(const Spline1 *spline)
     return isClosed(spline) ? spline->pointCount : spline->pointCount - 1;
 }
 
-/// Distance of count values at equal steps over [0, end].
-inline double defaultStep(bool closed, double end, int32_t count)
-{
-    if (closed)
-        return end / count;
-    return count == 1 ? 1.0 : end / (count - 1);
-}
+/// The arguments of one call: the caller's, or count values at equal steps over [0, end]. On an open curve
+/// the end is the last of them; on a closed one, where it is the start again, they stop a step before.
+class InputValues {
+public:
+    /// @param values  count values, or null
+    InputValues(const Spline1 *spline, int32_t count, const float *values, double end)
+        : values_(values), step_(isClosed(spline) ? end / count
+                                 : count == 1     ? 1.0
+                                                  : end / (count - 1))
+    {
+    }
+
+    float operator[](int32_t i) const { return values_ != nullptr ? values_[i] : static_cast<float>(i * step_); }
+
+private:
+    const float *values_;
+    double step_;
+};
 
 /// What a change of the points or of the accuracy settings does to the measurements.
 inline void discardMeasurements(Spline1 *spline)

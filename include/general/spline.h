@@ -18,9 +18,11 @@
 ///
 /// **Ends.** An open curve continues beyond its ends with its control points mirrored about the
 /// first and the last one; a closed curve continues with its own points. An open curve of degree 2
-/// or 3 therefore stands still at its two ends, in the parameter, not on the page.
+/// or 3 therefore has speed 0 at its two ends: near them a step of the parameter moves hardly along the
+/// curve. Its shape shows nothing of that.
 ///
-/// **Precision.** Points are kept in single precision and computed with in double precision.
+/// **Precision.** Points are kept in single precision and computed with in double precision; every result
+/// has passed through single precision. Move data that is far from the origin near it first.
 ///
 /// **Two forms of each call.** The D form takes bare arrays of doubles, `dimension` per point, point
 /// after point. The C form takes coordinate records, which carry the id of a coordinate space.
@@ -64,7 +66,7 @@ typedef struct SplineCoord {
     double x;       ///< first component
     double y;       ///< second component
     double z;       ///< third component
-    int32_t space;  ///< the caller's id of a coordinate space; 0 for none
+    int32_t space;  ///< the caller's id of a coordinate space
     int32_t unused; ///< neither read nor written
 } SplineCoord;
 
@@ -78,7 +80,8 @@ GENERAL_API Spline1 *GENERAL_CALL Spline1Create(void);
 GENERAL_API uint32_t GENERAL_CALL Spline1Destroy(Spline1 *spline);
 
 /// Tells whether a pointer is a live spline object.
-/// @param spline  a live object
+/// @param spline  null, or the address of at least four readable bytes. An object that was destroyed is no
+///                such address
 /// @return 0 if it is; 1 for null or anything else
 GENERAL_API uint32_t GENERAL_CALL Spline1Verify(const Spline1 *spline);
 
@@ -118,11 +121,11 @@ GENERAL_API uint32_t GENERAL_CALL Spline1Decode(Spline1 *spline, int32_t *form, 
 
 /// Attaches the id of a coordinate space, which every coordinate record from this object carries.
 /// @param spline  a live object
-/// @param space   not 0; or 0 to detach
+/// @param space   not 0; or 0 to detach, after which the C forms that write records are refused
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, or SPLINE_BAD_ARG if no points are loaded
 GENERAL_API uint32_t GENERAL_CALL Spline1SetSpace(Spline1 *spline, int32_t space);
 
-/// Tells the id of the coordinate space, 0 for none.
+/// Tells the id of the coordinate space: 0 when none is attached, or when the records that were loaded said 0.
 /// @param spline  a live object
 /// @param space   receives the id
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (space is null)
@@ -148,8 +151,8 @@ GENERAL_API uint32_t GENERAL_CALL Spline1SetAcc(Spline1 *spline, double accuracy
 ///                   accuracy. More is added when the curve is too large to be integrated as accurately
 ///                   as asked for; infinity when points or lengths are not finite
 /// @param intervals  receives the pieces of the arc table
-/// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (an output is null, or no points are loaded)
-///         or SPLINE_NO_MEMORY, looked for in that order
+/// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (an output is null, or there is no type or no
+///         points to measure) or SPLINE_NO_MEMORY, looked for in that order
 GENERAL_API uint32_t GENERAL_CALL Spline1GetAcc(Spline1 *spline, double *error, int32_t *intervals);
 
 /// Searches the number of intervals that reaches an accuracy, beginning with 64 and doubling. The
@@ -160,11 +163,11 @@ GENERAL_API uint32_t GENERAL_CALL Spline1GetAcc(Spline1 *spline, double *error, 
 /// @param error      receives the achieved error of the last number tried, as Spline1GetAcc would say
 /// @param intervals  receives that number
 /// @return SPLINE_OK even if the accuracy was not reached, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (an
-///         accuracy out of range, a null output, no points) or SPLINE_NO_MEMORY
+///         accuracy out of range, a null output, no type, no points) or SPLINE_NO_MEMORY
 GENERAL_API uint32_t GENERAL_CALL Spline1CalcAcc(const Spline1 *spline, int32_t maxRounds, double accuracy,
                                                  double *error, int32_t *intervals);
 
-/// Loads control points. The space of the first record becomes the space of the object.
+/// Loads control points. The space of the first record is attached to the object, even if it is 0.
 /// @param spline   a live object
 /// @param count    at least 1
 /// @param records  count records
@@ -203,8 +206,8 @@ GENERAL_API uint32_t GENERAL_CALL Spline1FitDPoints(Spline1 *spline, int32_t cou
 ///                 at equal steps from the first to the last: count may then not exceed the number of
 ///                 points n, and count - 1 must divide n - 1 (count 1 only if n is 1)
 /// @param records  receives count records
-/// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (the conditions above, no output, no type,
-///         no points, no space)
+/// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (a count below 1 or against the conditions above,
+///         no output, no type, no points, no space attached)
 GENERAL_API uint32_t GENERAL_CALL Spline1CCtl(const Spline1 *spline, int32_t count, const int32_t *indices,
                                               SplineCoord *records);
 
@@ -225,7 +228,7 @@ GENERAL_API uint32_t GENERAL_CALL Spline1DCtl(const Spline1 *spline, int32_t cou
 ///                 is 1), around the loop without its closing point on a closed one
 /// @param records  receives count records
 /// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (a count below 1, no output, no type, no points,
-///         no space) or SPLINE_NO_MEMORY, looked for in that order
+///         no space attached) or SPLINE_NO_MEMORY, looked for in that order
 GENERAL_API uint32_t GENERAL_CALL Spline1CPoint(Spline1 *spline, int32_t count, const float *params,
                                                 SplineCoord *records);
 
@@ -237,9 +240,10 @@ GENERAL_API uint32_t GENERAL_CALL Spline1CPoint(Spline1 *spline, int32_t count, 
 /// @return as Spline1CPoint, without the condition on the space
 GENERAL_API uint32_t GENERAL_CALL Spline1DPoint(Spline1 *spline, int32_t count, const float *params, double *values);
 
-/// Computes unit tangents in the direction of increasing parameter. Where the curve stands still the
-/// direction comes from the second derivative; where that vanishes too, or on a degree 1 curve between
-/// two equal points, the result is the zero vector.
+/// Computes unit tangents in the direction of increasing parameter. Where the speed is 0, as at the ends of
+/// an open curve of degree 2 or 3, at a cusp or among repeated control points, the direction comes from the
+/// second derivative; where that is 0 too, as where all control points of a span are equal, or on a degree 1
+/// curve between two equal points, the result is the zero vector.
 /// @param spline   a live object
 /// @param count    how many, at least 1
 /// @param params   as for Spline1CPoint
@@ -262,7 +266,7 @@ GENERAL_API uint32_t GENERAL_CALL Spline1DTangent(Spline1 *spline, int32_t count
 /// @param count    how many, at least 1
 /// @param params   count parameters; null for parameters at equal steps, as for Spline1CPoint
 /// @param lengths  receives count arc lengths; may be the array of parameters
-/// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (a count below 1, no output, no points) or
+/// @return SPLINE_OK, SPLINE_BAD_HANDLE, SPLINE_BAD_ARG (a count below 1, no output, no type, no points) or
 ///         SPLINE_NO_MEMORY, looked for in that order
 GENERAL_API uint32_t GENERAL_CALL Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, float *lengths);
 
@@ -307,7 +311,7 @@ GENERAL_API uint32_t GENERAL_CALL Spline1Unpack(const void *packet, Spline1 *spl
 /// the matrix, and the others stay.
 /// @param spline  a live object
 /// @param lx      a map
-/// @return SPLINE_OK, SPLINE_BAD_ARG (a bad spline object too; a null or empty map; no type or points)
+/// @return SPLINE_OK, SPLINE_BAD_ARG (a bad spline object too; a null or empty map; no type, no points)
 ///         or SPLINE_NO_MEMORY
 GENERAL_API uint32_t GENERAL_CALL Spline1LinXform(Spline1 *spline, const SplineLX *lx);
 
@@ -317,7 +321,7 @@ GENERAL_API SplineLX *GENERAL_CALL SplineCreateLX(void);
 
 /// Frees a map.
 /// @param lx  a map
-/// @return SPLINE_OK or SPLINE_BAD_ARG (null)
+/// @return SPLINE_OK or SPLINE_BAD_ARG (lx is null)
 GENERAL_API uint32_t GENERAL_CALL SplineDeleteLX(SplineLX *lx);
 
 /// Stores an affine map, in single precision.
@@ -325,7 +329,8 @@ GENERAL_API uint32_t GENERAL_CALL SplineDeleteLX(SplineLX *lx);
 /// @param n        dimension, at least 1
 /// @param matrix   n * n numbers, row by row
 /// @param offsets  n numbers
-/// @return SPLINE_OK, SPLINE_BAD_ARG or SPLINE_NO_MEMORY (the map is empty then)
+/// @return SPLINE_OK, SPLINE_BAD_ARG (a null argument, or n below 1) or SPLINE_NO_MEMORY (the map is empty
+///         then)
 GENERAL_API uint32_t GENERAL_CALL SplineEncodeLX(SplineLX *lx, int32_t n, const double *matrix, const double *offsets);
 
 /// Reads an affine map.
@@ -344,7 +349,7 @@ GENERAL_API uint32_t GENERAL_CALL SplineDecodeLX(const SplineLX *lx, int32_t *n,
 /// @param inValues   inCount points of dimension numbers each
 /// @param outCount   points wanted, at least 1; more than inCount repeats some
 /// @param outValues  receives outCount points; must not overlap inValues
-/// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG
+/// @return SPLINE_OK, SPLINE_BAD_HANDLE or SPLINE_BAD_ARG (a count below 1, a null array, no type)
 GENERAL_API uint32_t GENERAL_CALL Spline1DDecimate(const Spline1 *spline, int32_t inCount, const double *inValues,
                                                    int32_t outCount, double *outValues);
 

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char *usage =
     "Usage: splineplot [option...] [FILE]\n"
-    "Reads points from FILE, or from standard input, and draws a curve as SVG.\n"
+    "Reads points from FILE, or from standard input, and draws a curve as SVG. After \"--\" comes no option.\n"
     "A row is x,y or x,y,z; empty rows and rows that begin with # are skipped.\n"
     "\n"
     "Curve:\n"
@@ -99,26 +99,33 @@ Options parse(int argc, char **argv)
     };
     Options options;
     bool hasFile = false;
+    bool readsOptions = true;
     for (int i = 1; i < argc; ++i) {
         std::string argument = argv[i];
-        if (argument == "-h")
-            argument = "--help";
-        if (argument == "-o")
-            argument = "--output";
-        if (argument == "-" || argument[0] != '-') {
+        if (readsOptions && argument == "--") {
+            readsOptions = false;
+            continue;
+        }
+        if (!readsOptions || argument == "-" || argument.rfind('-', 0) != 0) {
             if (hasFile)
                 throw UsageError("more than one file: " + argument);
             options.file = argument;
             hasFile = true;
             continue;
         }
-        std::string name = argument.substr(argument.find_first_not_of('-'));
-        if (contains(flags, name)) {
+        if (argument == "-h")
+            argument = "--help";
+        if (argument == "-o")
+            argument = "--output";
+        size_t equals = std::min(argument.find('='), argument.size());
+        std::string name = argument.rfind("--", 0) == 0 ? argument.substr(2, equals - 2) : "";
+        bool hasValue = equals < argument.size();
+        if (contains(flags, name) && !hasValue) {
             options.values[name] = "";
         } else if (contains(withValue, name)) {
-            if (i + 1 == argc)
+            if (!hasValue && i + 1 == argc)
                 throw UsageError(argument + " needs a value");
-            options.values[name] = argv[++i];
+            options.values[name] = hasValue ? argument.substr(equals + 1) : argv[++i];
         } else {
             throw UsageError("unknown option " + argument);
         }

@@ -1,7 +1,7 @@
 /// @file
 /// Curves to test with, and a reference to test against that shares nothing with the library: every
-/// control point weighs in by the curve's kernel, a centred B-spline by the recursion of Cox and de Boor or
-/// the kernel of cubic convolution; arc lengths by a fine midpoint rule.
+/// control point weighs in by the curve's kernel, a centred B-spline or that of cubic convolution; arc lengths by
+/// a fine midpoint rule.
 
 #pragma once
 
@@ -109,12 +109,12 @@ public:
     }
 
     /// In pieces that end wherever two polynomials may meet.
-    double length(double from, double to) const
+    double length(double from, double to, int stepsPerPiece = 200) const
     {
         double sum = 0;
         for (double here = from; here < to;) {
             double next = std::min(to, (std::floor(here * 2) + 1) / 2);
-            int steps = type_.degree == 1 ? 1 : 200;
+            int steps = type_.degree == 1 ? 1 : stepsPerPiece;
             for (int i = 0; i < steps; ++i)
                 sum += speed(here + (next - here) * (i + 0.5) / steps) * (next - here) / steps;
             here = next;
@@ -132,31 +132,23 @@ private:
         return control_[static_cast<size_t>(number * type_.dimension + component)];
     }
 
-    static double bump(int degree, double x)
-    {
-        if (degree == 0)
-            return x >= -0.5 && x < 0.5 ? 1 : 0;
-        double half = (degree + 1) / 2.0;
-        return ((half + x) * bump(degree - 1, x + 0.5) + (half - x) * bump(degree - 1, x - 0.5)) / degree;
-    }
-
-    double convolution(double x, bool derived) const
-    {
-        double s = (1 - type_.tension) / 2;
-        double d = std::abs(x);
-        if (d >= 2)
-            return 0;
-        if (derived)
-            return (d < 1 ? (3 * (2 - s) * d + 2 * (s - 3)) * d : s * ((10 - 3 * d) * d - 8)) * (x < 0 ? -1 : 1);
-        return d < 1 ? ((2 - s) * d + s - 3) * d * d + 1 : s * (((5 - d) * d - 8) * d + 4);
-    }
-
+    /// The curve's kernel in powers of the distance, or its derivative.
     double weight(double x, bool derived) const
     {
-        int degree = type_.degree;
-        if (type_.kind == SPLINE_CARDINAL && degree == 3)
-            return convolution(x, derived);
-        return derived ? bump(degree - 1, x + 0.5) - bump(degree - 1, x - 0.5) : bump(degree, x);
+        using Powers = std::array<double, 4>;
+        double s = (1 - type_.tension) / 2, d = std::abs(x);
+        Powers c{};
+        if (type_.degree == 1 && d < 1)
+            c = {1, -1};
+        else if (type_.degree == 2 && d < 1.5)
+            c = d < 0.5 ? Powers{0.75, 0, -1} : Powers{1.125, -1.5, 0.5};
+        else if (type_.degree == 3 && d < 2 && type_.kind == SPLINE_CARDINAL)
+            c = d < 1 ? Powers{1, 0, s - 3, 2 - s} : Powers{4 * s, -8 * s, 5 * s, -s};
+        else if (type_.degree == 3 && d < 2)
+            c = d < 1 ? Powers{2.0 / 3, 0, -1, 0.5} : Powers{4.0 / 3, -2, 1, -1.0 / 6};
+        if (derived)
+            return (c[1] + (2 * c[2] + 3 * c[3] * d) * d) * (x < 0 ? -1 : 1);
+        return c[0] + (c[1] + (c[2] + c[3] * d) * d) * d;
     }
 
     Vector value(double u, bool derived) const

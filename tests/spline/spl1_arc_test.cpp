@@ -2,8 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <functional>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -45,8 +47,7 @@ std::vector<double> randomControl(std::mt19937 &random, int dimension, int degen
     return values;
 }
 
-// The bound on the step is what makes every integrated length good; what it costs is bounded too. Each
-// piece passes through its middle sample, and the inverse leads back.
+// The bound on the step is what makes every integrated length good; what it costs is bounded too.
 TEST(ArcLength, IntegratesWithinTheAccuracyWithoutWaste)
 {
     constexpr double accuracies[] = {0.2, 0.02, 0.002};
@@ -61,33 +62,82 @@ TEST(ArcLength, IntegratesWithinTheAccuracyWithoutWaste)
         Reference curve(type, control);
         double accuracy = accuracies[random() % 3];
         int32_t intervals = intervalCounts[random() % 3];
-        auto samples = static_cast<size_t>(2 * intervals);
-        std::vector<float> params{0}, lengths(samples + 1), again(samples + 1);
-        std::vector<double> truth{0};
-        for (size_t j = 1; j <= samples; ++j) {
-            params.push_back(static_cast<float>(curve.end() * static_cast<double>(j) / static_cast<double>(samples)));
-            truth.push_back(truth.back() +
-                            curve.length(static_cast<double>(params[j - 1]), static_cast<double>(params[j])));
-        }
+        float total = 1e30f;
         ASSERT_EQ(Spline1SetAcc(spline.get(), accuracy, intervals), SPLINE_OK);
-        auto count = static_cast<int32_t>(samples + 1);
-        ASSERT_EQ(Spline1ArcLen(spline.get(), count, params.data(), lengths.data()), SPLINE_OK);
-        ASSERT_EQ(Spline1Index(spline.get(), count, lengths.data(), again.data()), SPLINE_OK);
-        ASSERT_EQ(Spline1ArcLen(spline.get(), count, again.data(), again.data()), SPLINE_OK);
+        ASSERT_EQ(Spline1ArcLen(spline.get(), 1, &total, &total), SPLINE_OK);
         std::vector<float> table = tableOf(spline.get());
-        for (size_t j = 0; j <= samples; ++j)
-            if (j % 2 == 0) {
-                ASSERT_NEAR(static_cast<double>(table[2 * samples + 2 + j / 2]), truth[j],
-                            accuracy / 2 + 1e-6 * truth.back());
-            } else if (std::min(truth[j] - truth[j - 1], truth[j + 1] - truth[j]) > 1e-3 * truth.back()) {
-                // A piece that begins or ends at a standstill jumps there; this one does not.
-                ASSERT_NEAR(static_cast<double>(lengths[j]), truth[j], accuracy / 2 + 0.002 * truth.back());
-                ASSERT_NEAR(static_cast<double>(again[j]), static_cast<double>(lengths[j]), 0.002 * truth.back());
-            }
+        double truth = 0, piece = curve.end() / intervals;
+        for (int32_t i = 1; i <= intervals; ++i) {
+            truth += curve.length((i - 1) * piece, i * piece);
+            ASSERT_NEAR(static_cast<double>(table[static_cast<size_t>(4 * intervals + 2 + i)]), truth,
+                        accuracy / 2 + 1e-6 * static_cast<double>(total));
+        }
         if (type.degree > 1 && curve.end() > 0)
             evaluations += curve.end() / stepOf(spline.get());
     }
     EXPECT_LT(evaluations, 75000);
+}
+
+// Steps along the curve between places at equal distances, as shares of the ideal one. A look-up lost in its
+// own rounding, far from the start or among very small or large coordinates, makes steps of 0 and of several.
+TEST(ArcLength, SpacesPlacesEquallyOnCurvesOfAnyLengthAndSize)
+{
+    std::ifstream file(COASTLINE);
+    std::mt19937 random(3);
+    auto noise = [&] { return static_cast<double>(random() % 1000) / 1000 - 0.5; };
+    using Curve = std::function<std::pair<double, double>(int)>;
+    const Curve ellipse = [](int i) { return std::pair(2 * std::cos(i * 0.2617994), std::sin(i * 0.2617994)); };
+    const Curve wave = [](int i) { return std::pair(i, 2 * std::sin(0.3 * i)); };
+    const Curve straight = [](int i) { return std::pair(10 * i, 0); };
+    const Curve noisy = [&](int i) { return std::pair(10 * i + noise(), noise()); };
+    const Curve coastline = [&, x = 0.0, y = 0.0, comma = ' '](int) mutable {
+        EXPECT_TRUE(file >> x >> comma >> y);
+        return std::pair(x, y);
+    };
+    const struct {
+        const char *name;
+        Curve curve;
+        int form, count;
+        int32_t intervals;
+        double scale, least, most;
+    } rows[] = {{"ellipse", ellipse, SPLINE_CLOSED, 24, 64, 1, 0.99, 1.01},
+                {"small ellipse", ellipse, SPLINE_CLOSED, 24, 64, 1e-5, 0.99, 1.01},
+                {"large ellipse", ellipse, SPLINE_CLOSED, 24, 64, 1e6, 0.99, 1.01},
+                {"tiny wave", wave, SPLINE_OPEN, 200, 200, 1e-6, 0.75, 1.25},
+                {"wave", wave, SPLINE_OPEN, 20000, 20000, 1, 0.75, 1.25},
+                {"large wave", wave, SPLINE_OPEN, 20000, 20000, 1e6, 0.75, 1.25},
+                {"coastline", coastline, SPLINE_CLOSED, 3058, 4096, 1, 0.2, 2},
+                {"straight track", straight, SPLINE_OPEN, 50000, 50000, 1, 0.75, 1.25},
+                {"noisy track", noisy, SPLINE_OPEN, 50000, 12500, 1, 0.75, 1.25}};
+    for (const auto &row : rows) {
+        std::vector<double> points;
+        for (int i = 0; i < row.count; ++i) {
+            auto [x, y] = row.curve(i);
+            points.insert(points.end(), {x * row.scale, y * row.scale});
+        }
+        Type type{row.form, SPLINE_B, 3, 2};
+        SplinePtr spline = make(type);
+        int32_t places = 3 * row.intervals + 1, steps = places - (type.closed() ? 0 : 1);
+        std::vector<float> params(static_cast<size_t>(places)), lengths(params.size());
+        float total = 1e30f;
+        ASSERT_EQ(Spline1FitDPoints(spline.get(), row.count, points.data()), SPLINE_OK);
+        ASSERT_EQ(Spline1DCtl(spline.get(), row.count, nullptr, points.data()), SPLINE_OK);
+        ASSERT_EQ(Spline1SetAcc(spline.get(), 0.01, row.intervals), SPLINE_OK);
+        ASSERT_EQ(Spline1Index(spline.get(), places, nullptr, params.data()), SPLINE_OK);
+        ASSERT_EQ(Spline1ArcLen(spline.get(), places, params.data(), lengths.data()), SPLINE_OK);
+        ASSERT_EQ(Spline1ArcLen(spline.get(), 1, &total, &total), SPLINE_OK);
+        Reference curve(type, points);
+        double stored = static_cast<double>(total) / steps, ideal = curve.length(0, curve.end(), 4) / steps;
+        double least = 1, most = 1, astray = 0;
+        for (size_t i = 1; i < params.size(); ++i) {
+            double step = curve.length(static_cast<double>(params[i - 1]), static_cast<double>(params[i]), 4) / ideal;
+            least = std::min(least, step);
+            most = std::max(most, step);
+            astray = std::max(astray, std::abs(static_cast<double>(lengths[i]) / stored - static_cast<double>(i)));
+        }
+        EXPECT_TRUE(least >= row.least && most <= row.most) << row.name << ": " << least << " to " << most;
+        EXPECT_LE(astray, 0.05) << row.name << ": to the parameter and back";
+    }
 }
 
 TEST(ArcLength, GeneratesItsInputAtEqualSteps)
@@ -130,14 +180,20 @@ TEST(ArcLength, IsRebuiltWhenPointsOrSettingsChange)
     const double control[] = {0, 0, 4, 1, 3, 7, -2, 5};
     SplinePtr spline = make({SPLINE_CLOSED, SPLINE_B, 3, 2}, {0, 0, 1, 0, 1, 1});
     const std::function<uint32_t()> changes[] = {
-        [&] { return Spline1SetAcc(spline.get(), 0.02, 16); }, [&] { return Spline1SetAcc(spline.get(), 0.02, 17); },
+        [&] { return Spline1SetAcc(spline.get(), 0.02, 16); },
+        [&] { return Spline1SetAcc(spline.get(), 0.02, 17); },
         [&] { return Spline1FitDPoints(spline.get(), 4, control); },
         [&] { return Spline1Encode(spline.get(), SPLINE_OPEN, SPLINE_B, 3, 2, 0); },
+        [&] { return Spline1Encode(spline.get(), SPLINE_OPEN, SPLINE_CARDINAL, 3, 2, 0); },
+        [&] { return Spline1Encode(spline.get(), SPLINE_OPEN, SPLINE_CARDINAL, 3, 2, 0.5); },
         [&] { return Spline1SetAcc(spline.get(), 0.02, 17); }}; // the settings that it has: nothing changes
     for (const auto &change : changes) {
         double error = 0;
         int32_t intervals = 0;
+        float length = 0;
+        EXPECT_EQ(Spline1ArcLen(spline.get(), 1, nullptr, &length), SPLINE_OK);
         EXPECT_EQ(Spline1GetAcc(spline.get(), &error, &intervals), SPLINE_OK);
+        EXPECT_GT(error, 0);
         EXPECT_EQ(change(), SPLINE_OK);
         bool isLast = &change == std::end(changes) - 1;
         EXPECT_EQ(fieldAt<int32_t>(pack(spline.get()), 40), isLast ? 1 : 0);
@@ -206,11 +262,19 @@ TEST(ArcLength, StaysBoundedOnExtremeCurves)
                 EXPECT_THAT(out, testing::Each(testing::AllOf(testing::Ge(0), testing::Le(end)))) << type;
             }
         }
-    // Where the bound on the work is reached, the achieved error tells.
-    SplinePtr huge = make({SPLINE_OPEN, SPLINE_B, 3, 2}, {0, 0, 1e20, 0, 0, 1e20, 1e20, 1e20});
-    EXPECT_EQ(Spline1SetAcc(huge.get(), 1e-5, 1000), SPLINE_OK);
-    EXPECT_EQ(Spline1GetAcc(huge.get(), &error, &intervals), SPLINE_OK);
-    EXPECT_GT(error, 1e-12);
+    // A zigzag of degree 2 between 0 and S: the change of its speed falls by 4 S on each edge, and for the rest
+    // the change at the start makes up for the largest second derivative: 3 edges 4 S step^2 / 24 = accuracy / 2.
+    // On 40000 edges of 4e6 the work stops at a step of 0.01, and the achieved error tells what that may cost.
+    for (int edges : {1, 40000}) {
+        std::vector<double> zigzag;
+        for (int i = 0; i <= edges; ++i)
+            zigzag.insert(zigzag.end(), {i % 2 * (edges == 1 ? 4 : 4e6), 0});
+        SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 2, 2}, zigzag);
+        EXPECT_EQ(Spline1SetAcc(spline.get(), 1e-3, 16), SPLINE_OK);
+        EXPECT_EQ(Spline1GetAcc(spline.get(), &error, &intervals), SPLINE_OK);
+        EXPECT_NEAR(stepOf(spline.get()), edges == 1 ? std::sqrt(12e-3 / 48) : 0.01, 1e-8);
+    }
+    EXPECT_NEAR(error, 5e-4 + 1e-4, 2e-6);
 }
 
 } // namespace

@@ -1,46 +1,26 @@
 #include "tests/spline/curves.h"
 
-#include <gmock/gmock.h>
-
 namespace {
 
 using namespace curves;
 
-std::vector<int> picks(int form, int inCount, int outCount)
+TEST(ControlPoints, AreReadBackByIndexOrAtEqualSteps)
 {
-    SplinePtr spline = make({form, SPLINE_B, 1, 2});
-    std::vector<double> in;
-    std::vector<SplineCoord> inRecords;
-    for (int i = 0; i < inCount; ++i) {
-        in.insert(in.end(), {i * 1.0, i * -1.0});
-        inRecords.push_back({i * 1.0, i * 2.0, i * 3.0, i, i});
-    }
-    std::vector<double> out(static_cast<size_t>(2 * outCount));
-    std::vector<SplineCoord> outRecords(static_cast<size_t>(outCount), {-1, -1, -1, -1, -1});
-    EXPECT_EQ(Spline1DDecimate(spline.get(), inCount, in.data(), outCount, out.data()), SPLINE_OK);
-    EXPECT_EQ(Spline1CDecimate(spline.get(), inCount, inRecords.data(), outCount, outRecords.data()), SPLINE_OK);
-    std::vector<int> picked;
-    for (size_t i = 0; i < outRecords.size(); ++i) {
-        picked.push_back(outRecords[i].space);
-        EXPECT_TRUE(outRecords[i].z == 3 * outRecords[i].x && outRecords[i].unused == -1);
-        EXPECT_TRUE(out[2 * i] == outRecords[i].x && out[2 * i + 1] == -outRecords[i].x);
-    }
-    return picked;
-}
-
-TEST(Decimation, PicksTheDocumentedPoints)
-{
-    using testing::ElementsAre;
-    EXPECT_THAT(picks(SPLINE_OPEN, 11, 3), ElementsAre(0, 5, 10));
-    EXPECT_THAT(picks(SPLINE_OPEN, 11, 5), ElementsAre(0, 2, 5, 8, 10));
-    EXPECT_THAT(picks(SPLINE_CLOSED, 10, 4), ElementsAre(0, 3, 5, 8));
-    EXPECT_THAT(picks(SPLINE_OPEN, 4, 4), ElementsAre(0, 1, 2, 3));
-    EXPECT_THAT(picks(SPLINE_OPEN, 9, 1), ElementsAre(0));
-    EXPECT_THAT(picks(SPLINE_CLOSED, 3, 6), ElementsAre(0, 1, 1, 2, 2, 2)); // 2.5 is rounded up no further
-    EXPECT_THAT(picks(SPLINE_CLOSED, 1, 3), ElementsAre(0, 0, 0));
-    // With far more points wanted than given, the blend of ramp and smooth step leaves the list on both sides.
-    for (int form : {SPLINE_OPEN, SPLINE_CLOSED})
-        EXPECT_THAT(picks(form, 3, 100), testing::Each(testing::AllOf(testing::Ge(0), testing::Lt(3))));
+    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 2, 2}, {0, -1, 1, -1, 2, -1, 3, -1, 4, -1, 5, -1, 6, -1});
+    auto read = [&](int32_t count, const int32_t *indices) {
+        double values[16];
+        std::vector<double> first;
+        if (Spline1DCtl(spline.get(), count, indices, values) == SPLINE_OK)
+            for (int i = 0; i < 2 * count; i += 2)
+                first.push_back(values[i]);
+        return first;
+    };
+    const int32_t indices[] = {3, INT32_MIN, INT32_MAX, 6};
+    EXPECT_EQ(read(4, indices), (std::vector<double>{3, 0, 6, 6}));
+    EXPECT_EQ(read(3, nullptr), (std::vector<double>{0, 3, 6}));
+    EXPECT_EQ(read(4, nullptr), (std::vector<double>{0, 2, 4, 6}));
+    for (int32_t impossible : {1, 5, 6, 8})
+        EXPECT_TRUE(read(impossible, nullptr).empty()) << impossible;
 }
 
 } // namespace

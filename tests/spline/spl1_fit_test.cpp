@@ -35,6 +35,11 @@ TEST(Fit, TakesRecordsAndTheirSpace)
     EXPECT_EQ(space, 5);
     EXPECT_EQ(Spline1CPoint(spline.get(), 2, nullptr, out), SPLINE_OK);
     EXPECT_NEAR(out[1].y, 7, 1e-5);
+    EXPECT_EQ(Spline1SetSpace(spline.get(), 0), SPLINE_OK); // detaches it
+    EXPECT_EQ(Spline1CPoint(spline.get(), 2, nullptr, out), SPLINE_BAD_ARG);
+    const SplineCoord spaceless[] = {{1, 2, 99, 0, 0}}; // loading records attaches a space even if it is 0
+    EXPECT_EQ(Spline1FitCPoints(spline.get(), 1, spaceless), SPLINE_OK);
+    EXPECT_EQ(Spline1CPoint(spline.get(), 1, nullptr, out), SPLINE_OK);
     EXPECT_EQ(Spline1FitCCtl(spline.get(), 3, records), SPLINE_OK);
     EXPECT_EQ(Spline1CCtl(spline.get(), 2, nullptr, out), SPLINE_OK);
     EXPECT_TRUE(out[1].x == 5 && out[1].y == 7 && out[1].space == 5);
@@ -43,25 +48,6 @@ TEST(Fit, TakesRecordsAndTheirSpace)
     EXPECT_EQ(Spline1GetSpace(spline.get(), &space), SPLINE_OK);
     EXPECT_EQ(space, 0);
     EXPECT_EQ(Spline1CCtl(spline.get(), 2, nullptr, out), SPLINE_BAD_ARG);
-}
-
-TEST(ControlPoints, AreReadBackByIndexOrAtEqualSteps)
-{
-    SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 2, 2}, {0, -1, 1, -1, 2, -1, 3, -1, 4, -1, 5, -1, 6, -1});
-    auto read = [&](int32_t count, const int32_t *indices) {
-        double values[16];
-        std::vector<double> first;
-        if (Spline1DCtl(spline.get(), count, indices, values) == SPLINE_OK)
-            for (int i = 0; i < 2 * count; i += 2)
-                first.push_back(values[i]);
-        return first;
-    };
-    const int32_t indices[] = {3, INT32_MIN, INT32_MAX, 6};
-    EXPECT_EQ(read(4, indices), (std::vector<double>{3, 0, 6, 6}));
-    EXPECT_EQ(read(3, nullptr), (std::vector<double>{0, 3, 6}));
-    EXPECT_EQ(read(4, nullptr), (std::vector<double>{0, 2, 4, 6}));
-    for (int32_t impossible : {1, 5, 6, 8})
-        EXPECT_TRUE(read(impossible, nullptr).empty()) << impossible;
 }
 
 } // namespace

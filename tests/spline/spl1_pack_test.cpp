@@ -29,8 +29,12 @@ TEST(Packet, RestoresTheWholeObject)
     std::mt19937 random(9);
     for (Type type : everyType()) {
         SplinePtr spline = make(type, randomValues(random, 10 * type.dimension));
-        float length = 0;
-        EXPECT_EQ(Spline1ArcLen(spline.get(), 1, nullptr, &length), SPLINE_OK);
+        double error = 0;
+        int32_t intervals = 0;
+        // Nothing is as in a new object.
+        EXPECT_EQ(Spline1SetSpace(spline.get(), 7), SPLINE_OK);
+        EXPECT_EQ(Spline1SetAcc(spline.get(), 0.0625, 16), SPLINE_OK);
+        EXPECT_EQ(Spline1GetAcc(spline.get(), &error, &intervals), SPLINE_OK);
         std::vector<char> packet = pack(spline.get());
         EXPECT_EQ(packet.size(), static_cast<size_t>(72 + 40 * type.dimension + 332));
         EXPECT_EQ(Spline1Pack(spline.get(), static_cast<uint32_t>(packet.size() - 1), packet.data()), SPLINE_BAD_ARG);
@@ -46,39 +50,44 @@ TEST(Packet, RestoresTheWholeObject)
     }
 }
 
-// Whatever an object holds, every use of it stays inside its memory and ends. Results do not matter here.
-TEST(Packet, MayCarryAnyHeader)
+// Whatever a packet holds, every use of the object stays inside its memory and ends. With its header as it was,
+// look-ups stay between the samples of their interval, whether or not the coefficients belong to them.
+TEST(Packet, MayBeAStrangers)
 {
     // Up to 1000 a packet holds what it announces; the larger numbers no memory holds.
-    constexpr int32_t numbers[] = {INT32_MIN, -1, 0, 1, 2, 3, 4, 7, 100, 101, 1000, 0x40000000, INT32_MAX};
-    constexpr float floats[] = {-1, 0, 1e-30f, 0.5f, 1e30f, INFINITY, NAN};
+    constexpr int32_t numbers[] = {INT32_MIN, -1, 0, 1, 2, 3, 7, 100, 101, 1000, 0x40000000, INT32_MAX};
+    constexpr float floats[] = {-1, 0, 1, 3, 1e-38f, -3, 1e38f, -2e38f, INFINITY, NAN};
     std::mt19937 random(10);
-    SplinePtr valid = make({SPLINE_OPEN, SPLINE_B, 3, 3}, randomValues(random, 30));
-    float length = 0;
-    Spline1ArcLen(valid.get(), 1, nullptr, &length);
+    SplinePtr valid = make({SPLINE_OPEN, SPLINE_B, 3, 3}, randomValues(random, 18));
+    float params[64], out[64] = {}, samples[17];
+    EXPECT_EQ(Spline1ArcLen(valid.get(), 1, nullptr, out), SPLINE_OK);
     const std::vector<char> original = pack(valid.get());
+    constexpr size_t table = 64 + 4 * 18;
+    std::memcpy(samples, original.data() + table + 4 * 66, sizeof samples);
     std::vector<char> packet(64 + 4 * (1000 * 1000 + 5003));
-    for (int round = 0; round < 200; ++round) {
+    for (unsigned round = 0; round < 300; ++round) {
         std::copy(original.begin(), original.end(), packet.begin());
-        for (unsigned changes = 1 + random() % 3; changes > 0; --changes) {
+        for (size_t i = 0; i < 64; ++i)
+            std::memcpy(packet.data() + table + 4 * i, &floats[random() % 10], 4);
+        for (unsigned changes = round % 3; changes > 0; --changes) {
             unsigned field = 1 + random() % 15;
             bool isFloat = field == 6 || field >= 13;
-            const void *value = isFloat ? static_cast<const void *>(&floats[random() % 7]) : &numbers[random() % 13];
+            const void *value = isFloat ? static_cast<const void *>(&floats[random() % 10]) : &numbers[random() % 12];
             std::memcpy(packet.data() + 4 * field, value, 4);
         }
         SplinePtr spline(Spline1Create()), copy(Spline1Create());
         uint32_t result = Spline1Unpack(packet.data(), spline.get());
         EXPECT_TRUE(result == SPLINE_OK || result == SPLINE_NO_MEMORY);
-        float params[4] = {0.5f, 1e9f, -1, NAN};
+        for (int i = 0; i < 64; ++i)
+            params[i] = 5 * (static_cast<float>(i) + 0.4f) / 64; // four in each interval
         double values[64], error;
         int32_t number;
-        SplineCoord records[4] = {};
-        Spline1DPoint(spline.get(), 4, params, values);
-        Spline1CTangent(spline.get(), 4, nullptr, records);
-        Spline1Index(spline.get(), 4, params, params);
+        Spline1ArcLen(spline.get(), 64, params, out);
+        Spline1Index(spline.get(), 64, out, params);
+        for (int i = 0; i < 64 && round % 3 == 0; ++i)
+            ASSERT_TRUE(out[i] >= samples[i / 4] && out[i] <= samples[i / 4 + 1] && params[i] >= 0 && params[i] <= 5);
+        Spline1DTangent(spline.get(), 4, params, values);
         Spline1GetAcc(spline.get(), &error, &number);
-        Spline1CCtl(spline.get(), 4, nullptr, records);
-        Spline1CDecimate(spline.get(), 2, records, 2, records + 2);
         Spline1Copy(spline.get(), copy.get());
         pack(copy.get());
     }
@@ -96,23 +105,24 @@ TEST(LinearTransform, MapsTheCurve)
                  {3, {1, 2, 3, 0, 0, 0}, {21, 39, 80, 10, 20, 30}},
                  {3, {1, 2, 0, 0}, {6, 21, 10, 20}}};
     LXPtr lx(SplineCreateLX());
-    for (const auto &c : cases) {
+    int32_t number = 0;
+    for (const auto &[map, points, mapped] : cases) {
         double back[9], backOffsets[3], out[6];
         int32_t dimension = 0;
-        auto n = static_cast<size_t>(c.map);
-        EXPECT_EQ(SplineEncodeLX(lx.get(), c.map, matrix, offsets), SPLINE_OK);
-        EXPECT_EQ(SplineDecodeLX(lx.get(), &dimension, back, nullptr), SPLINE_OK);
-        EXPECT_EQ(SplineDecodeLX(lx.get(), &dimension, nullptr, backOffsets), SPLINE_OK);
-        EXPECT_TRUE(dimension == c.map && std::memcmp(back, matrix, sizeof(double) * n * n) == 0 &&
+        auto n = static_cast<size_t>(map);
+        EXPECT_EQ(SplineEncodeLX(lx.get(), map, matrix, offsets), SPLINE_OK);
+        EXPECT_EQ(SplineDecodeLX(lx.get(), &dimension, back, backOffsets), SPLINE_OK);
+        EXPECT_TRUE(dimension == map && std::memcmp(back, matrix, sizeof(double) * n * n) == 0 &&
                     std::memcmp(backOffsets, offsets, sizeof(double) * n) == 0);
-        SplinePtr spline = make({SPLINE_CLOSED, SPLINE_B, 3, static_cast<int>(c.points.size() / 2)}, c.points);
+        SplinePtr spline = make({SPLINE_CLOSED, SPLINE_B, 3, static_cast<int>(points.size() / 2)}, points);
         float length = 0;
         EXPECT_EQ(Spline1ArcLen(spline.get(), 1, nullptr, &length), SPLINE_OK);
         EXPECT_EQ(Spline1LinXform(spline.get(), lx.get()), SPLINE_OK);
         EXPECT_EQ(fieldAt<int32_t>(pack(spline.get()), 40), 0); // measured no longer
         EXPECT_EQ(Spline1DCtl(spline.get(), 2, nullptr, out), SPLINE_OK);
-        EXPECT_EQ(std::vector<double>(out, out + c.mapped.size()), c.mapped);
+        EXPECT_EQ(std::vector<double>(out, out + mapped.size()), mapped);
     }
+    EXPECT_EQ(SplineDecodeLX(lx.get(), &number, nullptr, nullptr), SPLINE_OK); // the outputs are optional
     SplinePtr spline = make({SPLINE_OPEN, SPLINE_B, 3, 2}, {0, 0});
     EXPECT_EQ(SplineEncodeLX(lx.get(), 65535, matrix, offsets), SPLINE_NO_MEMORY);
     EXPECT_EQ(Spline1LinXform(spline.get(), lx.get()), SPLINE_BAD_ARG); // empty again
