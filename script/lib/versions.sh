@@ -1,5 +1,5 @@
 # Shared by script/test and script/reliability: the tests of the DLL on every Windows that Wine can play.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034,SC2154 # what the sourcing script has, and what it uses
 
 # By Wine's names, with the number that such a system tells. Wine takes a name that it does not know for win7.
 windows_versions=(win95 win98 winme nt40 win2k winxp win7 win81 win10)
