@@ -1,5 +1,5 @@
 # Shared by script/test and script/reliability: the tests of the DLL on every Windows that Wine can play.
-# shellcheck shell=bash disable=SC2034,SC2154 # what the sourcing script has, and what it uses
+# shellcheck shell=bash disable=SC2034,SC2154 # what the scripts read here, and what console.sh gives
 
 # By Wine's names, with the number that such a system tells. Wine takes a name that it does not know for win7.
 windows_versions=(win95 win98 winme nt40 win2k winxp win7 win81 win10)
@@ -21,13 +21,12 @@ prepare_version() {
 # test_version VERSION: the Windows half's tests on that version; their counts go into build/versions/VERSION.
 # The package and the documents are about building, the same on every version.
 test_version() {
-    local results=$project_root/build/versions/$1/results
-    export GENERAL_WINE_PREFIX=$project_root/build/versions/$1/wine
-    rm -rf "$results"
-    mkdir -p "$results"
+    export GENERAL_WINE_PREFIX=$PWD/build/versions/$1/wine GENERAL_TEST_RESULTS=build/versions/$1/results
+    rm -rf "$GENERAL_TEST_RESULTS"
+    mkdir -p "$GENERAL_TEST_RESULTS"
     prepare_version "$1"
-    GTEST_OUTPUT="xml:Z:$results/" ctest --preset win32 --exclude-regex '^(package$|documents/)'
-    python3 script/lib/reliability.py version "build/versions/$1/results"
+    ctest --preset win32 --exclude-regex '^(package$|documents/)'
+    python3 script/lib/reliability.py version "$GENERAL_TEST_RESULTS"
 }
 
 # test_versions VERSION…: a line for each; the script ends when all are through and one failed.

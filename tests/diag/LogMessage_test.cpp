@@ -138,7 +138,7 @@ TEST(MessageFile, HasATextForEachEvent)
     for (DWORD id : {0, 1, 2, 255, 256, 257, 65534, 65535, 65536}) {
         char text[100] = "";
         FormatMessageA(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, file, id, 0, text, sizeof text,
-                       reinterpret_cast<va_list *>(strings));
+                       reinterpret_cast<va_list *>(const_cast<char **>(strings)));
         EXPECT_STREQ(text, id == 0 || id == 65536 ? "" : "who: <what %1>\r\n") << id;
     }
     FreeLibrary(file);

@@ -15,25 +15,22 @@
 /// One at a time.
 class CapturedEvents {
 public:
-    explicit CapturedEvents(void *module = nullptr)
+    /// @param module  null, or a FreshLibrary's, whose log is opened by its first message
+    explicit CapturedEvents(void *module = nullptr) : isFresh_(module != nullptr)
     {
-        if (iswin95() != 0) {
-            hook_.emplace("fopen", &open, module);
-            auto *library = module == nullptr ? GetModuleHandleA("general.dll") : static_cast<HMODULE>(module);
-            logName_ =
-                reinterpret_cast<decltype(&LogName)>(reinterpret_cast<void *>(GetProcAddress(library, "LogName")));
-            logName_(nullptr);
-        } else {
+        if (iswin95() == 0)
             hook_.emplace("ReportEventA", &report, module);
-        }
+        else
+            hook_.emplace("fopen", &open, module);
+        if (iswin95() != 0 && !isFresh_)
+            LogName(nullptr);
         take();
     }
     ~CapturedEvents()
     {
         hook_.reset();
-        file_ = nullptr;
-        if (logName_ != nullptr)
-            logName_(nullptr); // the file is closed, and gone
+        if (std::exchange(file_, nullptr) != nullptr && !isFresh_)
+            LogName(nullptr); // the file is closed, and gone
     }
     CapturedEvents(const CapturedEvents &) = delete;
     CapturedEvents &operator=(const CapturedEvents &) = delete;
@@ -81,5 +78,5 @@ private:
     static inline FILE *file_;
     static inline size_t read_;
     std::optional<test_support::ImportHook> hook_;
-    decltype(&LogName) logName_ = nullptr;
+    bool isFresh_;
 };
