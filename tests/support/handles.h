@@ -32,25 +32,6 @@ void runTraffic(int shortRun, int longRun, Create create, Destroy destroy, Traff
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
-/// An address that serves as a handle of any kind.
-struct AnyHandle {
-    void *address;
-    template<typename Handle>
-    operator Handle *() const
-    {
-        return static_cast<Handle *>(address);
-    }
-};
-
-/// Calls a check with a null handle and with a record that lacks the magic.
-template<typename Check>
-void forEachForeign(Check check)
-{
-    uint32_t record[8] = {};
-    check(AnyHandle{nullptr});
-    check(AnyHandle{record});
-}
-
 /// Calls functions with a null handle and with a record that lacks the magic. Whatever else they take is 0:
 /// one that did not look at its handle first would follow a null pointer.
 template<typename... Functions>
