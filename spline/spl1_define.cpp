@@ -12,7 +12,7 @@ using namespace general::spline;
 
 namespace {
 
-constexpr Spline1 newObject{.magic = splineMagic,
+constexpr Spline1 newObject{.magic = general::liveMagic<Spline1>,
                             .defined = 0,
                             .form = 0,
                             .kind = 0,

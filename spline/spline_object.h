@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "base/handle_magic.h"
+
 #include "general/spline.h"
 
 #include <math.h>
@@ -48,18 +50,17 @@ static_assert(sizeof(Spline1) == 112);
 #endif
 static_assert(sizeof(SplineCoord) == 32 && offsetof(SplineCoord, space) == 24);
 
+template<>
+inline constexpr uint32_t general::liveMagic<Spline1> = 0x53706C31; // "Spl1"
+
 namespace general::spline {
 
-constexpr uint32_t splineMagic = 0x53706C31; // "Spl1"
+using general::isLive;
+
 constexpr int32_t openForm = 100;
 constexpr int32_t closedForm = 101;
 constexpr int32_t largestDimension = 3;
 constexpr double errorNotComputed = -1.0;
-
-inline bool isLive(const Spline1 *spline)
-{
-    return spline != nullptr && spline->magic == splineMagic;
-}
 
 inline bool isClosed(const Spline1 *spline)
 {

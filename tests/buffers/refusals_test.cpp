@@ -17,51 +17,41 @@
 
 namespace {
 
-using test_support::expectEach;
+using test_support::expectRefusal;
 using testing::Each;
 
 TEST(Buffers, RefuseForeignHandles)
 {
-    test_support::forEachForeign([](auto none) {
-        uint32_t mark = 7;
-        void *address = &mark;
-        expectEach(ACTION_BAD_HANDLE,
-                   {ActionDestroy(none), ActionRmv(none, 1), ActionRmvCall(none, nullptr), ActionRmvAll(none),
-                    ActionDo(none, nullptr, nullptr), ActionCount(none, &mark), ActionCount(none, nullptr)});
-        expectEach(-1, {BufPoolDestroy(none) - (none.address == nullptr), BufPoolRelease(none, &mark),
-                        BufPoolAvail(none), BufPoolResetMaxSize(none, 1)});
-        expectEach(CACHE_BAD_HANDLE, {CacheAccess(none, "a", 1, nullptr, nullptr), CacheFinish(none, "a", 1),
-                                      CacheRemove(none, "a", 1), CacheDelete(none)});
-        expectEach(CBUF_BAD_HANDLE, {CBufDestroy(none), CBufAppend(none, "x", 1), CBufGetAppend(none, &address, 1),
-                                     CBufSet(none, "x", 1), CBufInsert(none, "x", 9, 1), CBufCut(none, nullptr, 9, 1),
-                                     CBufGet(none, &address, nullptr), CBufReset(none), CBufClear(none),
-                                     CBufShrink(none), CBufSetQuantum(none, 0)});
-        expectEach(KEYCALL_BAD_HANDLE,
-                   {KeyCallDestroy(none), KeyCallAdd(none, 1, nullptr, nullptr), KeyCallRmv(none, 1, nullptr, nullptr),
-                    KeyCallRmvAny(none, nullptr, nullptr, nullptr), KeyCallGet(none, 1, nullptr, nullptr),
-                    KeyCallGetI(none, -1, nullptr, nullptr, nullptr)});
-        expectEach(VSTR_BAD_HANDLE, {VstrAppend(none, "x"), VstrEmpty(none), VstrGet(none, nullptr),
-                                     VstrLength(none, nullptr), VstrDestroy(none)});
-        EXPECT_TRUE(mark == 7 && address == &mark);
-        EXPECT_EQ(CBufGetInsert(none, &address, 1, 1), CBUF_BAD_HANDLE);
-        EXPECT_TRUE(address == nullptr && BufPoolGrab(none, 0) == nullptr);
-        EXPECT_TRUE(ActionAdd(none, nullptr, nullptr) == 0 && KeyCallNext(none) == 0);
-    });
+    expectRefusal(ACTION_BAD_HANDLE, ActionDestroy, ActionRmv, ActionRmvCall, ActionRmvAll, ActionDo, ActionCount);
+    expectRefusal(-1, BufPoolRelease, BufPoolAvail, BufPoolResetMaxSize);
+    expectRefusal(CACHE_BAD_HANDLE, CacheAccess, CacheFinish, CacheRemove, CacheDelete);
+    expectRefusal(CBUF_BAD_HANDLE, CBufDestroy, CBufAppend, CBufGetAppend, CBufSet, CBufInsert, CBufCut, CBufGet,
+                  CBufReset, CBufClear, CBufShrink, CBufSetQuantum);
+    expectRefusal(KEYCALL_BAD_HANDLE, KeyCallDestroy, KeyCallAdd, KeyCallRmv, KeyCallRmvAny, KeyCallGet, KeyCallGetI);
+    expectRefusal(VSTR_BAD_HANDLE, VstrAppend, VstrEmpty, VstrGet, VstrLength, VstrDestroy);
+    expectRefusal(0, BufPoolGrab, ActionAdd, KeyCallNext);
+    uint32_t record[8] = {};
+    EXPECT_EQ(BufPoolDestroy(nullptr), 0);
+    EXPECT_EQ(BufPoolDestroy(reinterpret_cast<BufPool *>(record)), -1);
+    void *address = record;
+    EXPECT_EQ(CBufGetInsert(nullptr, &address, 1, 1), CBUF_BAD_HANDLE);
+    EXPECT_EQ(address, nullptr) << "set on every return";
 }
 
-TEST(Buffers, ClearTheirMagicOnDestructionButForTwo)
+TEST(Buffers, HaveAMagicThatDestructionClearsButForTwo)
 {
     test_support::HeapWatch watch;
-    auto expectLast = [&](uint32_t magic, int64_t stat) {
-        EXPECT_EQ(stat, 0);
-        EXPECT_EQ(watch.wordOfLastFreedBlock(), magic);
+    auto check = [&](uint32_t magic, auto *handle, auto destroy, bool clears = true) {
+        EXPECT_EQ(test_support::fieldOf(handle, 0), magic);
+        destroy(handle);
+        EXPECT_EQ(watch.wordOfLastFreedBlock(), clears ? 0 : magic);
     };
-    expectLast(0x41637441, ActionDestroy(ActionCreate()));
-    expectLast(0, BufPoolDestroy(BufPoolCreate(1, 1)));
-    expectLast(0, CacheDelete(CacheCreate(1, nullptr, nullptr)));
-    expectLast(0, CBufDestroy(CBufCreate(1)));
-    expectLast(0, KeyCallDestroy(KeyCallCreate()));
-    expectLast(0x0005DAB2, VstrDestroy(VstrCreate(1)));
+    check(0x41637441, ActionCreate(), ActionDestroy, false);
+    check(0x00048FB2, BufPoolCreate(1, 1), BufPoolDestroy);
+    check(0x43616331, CacheCreate(1, nullptr, nullptr), CacheDelete);
+    check(0x000499B6, CBufCreate(1), CBufDestroy);
+    check(0x4B657930, KeyCallCreate(), KeyCallDestroy);
+    check(0x0005DAB2, VstrCreate(1), VstrDestroy, false);
 }
 
 TEST(Buffers, AreNotCreatedWithSizesOutOfRange)
@@ -78,8 +68,7 @@ TEST(Buffers, AreNotCreatedWithSizesOutOfRange)
 
 TEST(VeryStupidFunction, HandsItsArgumentBack)
 {
-    for (int value : {0, 1, -1, INT_MAX, INT_MIN})
-        EXPECT_EQ(VeryStupidFunction(value), value);
+    EXPECT_EQ(VeryStupidFunction(INT_MIN), INT_MIN);
 }
 
 } // namespace

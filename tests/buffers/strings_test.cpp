@@ -90,10 +90,20 @@ TEST(Vstr, BehavesAsAStringUnderRandomTraffic)
             ASSERT_EQ(fieldOf(string, 3), allocated);
         }
     });
+}
+
+TEST(Strings, DoNotGrowTo2GiB)
+{
     Vstr *string = VstrCreate(INT32_MAX);
-    fieldOf(string, 3) = 1; // a byte there already: the growth passes 2^31
+    fieldOf(string, 3) = 1; // a byte there already
     EXPECT_EQ(VstrAppend(string, "x"), VSTR_NO_MEMORY);
     EXPECT_EQ(VstrDestroy(string), VSTR_OK);
+
+    StrList list;
+    StrListInit(&list, 1, 1);
+    list.allocated = list.used = INT32_MAX;
+    EXPECT_EQ(StrListAppend(&list, "x"), nullptr);
+    StrListDestroy(&list);
 }
 
 TEST(RefCounter, ReleasesItsValueOnceWithTheLastReference)
@@ -108,6 +118,7 @@ TEST(RefCounter, ReleasesItsValueOnceWithTheLastReference)
         ++owner->released;
         RefCounterReleaseReference(owner->counter); // from the callback: nothing
         EXPECT_EQ(RefCounterGetReferenceCount(owner->counter), 0u);
+        RefCounterReleaseReference(RefCounterAddReference(owner->counter)); // once is enough
     };
     test_support::failEachAllocation([&](HeapWatch &watch) {
         Owner owner = {};

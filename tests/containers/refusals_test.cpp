@@ -15,45 +15,53 @@
 namespace {
 
 using test_support::expectEach;
+using test_support::expectRefusal;
 
 TEST(Containers, RefuseForeignHandles)
 {
-    uint32_t untouched[2] = {7, 7};
-    uint32_t *out = untouched;
-    void *address = nullptr;
-    auto refuse = [&](auto none) {
-        expectEach(QUE_BAD_HANDLE,
-                   {QueDestroy(none), QueLength(none, nullptr), QueAdd(none, nullptr), QueRmv(none, nullptr),
-                    QueDel(none), QueDelIndex(none, 0), QueLook(none, 0, nullptr), QuePeek(none, 0, nullptr)});
-        expectEach(STACK_BAD_HANDLE,
-                   {StackDestroy(none), StackLength(none, nullptr), StackAdd(none, nullptr), StackRmv(none, nullptr)});
-        expectEach(PQ_BAD_HANDLE,
-                   {PQDestroy(none), PQAdd(none, out), PQRmv(none, out), PQDel(none), PQRmvIndex(none, -1, out),
-                    PQDelIndex(none, -1), PQLength(none, out), PQLook(none, -1, out), PQPeek(none, -1, &address)});
-        expectEach(MAP_BAD_HANDLE, {MapDestroy(none), MapAdd(none, 1, 1), MapFind(none, 1, out), MapRemove(none, 1),
-                                    MapFirst(none, out, out + 1), MapNext(none, 1, out, out + 1)});
-        ListFreeNode(none, out);
-        EXPECT_TRUE(ListMakeNode(none) == nullptr && ListDestroy(none) == 0 && MapSize(none) == 0);
-    };
-    test_support::forEachForeign(refuse);
-    uint32_t mapWithoutBuckets[8] = {0x4D415020};
-    refuse(test_support::AnyHandle{mapWithoutBuckets});
-    EXPECT_TRUE(out[0] == 7 && out[1] == 7 && address == nullptr);
+    expectRefusal(QUE_BAD_HANDLE, QueDestroy, QueLength, QueAdd, QueRmv, QueDel, QueDelIndex, QueLook, QuePeek);
+    expectRefusal(STACK_BAD_HANDLE, StackDestroy, StackLength, StackAdd, StackRmv);
+    expectRefusal(PQ_BAD_HANDLE, PQDestroy, PQAdd, PQRmv, PQDel, PQRmvIndex, PQDelIndex, PQLength, PQLook, PQPeek);
+    expectRefusal(MAP_BAD_HANDLE, MapDestroy, MapAdd, MapFind, MapRemove, MapFirst, MapNext);
+    expectRefusal(0, MapSize, ListMakeNode, ListDestroy);
+    expectRefusal(ARRAYLST_NO_SUCH_LST, ArrayLstAdd, ArrayLstRemoveAll, ArrayLstRemove, ArrayLstRemoveObj);
+    ListFreeNode(nullptr, nullptr);
+    uint32_t mapWithoutBuckets[5] = {0x4D415020};
+    EXPECT_EQ(MapRemove(reinterpret_cast<Map *>(mapWithoutBuckets), 1), MAP_BAD_HANDLE);
 }
 
-TEST(Containers, ClearTheirMagicOnDestructionButForTheArrayList)
+TEST(ArrayLst, ZeroesItsOutputsAlsoForForeignHandles)
+{
+    uint32_t out[10], record[5] = {};
+    for (ArrayLst *none : {static_cast<ArrayLst *>(nullptr), reinterpret_cast<ArrayLst *>(record)}) {
+        uint32_t *arrays[2] = {out, out};
+        std::fill(std::begin(out), std::end(out), 7);
+        EXPECT_EQ(ArrayLstDestroy(none), none == nullptr ? ARRAYLST_OK : ARRAYLST_INVALID_ARGS);
+        expectEach(ARRAYLST_NO_SUCH_LST,
+                   {ArrayLstSeek(none, 1, &out[0]), ArrayLstSeekObj(none, &out[1], 1), ArrayLstSize(none, &out[2]),
+                    ArrayLstGet(none, nullptr, &out[3], 0), ArrayLstGet(none, &out[4], nullptr, 0),
+                    ArrayLstGetKeys(none, &out[5], &arrays[0]), ArrayLstGetObjs(none, &out[6], &arrays[1]),
+                    ArrayLstFirst(none, &out[7], &out[8]), ArrayLstNext(none, &out[9], &out[9]),
+                    ArrayLstLast(none, &out[9], &out[9])});
+        EXPECT_TRUE(arrays[0] == nullptr && arrays[1] == nullptr);
+        EXPECT_EQ(std::count(std::begin(out), std::end(out), 0u), 10);
+    }
+}
+
+TEST(Containers, HaveAMagicThatDestructionClearsButForTheArrayLists)
 {
     test_support::HeapWatch watch;
-    auto expectLast = [&](uint32_t magic, int64_t stat, size_t field = 0) {
-        EXPECT_EQ(stat, 0);
-        EXPECT_EQ(watch.wordOfLastFreedBlock(field), magic);
+    auto check = [&](uint32_t magic, auto *handle, auto destroy, size_t field = 0) {
+        EXPECT_EQ(test_support::fieldOf(handle, field), magic);
+        destroy(handle);
+        EXPECT_EQ(watch.wordOfLastFreedBlock(field), magic == 0x0004676C ? magic : 0);
     };
-    expectLast(0x0004676C, ArrayLstDestroy(ArrayLstCreate()));
-    expectLast(0, ListDestroy(ListMake(9)) - 1, 4);
-    expectLast(0, MapDestroy(MapCreate(4)));
-    expectLast(0, PQDestroy(PQCreate(4, nullptr)));
-    expectLast(0, QueDestroy(QueCreate(4)));
-    expectLast(0, StackDestroy(StackCreate(4)));
+    check(0x0004676C, ArrayLstCreate(), ArrayLstDestroy);
+    check(0x4C697374, ListMake(9), ListDestroy, 4);
+    check(0x4D415020, MapCreate(4), MapDestroy);
+    check(0x50517565, PQCreate(4, nullptr), PQDestroy);
+    check(0x51756531, QueCreate(4), QueDestroy);
+    check(0x53746131, StackCreate(4), StackDestroy);
 }
 
 TEST(QueueAndStack, ReportEmptinessBeforeNullPointers)
@@ -71,23 +79,12 @@ TEST(QueueAndStack, ReportEmptinessBeforeNullPointers)
     expectEach(QUE_OK, {QueDestroy(queue), StackDestroy(stack)});
 }
 
-TEST(ArrayLst, ZeroesOutputsOfForeignHandlesButThoseOfTheRemoveCalls)
+TEST(ArrayLst, NamesItsResults)
 {
-    test_support::forEachForeign([](auto none) {
-        uint32_t out[14];
-        uint32_t *arrays[2] = {out, out};
-        std::fill(std::begin(out), std::end(out), 7);
-        EXPECT_EQ(ArrayLstDestroy(none), none.address == nullptr ? ARRAYLST_OK : ARRAYLST_INVALID_ARGS);
-        expectEach(ARRAYLST_NO_SUCH_LST,
-                   {ArrayLstAdd(none, 1, 1), ArrayLstRemoveAll(none), ArrayLstRemove(none, 1, out),
-                    ArrayLstRemoveObj(none, out, 1), ArrayLstSeek(none, 1, &out[1]), ArrayLstSeekObj(none, &out[2], 1),
-                    ArrayLstSize(none, &out[3]), ArrayLstGet(none, nullptr, &out[4], 0),
-                    ArrayLstGet(none, &out[5], nullptr, 0), ArrayLstFirst(none, &out[6], &out[7]),
-                    ArrayLstNext(none, &out[8], &out[9]), ArrayLstLast(none, &out[10], &out[11]),
-                    ArrayLstGetKeys(none, &out[12], &arrays[0]), ArrayLstGetObjs(none, &out[13], &arrays[1])});
-        EXPECT_TRUE(out[0] == 7 && arrays[0] == nullptr && arrays[1] == nullptr);
-        EXPECT_EQ(std::count(std::begin(out), std::end(out), 0u), 13);
-    });
+    test_support::expectNames(ArrayLstStatStr,
+                              {"ARRAYLST_OK", "ARRAYLST_BAD_MALLOC", "ARRAYLST_EMPTY", "ARRAYLST_INVALID_ARGS",
+                               "ARRAYLST_NO_SUCH_KEY", "ARRAYLST_NO_SUCH_LST", "ARRAYLST_NO_SUCH_OBJ"},
+                              "arraylstStat unknown enum value");
 }
 
 } // namespace

@@ -32,23 +32,22 @@ void runTraffic(int shortRun, int longRun, Create create, Destroy destroy, Traff
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
-/// An address that serves as a handle of any kind.
-struct AnyHandle {
-    void *address;
-    template<typename Handle>
-    operator Handle *() const
-    {
-        return static_cast<Handle *>(address);
-    }
-};
-
-/// Calls a check with a null handle and with a record that lacks the magic.
-template<typename Check>
-void forEachForeign(Check check)
+/// Calls functions with a null handle and with a record that lacks the magic. Whatever else they take is 0:
+/// one that did not look at its handle first would follow a null pointer.
+template<typename... Functions>
+void expectRefusal(int64_t expected, Functions... functions)
 {
     uint32_t record[8] = {};
-    check(AnyHandle{nullptr});
-    check(AnyHandle{record});
+    int number = 0;
+    auto call =
+        [&]<typename Result, typename Handle, typename... Arguments>(Result (*function)(Handle *, Arguments...)) {
+            ++number;
+            for (uint32_t *none : {static_cast<uint32_t *>(nullptr), record}) {
+                Result result = function(reinterpret_cast<Handle *>(none), Arguments{}...);
+                EXPECT_EQ((intptr_t)result, expected) << "function " << number << " of the list";
+            }
+        };
+    (call(functions), ...);
 }
 
 /// Expects one result of several calls, listed in the order in which they are made.
@@ -57,6 +56,16 @@ inline void expectEach(int64_t expected, std::initializer_list<int64_t> results)
     int call = 0;
     for (int64_t result : results)
         EXPECT_EQ(result, expected) << "call " << ++call << " of the list";
+}
+
+/// Expects a name for each result from 0 on, and one text for all other numbers.
+inline void expectNames(const char *(*nameOf)(int32_t), std::initializer_list<const char *> names, const char *unknown)
+{
+    int32_t result = 0;
+    for (const char *name : names)
+        EXPECT_STREQ(nameOf(result++), name);
+    EXPECT_STREQ(nameOf(result), unknown);
+    EXPECT_STREQ(nameOf(-1), unknown);
 }
 
 /// A field of a handle's record.
