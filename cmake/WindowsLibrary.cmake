@@ -13,6 +13,10 @@ target_include_directories(general
 target_compile_definitions(general PRIVATE GENERAL_BUILDING_DLL)
 target_link_libraries(general PRIVATE $<BUILD_INTERFACE:general_library_options>)
 target_link_options(general PRIVATE -Wl,--dynamicbase,--nxcompat,--disable-auto-import)
+# base/general.def says why.
+add_custom_command(TARGET general POST_BUILD
+    COMMAND ${CMAKE_OBJCOPY} --enable-deterministic-archives --strip-symbol=_getopt $<TARGET_LINKER_FILE:general>
+    VERBATIM)
 
 find_program(LLVM_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14 REQUIRED)
 set(general_microsoft_import_library ${PROJECT_BINARY_DIR}/general.lib)

@@ -68,14 +68,8 @@ template<int count, typename Operation>
         out[count - 1] = operation(a[count - 1], b[count - 1]);
 }
 
-constexpr auto sum = [](auto a, auto b) __attribute__((always_inline))
-{
-    return a + b;
-};
-constexpr auto difference = [](auto a, auto b) __attribute__((always_inline))
-{
-    return a - b;
-};
+constexpr auto sum = [](auto a, auto b) __attribute__((always_inline)) { return a + b; };
+constexpr auto difference = [](auto a, auto b) __attribute__((always_inline)) { return a - b; };
 
 /// The one test of the family. False for what is not a number.
 bool isZero(double value)

@@ -66,9 +66,7 @@ struct SetTable {
             for (int member = left + 1; member <= right; ++member)
                 members.add(static_cast<char>(member));
         };
-        negated = scanSet(
-                      set, [this](char member) { members.add(member); }, addRange)
-                      .negated;
+        negated = scanSet(set, [this](char member) { members.add(member); }, addRange).negated;
     }
     bool matches(char character) const { return members.holds(character) != negated; }
 };

@@ -120,8 +120,7 @@ void findInVector(benchmark::State &state, uint32_t count)
 const bool registered = [] {
     for (size_t count : {100u, 1000u, 10000u}) {
         std::string row = "priority queue: add and remove " + std::to_string(count) + " integers";
-        bench::contend(
-            row, "general", [count](benchmark::State &state) { fillAndDrainQueue(state, count); }, 1.0);
+        bench::contend(row, "general", [count](benchmark::State &state) { fillAndDrainQueue(state, count); }, 1.0);
         bench::contend(row, "sorted std::vector",
                        [count](benchmark::State &state) { fillAndDrainVector(state, count); });
         bench::contend(row, "limit: order called by pointer",
@@ -129,8 +128,7 @@ const bool registered = [] {
     }
     for (uint32_t count : {10u, 100u, 1000u}) {
         std::string row = "array list: seek a key among " + std::to_string(count);
-        bench::contend(
-            row, "general", [count](benchmark::State &state) { seekInList(state, count); }, 0.8);
+        bench::contend(row, "general", [count](benchmark::State &state) { seekInList(state, count); }, 0.8);
         bench::contend(row, "std::find_if", [count](benchmark::State &state) { findInVector(state, count); });
         if (count == 10)
             bench::contend(row, "limit: empty call", callOnly);

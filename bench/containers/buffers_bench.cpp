@@ -132,16 +132,14 @@ const bool registered = [] {
     for (uint32_t size : {1u, 16u, 64u, 0u}) {
         std::string row =
             "character buffer: 1000 appends of " + (size == 0 ? "1 to 64" : std::to_string(size)) + " bytes";
-        bench::contend(
-            row, "general", [size](benchmark::State &state) { appendToBuffer(state, size); }, 0.8);
+        bench::contend(row, "general", [size](benchmark::State &state) { appendToBuffer(state, size); }, 0.8);
         bench::contend(row, "std::string", [size](benchmark::State &state) { appendToString(state, size); });
         if (size == 1)
             bench::contend(row, "limit: empty calls", callAsOften);
     }
     for (uint32_t size : {64u, 4096u, 65536u}) {
         std::string row = "buffer pool: grab and release two of up to " + std::to_string(size) + " bytes";
-        bench::contend(
-            row, "general", [size](benchmark::State &state) { grabAndRelease(state, size); }, 3.0);
+        bench::contend(row, "general", [size](benchmark::State &state) { grabAndRelease(state, size); }, 3.0);
         bench::contend(row, "malloc, free", [size](benchmark::State &state) { mallocAndFree(state, size); });
     }
     bench::contend("callbacks: dispatch 100 entries", "general", dispatchRegistry, 0.8);

@@ -152,8 +152,7 @@ void findByName(benchmark::State &state)
 
 void add(const char *row, const char *contender, void (*trace)(Addresses &), double aim = 0)
 {
-    bench::contend(
-        row, contender, [trace](benchmark::State &state) { timeTrace(state, trace); }, aim);
+    bench::contend(row, contender, [trace](benchmark::State &state) { timeTrace(state, trace); }, aim);
 }
 
 const bool registered = [] {

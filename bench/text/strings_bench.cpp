@@ -43,10 +43,8 @@ void contendHash(size_t length)
             },
             aim);
     };
-    add(
-        "general", [](const char *string, const unsigned char *t) { return strhash(string, t); }, 0.9);
-    add(
-        "inlined byte loop", [](const char *string, const unsigned char *t) { return loopHash(string, t); }, 0);
+    add("general", [](const char *string, const unsigned char *t) { return strhash(string, t); }, 0.9);
+    add("inlined byte loop", [](const char *string, const unsigned char *t) { return loopHash(string, t); }, 0);
 }
 
 void contendTokens(const char *name, const std::string &line, const char *delims)
@@ -69,10 +67,8 @@ void contendTokens(const char *name, const std::string &line, const char *delims
             },
             aim);
     };
-    add(
-        "general", [](char *s, const char *d, char **save) { return strtoknst(s, d, save); }, 0.9);
-    add(
-        "strtok", [](char *s, const char *d, char **) { return std::strtok(s, d); }, 0);
+    add("general", [](char *s, const char *d, char **save) { return strtoknst(s, d, save); }, 0.9);
+    add("strtok", [](char *s, const char *d, char **) { return std::strtok(s, d); }, 0);
 }
 
 /// What one writes without strcntrl.
@@ -107,10 +103,8 @@ void contendVisible(const char *name, const std::string &block)
             },
             aim);
     };
-    add(
-        "general", [](char *dst, const char *src) { strcntrl(dst, src); }, 1.0);
-    add(
-        "isprint and sprintf", [](char *dst, const char *src) { visibleByHand(dst, src); }, 0);
+    add("general", [](char *dst, const char *src) { strcntrl(dst, src); }, 1.0);
+    add("isprint and sprintf", [](char *dst, const char *src) { visibleByHand(dst, src); }, 0);
 }
 
 const bool registered = [] {

@@ -25,9 +25,10 @@
 ///     }
 ///     optind = opterr = 1;
 ///
-/// A program that uses its tool-chain's getopt_long and wants the rest of general.h defines
-/// GENERAL_NO_GETOPT before including it. The name `getopt` itself is this library's wherever the
-/// library is linked.
+/// A program that uses its tool-chain's getopt or getopt_long and wants the rest of general.h defines
+/// GENERAL_NO_GETOPT before including it: without this header, the names are the tool-chain's. With both
+/// headers they are this library's, whichever comes first; only a program compiled with -mrtd has to
+/// include this one first.
 
 #ifndef GENERAL_GETOPT_H
 #define GENERAL_GETOPT_H

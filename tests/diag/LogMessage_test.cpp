@@ -101,8 +101,7 @@ TEST_F(EventLog, ReportsTextOfAnyLengthUnderTheSource)
         logPrintf("me", "%s", text.c_str());
         EXPECT_THAT(noted.back(), testing::EndsWith(" <me> <" + text + ">"));
     }
-    ImportHook exhausted(
-        "malloc", +[](size_t) -> void * { return nullptr; }, library.module());
+    ImportHook exhausted("malloc", +[](size_t) -> void * { return nullptr; }, library.module());
     logPrintf("me", "%s", std::string(5000, 'x').c_str());
     EXPECT_EQ(noted.back(), "10 <me> <" + std::string(1023, 'x') + ">");
 }

@@ -32,8 +32,7 @@ struct Mail : testing::Test {
         EXPECT_TRUE(RemoveDirectoryA(folder.c_str())) << "temporary files are left";
     }
     /// What was logged while a message was composed by default or otherwise, and closed.
-    std::vector<std::string> closed(
-        int viaCommand, const std::function<void()> &compose = [] {})
+    std::vector<std::string> closed(int viaCommand, const std::function<void()> &compose = [] {})
     {
         QVSMailTo("a@x,b@y,c@z");
         QVSMailPrint("body %d", 1);

@@ -12,8 +12,8 @@ static size_t length;
 
 #define NOTE(...) (length += (size_t)snprintf(mapiRecord + length, sizeof mapiRecord - length, __VA_ARGS__))
 
-__declspec(dllexport) ULONG WINAPI
-    MAPISendMail(LHANDLE session, ULONG_PTR window, lpMapiMessage mail, FLAGS flags, ULONG reserved)
+__declspec(dllexport) ULONG WINAPI MAPISendMail(LHANDLE session, ULONG_PTR window, lpMapiMessage mail, FLAGS flags,
+                                                ULONG reserved)
 {
     length = 0;
     NOTE("%d %d %d %d|", (int)session, (int)window, (int)flags, (int)reserved);
