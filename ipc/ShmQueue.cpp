@@ -1,9 +1,12 @@
+#include "ipc/shm_handshake.h"
 #include "ipc/shm_objects.h"
 #include "ipc/shm_watcher.h"
 
 #include "base/module_id.h"
 
 #include <string.h>
+
+#include <algorithm>
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -40,15 +43,23 @@ struct Reply {
     uint32_t capacity;
 };
 static_assert(sizeof(Reply) == 8);
+constexpr uint32_t mostReplies = initCapacity / sizeof(Reply);
 
 constexpr uint32_t request = 0; // its value means nothing
 
-/// How long an accept waits for the connector before to have seen its signal.
-constexpr DWORD signalPatience = 500; // ms
+/// A listener holds both of these events, which nobody ever sets, and a client that waits for it the second.
+/// The first is gone when the listener's process is; the second tells that from a listener without any.
+constexpr const char *presenceSuffix = "Presence";
+constexpr const char *hasPresenceSuffix = "HasPresence";
+
 /// How often a waiting connector looks whether the listener is still there.
-constexpr DWORD replyPoll = 250; // ms
+constexpr DWORD replyPoll = 200; // ms
+/// How long a connector waits for the listener to put the request ring right, and how often it looks.
+constexpr DWORD repairPatience = 1000, repairPoll = 10; // ms
+/// How long a connection that nobody claimed waits for the init mutex to take its reply back.
+constexpr DWORD takeBackPatience = 500; // ms
 /// How often, and after how many milliseconds each, a listen tries again that was crossed by a client.
-constexpr int clashAttempts = 20;
+constexpr int clashAttempts = 40;
 constexpr DWORD clashPause = 10;
 
 bool nameFits(const char *name)
@@ -56,11 +67,143 @@ bool nameFits(const char *name)
     return name != nullptr && strnlen(name, longestName + 1) <= longestName;
 }
 
+// ---- the rings of the init segment ----
+
+RingHeader *repliesOf(const ShmQueue *init)
+{
+    return reinterpret_cast<RingHeader *>(init->view);
+}
+
+/// Whether a header can be that of a ring which holds whole records.
+bool isPossible(const RingHeader *ring, uint32_t recordSize)
+{
+    uint32_t read = ring->readPos, count = ring->count;
+    return ring->base == 0 && ring->end == initCapacity && read < initCapacity && count <= initCapacity &&
+           (read + count) % initCapacity == ring->writePos && (read | count) % recordSize == 0;
+}
+
+void setRing(RingHeader *ring, uint32_t readPos, uint32_t count)
+{
+    ring->base = 0;
+    ring->end = initCapacity;
+    ring->readPos = count == 0 ? 0 : readPos;
+    ring->writePos = count == 0 ? 0 : (readPos + count) % initCapacity;
+    ring->count = count;
+}
+
+/// A client that died between two stores of its request moved the write position or the count. Only their
+/// number matters, and the smaller of the two tells the requests of the others.
+void repairRequests(RingHeader *ring)
+{
+    if (isPossible(ring, sizeof request))
+        return;
+    uint32_t read = ring->readPos % initCapacity;
+    read -= read % sizeof request;
+    uint32_t count = ring->count;
+    uint32_t distance = (ring->writePos - read) % initCapacity;
+    if (distance == 0 && count > initCapacity / 2)
+        distance = initCapacity; // full and empty look alike
+    uint32_t others = std::min(count, distance);
+    setRing(ring, read, others - others % sizeof request);
+}
+
+/// Of a reply ring that a client left half changed nothing is believed. Who still waits asks again.
+void repairReplies(const ShmQueue *listener)
+{
+    if (isPossible(listener->sendRing, sizeof(Reply)))
+        return;
+    setRing(listener->sendRing, 0, 0);
+    WaitForSingleObject(listener->peerEvent, 0);
+}
+
+Reply &replyAt(RingHeader *ring, uint32_t index)
+{
+    auto *replies = reinterpret_cast<Reply *>(ring + 1);
+    return replies[(ring->readPos / sizeof(Reply) + index) % mostReplies];
+}
+
+uint32_t replyCount(const RingHeader *ring)
+{
+    return std::min<uint32_t>(uint32_t{ring->count} / sizeof(Reply), mostReplies);
+}
+
+/// The place of a connection's reply, counted from the oldest one; the number of replies if it is not there.
+uint32_t indexOfReply(RingHeader *ring, const ShmQueue *connection)
+{
+    uint32_t index = 0, count = replyCount(ring);
+    while (index < count &&
+           (replyAt(ring, index).number != connection->number || replyAt(ring, index).capacity != connection->capacity))
+        ++index;
+    return index;
+}
+
+/// Takes the reply of a connection out. The mutex is held.
+void dropReply(RingHeader *ring, const ShmQueue *connection)
+{
+    uint32_t index = indexOfReply(ring, connection), count = replyCount(ring);
+    if (index >= count)
+        return;
+    for (; index + 1 < count; ++index)
+        replyAt(ring, index) = replyAt(ring, index + 1);
+    setRing(ring, ring->readPos, (count - 1) * sizeof(Reply));
+}
+
+/// Opens the init segment of a name as a client has it; null if there is none.
+ShmQueue *openInit(const char *name)
+{
+    ShmQueue *init = newQueue();
+    if (init != nullptr && openSegment(init, initPrefix(name), requesterEvents, initSize)) {
+        placeRings(init, 0, initCapacity, false);
+        init->tag = liveTag;
+        return init;
+    }
+    release(init);
+    return nullptr;
+}
+
+/// Holds, for a scope, the init segment that a connection was accepted through. No queue call waits for it
+/// for long: where it is gone, or its mutex is not to be had, the scope holds nothing.
+class InitScope {
+public:
+    InitScope(const ShmQueue *connection, DWORD patience) : init_(openInit(connection->name))
+    {
+        DWORD outcome = init_ == nullptr ? WAIT_FAILED : WaitForSingleObject(init_->mutex, patience);
+        isHeld_ = outcome == WAIT_OBJECT_0 || outcome == WAIT_ABANDONED;
+    }
+    ~InitScope()
+    {
+        if (isHeld_)
+            releaseMutex(init_->mutex);
+        release(init_);
+    }
+    InitScope(const InitScope &) = delete;
+    InitScope &operator=(const InitScope &) = delete;
+
+    bool exists() const { return init_ != nullptr; }
+    /// The ring of the replies; null if it is not held or not to be believed.
+    RingHeader *replies() const
+    {
+        return isHeld_ && isPossible(repliesOf(init_), sizeof(Reply)) ? repliesOf(init_) : nullptr;
+    }
+    HANDLE replySignal() const { return init_->ownEvent; }
+
+private:
+    ShmQueue *init_;
+    bool isHeld_;
+};
+
 // ---- listening ----
 
 /// Sets a listener up, and leaves its mutex as it found it.
 bool setUpListener(ShmQueue *listener, const char *name, SegmentObjects &objects)
 {
+    // Before the segment, so that who finds that one finds these.
+    listener->hasPresence = objects.event(hasPresenceSuffix, manualReset);
+    if (listener->hasPresence == nullptr)
+        return false;
+    listener->presence = objects.event(presenceSuffix, manualReset);
+    if (listener->presence == nullptr)
+        return false;
     listener->mapping = objects.mapping(initSize);
     if (listener->mapping == nullptr)
         return false;
@@ -79,9 +222,10 @@ bool setUpListener(ShmQueue *listener, const char *name, SegmentObjects &objects
     return true;
 }
 
-enum class Clash { none, segment, otherObject };
+enum class Clash { none, lasting, passing };
 
-/// @param clash  receives what was there already, if that is why null is returned
+/// @param clash  receives why null is returned, if something was there already. What clients have open that
+///               came too early, or that wait for a listener that died, passes; another listener does not
 ShmQueue *listenOnce(const char *name, Clash &clash)
 {
     ShmQueue *listener = newQueue();
@@ -90,8 +234,12 @@ ShmQueue *listenOnce(const char *name, Clash &clash)
     clash = Clash::none;
     if (listener != nullptr && access.isReady() && setUpListener(listener, name, objects))
         return listener;
-    if (objects.clashed())
-        clash = listener->mapping == nullptr ? Clash::segment : Clash::otherObject;
+    if (objects.clashed()) {
+        bool isListenedOn = listener->hasPresence == nullptr
+                                ? isHeldBySomebody(initPrefix(name), presenceSuffix)
+                                : listener->presence != nullptr && listener->mapping == nullptr;
+        clash = isListenedOn ? Clash::lasting : Clash::passing;
+    }
     release(listener);
     return nullptr;
 }
@@ -100,10 +248,12 @@ ShmQueue *listenOnce(const char *name, Clash &clash)
 
 /// Adds or removes one record of the handshake. A part of a record is as bad as none.
 template<typename Record>
-bool addRecord(ShmQueue *queue, const Record &record)
+uint32_t addRecord(ShmQueue *queue, const Record &record)
 {
     uint32_t length = sizeof record;
-    return ShmQueueAdd(queue, &record, &length) == SHMQUEUE_OK && length == sizeof record;
+    uint32_t status = ShmQueueAdd(queue, &record, &length);
+    bool isCut = status == SHMQUEUE_OK && length != sizeof record;
+    return isCut ? uint32_t{SHMQUEUE_FULL} : status;
 }
 
 template<typename Record>
@@ -113,26 +263,82 @@ bool removeRecord(ShmQueue *queue, Record &record)
     return ShmQueueRemove(queue, &record, &length) == SHMQUEUE_OK && length == sizeof record;
 }
 
-/// Waits for the signal that a request was accepted, for as long as there is a listener to give it.
-bool waitForReply(const ShmQueue *requester)
+bool isClosed(const ShmQueue *requester)
 {
-    DWORD outcome = WAIT_TIMEOUT;
-    bool isOver = false;
-    while (outcome == WAIT_TIMEOUT && !isOver) {
-        isOver = requester->recvRing->closed != 0; // what was accepted before that has been signalled
-        outcome = WaitForSingleObject(requester->ownEvent, isOver ? 0 : replyPoll);
-    }
-    return outcome == WAIT_OBJECT_0;
+    return requester->recvRing->closed != 0;
 }
 
-/// The client's half of the handshake up to the reply, on a record for the init segment.
-bool requestConnection(ShmQueue *requester, const char *name, Reply &reply)
+/// Adds a request. Where another client's death has left the ring impossible, the listener is waited for,
+/// who was told of that client and puts it right.
+bool addRequest(ShmQueue *requester)
 {
-    if (!openSegment(requester, initPrefix(name), requesterEvents, initSize))
-        return false;
-    placeRings(requester, 0, initCapacity, false);
-    requester->tag = liveTag;
-    return addRecord(requester, request) && waitForReply(requester) && removeRecord(requester, reply);
+    uint32_t status = addRecord(requester, request);
+    for (DWORD waited = 0; status == SHMQUEUE_CLOSED && !isClosed(requester) && waited < repairPatience;
+         waited += repairPoll) {
+        Sleep(repairPoll);
+        status = addRecord(requester, request);
+    }
+    return status == SHMQUEUE_OK;
+}
+
+/// Opens the init segment, and first what tells whether its listener lives, so that a segment which is found
+/// because others wait for a dead listener is known for that.
+ShmQueue *openListener(const char *name)
+{
+    Prefix prefix = initPrefix(name);
+    HANDLE hasPresence = openEvent(prefix, hasPresenceSuffix);
+    ShmQueue *requester = openInit(name);
+    if (requester == nullptr) {
+        if (hasPresence != nullptr)
+            CloseHandle(hasPresence);
+        return nullptr;
+    }
+    requester->hasPresence = hasPresence != nullptr ? hasPresence : openEvent(prefix, hasPresenceSuffix);
+    return requester;
+}
+
+bool isListenerDead(const ShmQueue *requester, const char *name)
+{
+    return requester->hasPresence != nullptr && !isHeldBySomebody(initPrefix(name), presenceSuffix);
+}
+
+/// What a connector that waits unsignalled sees of the rings. Read without the mutex this is a hint.
+struct Sight {
+    uint32_t requests, replies, oldestReply;
+
+    bool operator==(const Sight &) const = default;
+    bool showsReply() const { return replies != 0; }
+    /// Neither requests nor replies: its own was lost with a reply ring that was put right.
+    bool isForgotten() const { return requests == 0 && replies == 0; }
+};
+
+Sight sightOf(const ShmQueue *requester)
+{
+    const RingHeader *replies = requester->recvRing;
+    Sight sight{.requests = requester->sendRing->count, .replies = replies->count, .oldestReply = replies->readPos};
+    if (!isPossible(replies, sizeof(Reply)))
+        sight.replies = 0;
+    return sight;
+}
+
+/// Waits until a request was accepted, for as long as there is a listener to do it.
+bool waitForReply(ShmQueue *requester, const char *name)
+{
+    Sight before{.requests = 1, .replies = 0, .oldestReply = 0}; // as good as none
+    for (;;) {
+        bool isOver = isClosed(requester) || isListenerDead(requester, name); // a reply may be there all the same
+        DWORD outcome = WaitForSingleObject(requester->ownEvent, isOver ? 0 : replyPoll);
+        if (outcome != WAIT_TIMEOUT)
+            return outcome == WAIT_OBJECT_0;
+        Sight sight = sightOf(requester);
+        if (isOver)
+            return sight.showsReply();
+        if (sight == before && sight.showsReply()) // nobody is on the way to take it: its signal was lost in another
+            return true;
+        if (sight == before && sight.isForgotten() && !addRequest(requester))
+            return false;
+        before = sight;
+    }
 }
 
 /// Starts the acceptor's watcher, which reads this process's id. Where another's stands already, the
@@ -160,28 +366,66 @@ bool setUpConnector(ShmQueue *connection, const char *name, const Reply &reply)
     placeRings(connection, processIdSize, reply.capacity, false);
     if (!announceProcess(connection, prefix))
         return false;
+    memcpy(connection->name, name, strlen(name));
+    connection->number = reply.number;
     connection->tag = liveTag;
     return true;
 }
 
+bool takeReply(ShmQueue *requester, Reply &reply)
+{
+    Lock lock(requester);
+    if (!lock.isHeld() || !removeRecord(requester, reply))
+        return false;
+    if (requester->recvRing->count == 0)
+        WaitForSingleObject(requester->ownEvent,
+                            0); // a signal without a reply would let the next client go for nothing
+    return true;
+}
+
+/// Takes the oldest reply and the connection that it tells of. One that is gone, because it was destroyed
+/// before its client came, costs a reply and no more, if there is another one.
+/// @param isEarly  receives whether there was no reply to take
+ShmQueue *takeConnection(ShmQueue *requester, const char *name, bool &isEarly)
+{
+    Reply reply{};
+    for (isEarly = true; takeReply(requester, reply); isEarly = false) {
+        ShmQueue *connection = newQueue();
+        if (connection == nullptr || setUpConnector(connection, name, reply)) {
+            isEarly = false;
+            return connection;
+        }
+        release(connection);
+    }
+    return nullptr;
+}
+
+/// The client's half of the handshake. Where the listener is this library's, a signal without a reply was
+/// another client's, and the wait goes on.
+ShmQueue *requestConnection(ShmQueue *requester, const char *name)
+{
+    if (isListenerDead(requester, name) || !addRequest(requester))
+        return nullptr;
+    ShmQueue *connection = nullptr;
+    bool isEarly = true;
+    while (connection == nullptr && isEarly && waitForReply(requester, name)) {
+        connection = takeConnection(requester, name, isEarly);
+        isEarly = isEarly && requester->hasPresence != nullptr && !isClosed(requester);
+    }
+    return connection;
+}
+
 // ---- accepting ----
 
-/// Lets one waiting connector go. Two signals in a row are one to the system, so a connector that has
-/// not yet seen the one before is given time to.
-bool signalReply(const ShmQueue *listener)
+/// Lets one waiting connector go. Two signals in a row are one to the system: where the one before was not
+/// seen yet, this one is owed, and given by the connection's watcher. The mutex is held.
+bool signalReply(const ShmQueue *listener, bool &isOwed)
 {
-    DWORD start = GetTickCount();
-    for (;;) {
-        DWORD outcome = WaitForSingleObject(listener->peerEvent, 0);
-        bool isSeen = outcome == WAIT_TIMEOUT;
-        if (!isSeen && outcome != WAIT_OBJECT_0)
-            return false;
-        if (!SetEvent(listener->peerEvent))
-            return false;
-        if (isSeen || GetTickCount() - start >= signalPatience)
-            return true;
-        Sleep(1);
-    }
+    DWORD outcome = WaitForSingleObject(listener->peerEvent, 0);
+    if (outcome != WAIT_OBJECT_0 && outcome != WAIT_TIMEOUT)
+        return false;
+    isOwed = outcome == WAIT_OBJECT_0 && listener->sendRing->count > sizeof(Reply);
+    return SetEvent(listener->peerEvent) != FALSE;
 }
 
 /// Sets the accepting end up. Starting the watcher is the last thing that can fail.
@@ -198,7 +442,9 @@ bool setUpAcceptor(ShmQueue *connection, const Prefix &prefix, uint32_t capacity
     placeRings(connection, processIdSize, capacity, true);
     initialiseRings(connection);
     memset(connection->view, 0, processIdSize);
-    if (!startWatcher(connection, objects))
+    connection->isAcceptor = true;
+    connection->processWaitEvent = objects.event("ProcessWaitEvent", autoReset);
+    if (connection->processWaitEvent == nullptr || !startWatcher(connection))
         return false;
     connection->tag = liveTag;
     return true;
@@ -206,17 +452,39 @@ bool setUpAcceptor(ShmQueue *connection, const Prefix &prefix, uint32_t capacity
 
 } // namespace
 
+bool general::shm::stillOwesSignal(const ShmQueue *connection)
+{
+    InitScope init(connection, 0);
+    if (!init.exists())
+        return false;
+    RingHeader *replies = init.replies();
+    if (replies == nullptr)
+        return true;
+    if (indexOfReply(replies, connection) == replyCount(replies))
+        return false; // somebody has it already
+    bool isSeen = WaitForSingleObject(init.replySignal(), 0) == WAIT_TIMEOUT;
+    SetEvent(init.replySignal());
+    return !isSeen;
+}
+
+void general::shm::takeReplyBack(const ShmQueue *connection)
+{
+    InitScope init(connection, takeBackPatience);
+    RingHeader *replies = init.replies();
+    if (replies == nullptr)
+        return;
+    dropReply(replies, connection);
+    if (replies->count == 0)
+        WaitForSingleObject(init.replySignal(), 0); // it would let the next client go for nothing
+}
+
 ShmQueue *ShmQueueListen(const char *name)
 {
     if (!nameFits(name))
         return nullptr;
-    // A client that connects just now may have made an object that it meant to open. It finds the rings
-    // not set up and gives everything back, so the clash passes; one with another listener does not.
     Clash clash = Clash::none;
     ShmQueue *listener = listenOnce(name, clash);
-    if (clash != Clash::otherObject)
-        return listener;
-    for (int attempt = 0; clash != Clash::none && attempt < clashAttempts; ++attempt) {
+    for (int attempt = 0; clash == Clash::passing && attempt < clashAttempts; ++attempt) {
         Sleep(clashPause);
         listener = listenOnce(name, clash);
     }
@@ -227,16 +495,16 @@ ShmQueue *ShmQueueConnect(const char *name)
 {
     if (!nameFits(name))
         return nullptr;
-    Reply reply{};
-    ShmQueue *requester = newQueue();
-    ShmQueue *connection = nullptr;
-    if (requester != nullptr && requestConnection(requester, name, reply))
-        connection = newQueue();
-    bool isSetUp = connection != nullptr && setUpConnector(connection, name, reply);
+    ShmQueue *requester = openListener(name);
+    if (requester == nullptr)
+        return nullptr;
+    ShmQueue *connection = requestConnection(requester, name);
+    bool hasPresence = requester->hasPresence != nullptr;
     release(requester);
-    if (isSetUp)
+    // A listener with presence accepts with this library, whose acceptors can be seen to be gone.
+    if (connection == nullptr || !hasPresence || watchAcceptor(connection))
         return connection;
-    release(connection);
+    ShmQueueDestroy(connection);
     return nullptr;
 }
 
@@ -244,19 +512,28 @@ ShmQueue *ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32_t size)
 {
     if (!isLive(listener) || !listener->isListener || size > greatestCapacity)
         return nullptr;
+    // Under one hold, so that of two threads each gets a request with its reply, and no connector reads its
+    // reply before all objects are there.
+    Lock lock(listener);
+    if (!lock.isHeld())
+        return nullptr;
+    repairRequests(listener->recvRing);
+    repairReplies(listener);
     uint32_t anyRequest = 0;
-    if (!removeRecord(listener, anyRequest) || !addRecord(listener, Reply{.number = number, .capacity = size}))
+    bool isOwed = false;
+    if (!removeRecord(listener, anyRequest) ||
+        addRecord(listener, Reply{.number = number, .capacity = size}) != SHMQUEUE_OK || !signalReply(listener, isOwed))
         return nullptr;
 
-    // The connector cannot read its reply before this lock is gone, and by then all objects are there.
-    Lock lock(listener);
-    if (!lock.isHeld() || !signalReply(listener))
-        return nullptr;
     ShmQueue *connection = newQueue();
     AccessForAll access;
-    if (connection != nullptr && access.isReady() &&
-        setUpAcceptor(connection, connectionPrefix(listener->name, number), size, access))
-        return connection;
+    if (connection != nullptr && access.isReady()) {
+        memcpy(connection->name, listener->name, sizeof connection->name);
+        connection->number = number;
+        connection->owesSignal = isOwed;
+        if (setUpAcceptor(connection, connectionPrefix(listener->name, number), size, access))
+            return connection;
+    }
     release(connection);
     return nullptr;
 }

@@ -120,10 +120,25 @@ void release(ShmQueue *queue)
     if (queue->view != nullptr)
         UnmapViewOfFile(queue->view);
     closeIfOpen(queue->mapping);
-    closeIfOpen(queue->watcherThread);
-    closeIfOpen(queue->processWaitEvent);
+    for (HANDLE other : {queue->watcherThread, queue->endedWatcher, queue->processWaitEvent, queue->presence})
+        closeIfOpen(other);
+    closeIfOpen(queue->hasPresence); // after the mapping: a segment that can be opened still says so
     general::clearMagic(queue->tag);
     free(queue);
+}
+
+HANDLE openEvent(const Prefix &prefix, const char *suffix)
+{
+    return OpenEventA(SYNCHRONIZE, FALSE, objectName(prefix, suffix).text);
+}
+
+bool isHeldBySomebody(const Prefix &prefix, const char *suffix)
+{
+    HANDLE event = openEvent(prefix, suffix);
+    if (event == nullptr)
+        return GetLastError() != ERROR_FILE_NOT_FOUND;
+    CloseHandle(event);
+    return true;
 }
 
 bool mapView(ShmQueue *queue, uint32_t size)
@@ -133,7 +148,7 @@ bool mapView(ShmQueue *queue, uint32_t size)
         return false;
     MEMORY_BASIC_INFORMATION memory{};
     return VirtualQuery(queue->view, &memory, sizeof memory) != 0 && memory.State == MEM_COMMIT &&
-           memory.RegionSize >= size;
+           memory.Type != MEM_IMAGE && memory.Protect == PAGE_READWRITE && memory.RegionSize >= size;
 }
 
 void placeRings(ShmQueue *queue, uint32_t firstOffset, uint32_t capacity, bool isMaker)

@@ -1,9 +1,14 @@
 #include "ipc/shm_watcher.h"
 
+#include "ipc/shm_handshake.h"
+#include "ipc/shm_objects.h"
+
 #include "base/handle_magic.h"
 #include "base/module_id.h"
 
 #include <string.h>
+
+#include <algorithm>
 
 GENERAL_MODULE_ID("$Id$");
 
@@ -14,6 +19,11 @@ using namespace general::shm;
 /// How often a destroy repeats its signal to the watcher, which any process can take away.
 constexpr DWORD dismissalRepeat = 100; // ms
 
+/// How often a connector's watcher looks whether the acceptor is still there.
+constexpr DWORD presencePoll = 250; // ms
+/// The longest pause between two attempts to give an owed signal.
+constexpr DWORD longestSignalPause = 128; // ms
+
 constexpr DWORD watcherFailed = static_cast<DWORD>(-1);
 constexpr SIZE_T watcherStack = 64 * 1024;
 
@@ -21,6 +31,18 @@ constexpr SIZE_T watcherStack = 64 * 1024;
 bool isWatched(const ShmQueue *connection)
 {
     return isLive(connection) && !connection->closing;
+}
+
+/// Waits for the connector, or for a destroy. Until then a signal is owed to a client, perhaps to this one.
+bool waitForConnector(const ShmQueue *connection)
+{
+    DWORD pause = connection->owesSignal ? 1 : INFINITE;
+    for (;;) {
+        DWORD outcome = WaitForSingleObject(connection->processWaitEvent, pause);
+        if (outcome != WAIT_TIMEOUT)
+            return outcome == WAIT_OBJECT_0;
+        pause = stillOwesSignal(connection) ? std::min(2 * pause, longestSignalPause) : INFINITE;
+    }
 }
 
 /// Tells the acceptor that the connector's process has ended. The mutex is held.
@@ -40,12 +62,12 @@ bool waitForDeath(const ShmQueue *connection, HANDLE process)
     return outcome == WAIT_OBJECT_0 || outcome == WAIT_OBJECT_0 + 1;
 }
 
-/// Opens the process that has connected. The mutex is held.
-HANDLE openConnector(const ShmQueue *connection)
+/// The process that has connected; 0 until one has.
+DWORD processIdOf(const ShmQueue *connection)
 {
-    uint32_t processId = 0;
-    memcpy(&processId, connection->view, sizeof processId);
-    return OpenProcess(SYNCHRONIZE, FALSE, processId);
+    DWORD processId = 0;
+    memcpy(&processId, connection->view, processIdSize);
+    return processId;
 }
 
 DWORD acknowledge(const ShmQueue *connection)
@@ -71,7 +93,7 @@ DWORD giveUp(const ShmQueue *connection)
 DWORD WINAPI watchConnector(void *context)
 {
     auto *connection = static_cast<ShmQueue *>(context);
-    if (WaitForSingleObject(connection->processWaitEvent, INFINITE) != WAIT_OBJECT_0)
+    if (!waitForConnector(connection))
         return watcherFailed;
     DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
     if (outcome == WAIT_ABANDONED) { // the connector died inside its first call
@@ -82,7 +104,7 @@ DWORD WINAPI watchConnector(void *context)
         return watcherFailed;
     if (!isWatched(connection))
         return acknowledge(connection);
-    HANDLE process = openConnector(connection);
+    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, processIdOf(connection));
     if (process == nullptr)
         return giveUp(connection);
 
@@ -99,11 +121,57 @@ DWORD WINAPI watchConnector(void *context)
         return giveUp(connection);
     }
 
-    CloseHandle(connection->watcherThread);
+    connection->endedWatcher = connection->watcherThread;
     connection->watcherThread = nullptr;
     announceDeath(connection);
-    releaseMutex(connection->mutex); // the record may be gone from here on
+    releaseMutex(connection->mutex); // a destroy may free the record from here on, once this thread has ended
     return 0;
+}
+
+/// Waits until the acceptor is gone or a destroy is under way. A connector may not open the process of a
+/// service, so it looks for an event that nobody but the acceptor keeps open.
+/// @return whether the acceptor is gone
+bool waitForLoss(const ShmQueue *connection)
+{
+    Prefix prefix = connectionPrefix(connection->name, connection->number);
+    DWORD outcome = WAIT_TIMEOUT;
+    bool isGone = false;
+    while (outcome == WAIT_TIMEOUT && !isGone) {
+        outcome = WaitForSingleObject(connection->processWaitEvent, presencePoll);
+        isGone = outcome == WAIT_TIMEOUT && !isHeldBySomebody(prefix, "ProcessWaitEvent");
+    }
+    return isGone;
+}
+
+/// Closes the connection in the place of an acceptor that cannot any more. The mutex is held.
+void announceLoss(ShmQueue *connection)
+{
+    connection->sendRing->closed = 1;
+    connection->recvRing->closed = 1;
+    wakeFor(thisSide(connection), SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE);
+    raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
+}
+
+/// A thread that looks after the connecting end of a connection.
+DWORD WINAPI watchForLoss(void *context)
+{
+    auto *connection = static_cast<ShmQueue *>(context);
+    if (!waitForLoss(connection))
+        return 0;
+    DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
+    if (outcome != WAIT_OBJECT_0 && outcome != WAIT_ABANDONED) // abandoned: it died inside a call
+        return watcherFailed;
+    if (isWatched(connection) && connection->recvRing->closed == 0)
+        announceLoss(connection);
+    releaseMutex(connection->mutex);
+    return 0;
+}
+
+bool startThread(ShmQueue *connection, LPTHREAD_START_ROUTINE routine)
+{
+    connection->watcherThread =
+        CreateThread(nullptr, watcherStack, routine, connection, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+    return connection->watcherThread != nullptr;
 }
 
 // ---- destroying ----
@@ -145,14 +213,15 @@ bool dismissWatcher(ShmQueue *queue)
 
 } // namespace
 
-bool general::shm::startWatcher(ShmQueue *connection, SegmentObjects &objects)
+bool general::shm::startWatcher(ShmQueue *connection)
 {
-    connection->processWaitEvent = objects.event("ProcessWaitEvent", autoReset);
-    if (connection->processWaitEvent == nullptr)
-        return false;
-    connection->watcherThread =
-        CreateThread(nullptr, watcherStack, watchConnector, connection, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
-    return connection->watcherThread != nullptr;
+    return startThread(connection, watchConnector);
+}
+
+bool general::shm::watchAcceptor(ShmQueue *connection)
+{
+    connection->processWaitEvent = CreateEventA(nullptr, autoReset, FALSE, nullptr);
+    return connection->processWaitEvent != nullptr && startThread(connection, watchForLoss);
 }
 
 uint32_t ShmQueueDestroy(ShmQueue *queue)
@@ -165,7 +234,12 @@ uint32_t ShmQueueDestroy(ShmQueue *queue)
     }
     if (queue->watcherThread != nullptr && !dismissWatcher(queue))
         return SHMQUEUE_BAD_HANDLE;
+    bool isUnclaimed = queue->isAcceptor && processIdOf(queue) == 0;
     releaseMutex(queue->mutex);
+    if (isUnclaimed)
+        takeReplyBack(queue);
+    if (queue->endedWatcher != nullptr) // it may not have returned yet, and the library may be unloaded next
+        WaitForSingleObject(queue->endedWatcher, INFINITE);
     release(queue);
     return SHMQUEUE_OK;
 }

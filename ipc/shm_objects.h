@@ -50,6 +50,8 @@ public:
     static SegmentObjects toOpen(const Prefix &prefix) { return {prefix, nullptr}; }
     static SegmentObjects toMake(const Prefix &prefix, AccessForAll &access) { return {prefix, access.attributes()}; }
 
+    /// Makes or opens the file mapping. The other two open what is there and make what is not, for a
+    /// connecting side too.
     HANDLE mapping(uint32_t size);
     HANDLE mutex();
     HANDLE event(const char *suffix, bool isManualReset);
@@ -83,7 +85,14 @@ ShmQueue *newQueue();
 /// Gives back everything that a record holds, and the record; null is fine. The shared state is not touched.
 void release(ShmQueue *queue);
 
-/// Maps the segment. It was made by another process perhaps, so all of it must really be there.
+/// Opens an event that is there already.
+/// @return null with GetLastError
+HANDLE openEvent(const Prefix &prefix, const char *suffix);
+
+/// Whether anybody holds an event. What the system does not want to say counts as held.
+bool isHeldBySomebody(const Prefix &prefix, const char *suffix);
+
+/// Maps the segment. It was made by another process perhaps, so all of it must really be there, and writable.
 bool mapView(ShmQueue *queue, uint32_t size);
 
 /// Opens all that a side has of an existing segment.

@@ -73,14 +73,21 @@ struct ShmQueue {
     HANDLE ownEvent;                          ///< what events for this side are raised on
     HANDLE peerWake;                          ///< what the peer sleeps on in select
     HANDLE ownWake;                           ///< what this side sleeps on in select
-    HANDLE watcherThread;                     ///< the accepting side's, while it may be running
+    HANDLE watcherThread;                     ///< until it has told of the peer's end
     HANDLE processWaitEvent;                  ///< wakes the watcher
-    char name[general::shm::longestName + 1]; ///< the listener's
+    char name[general::shm::longestName + 1]; ///< what is listened under
 
     uint8_t *view;
     uint32_t capacity; ///< of either ring; what the headers say is checked against it
     bool isListener;
     bool closing; ///< a destroy has told the peer and has dismissed the watcher
+
+    uint32_t number;     ///< of a connection
+    bool isAcceptor;     ///< the accepting end of a connection
+    bool owesSignal;     ///< its accept found an earlier reply's signal still set, so the watcher gives this one's
+    HANDLE endedWatcher; ///< the watcher that has told of the peer's end, for destroy to wait for
+    HANDLE presence;     ///< held by a listener alone, and so gone when its process is
+    HANDLE hasPresence;  ///< held by a listener and by who waits for it, to tell a dead one from one without presence
 };
 
 static_assert(offsetof(ShmQueue, tag) == 0 && offsetof(ShmQueue, mapping) == 4 && offsetof(ShmQueue, sendRing) == 8);

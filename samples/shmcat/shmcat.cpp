@@ -311,10 +311,12 @@ public:
             DWORD outcome = WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
             if (outcome >= events.size())
                 return complain(transferFailed, "the system refused to wait");
-            if (outcome == clients_.size())
+            // The wait names the lowest handle only. Everybody whose event is set gets a turn.
+            for (size_t i = clients_.size(); i-- > 0;)
+                if (isSet(events[i]))
+                    serve(i);
+            if (accepts && listener_ != nullptr && isSet(events.back()))
                 accept();
-            else
-                serve(outcome);
         }
         return failed_ ? transferFailed : allMoved;
     }
@@ -328,6 +330,8 @@ private:
             destroy(listener_);
         listener_ = nullptr;
     }
+
+    static bool isSet(HANDLE event) { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
 
     bool hasRequest()
     {
