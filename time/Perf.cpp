@@ -4,6 +4,7 @@
 #include "general/perf.h"
 
 #include <stddef.h>
+#include <string.h>
 #include <windows.h>
 
 GENERAL_MODULE_ID("$Id$");
@@ -17,12 +18,13 @@ static_assert(offsetof(PerfRecord, length) == 4 && offsetof(PerfRecord, value) =
 
 namespace {
 
-/// The segment that this process publishes; no view, no segment. The size is kept here because any
+/// The segment that this process publishes; no view, no segment. The sizes are kept here because any
 /// process may write to the segment: nothing read from it decides where memory is touched.
 struct Published {
     HANDLE mapping;
     PerfSegment *view;
-    uint32_t size;
+    uint32_t size;     ///< of head and records
+    uint32_t viewSize; ///< to the end of a page, or of the larger segment that was taken over
 };
 
 Published published;
@@ -49,18 +51,30 @@ bool measure(const PerfObjectDef *objects, uint32_t objectCount, uint32_t &size)
     return true;
 }
 
+/// Maps the whole of a mapping: an older one of the name may be larger than what is asked for, or smaller.
+bool mapAll(Published &segment)
+{
+    segment.view = static_cast<PerfSegment *>(MapViewOfFile(segment.mapping, FILE_MAP_WRITE, 0, 0, 0));
+    MEMORY_BASIC_INFORMATION region = {};
+    if (segment.view == nullptr)
+        return false;
+    segment.viewSize = VirtualQuery(segment.view, &region, sizeof region) == 0 ? 0 : region.RegionSize;
+    if (segment.viewSize >= segment.size)
+        return true;
+    UnmapViewOfFile(segment.view);
+    return false;
+}
+
 bool openSegment(const char *name, uint32_t size, Published &segment)
 {
     segment.size = size;
     segment.mapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size, name);
     if (segment.mapping == nullptr)
         return false;
-    segment.view = static_cast<PerfSegment *>(MapViewOfFile(segment.mapping, FILE_MAP_WRITE, 0, 0, size));
-    if (segment.view == nullptr) {
-        CloseHandle(segment.mapping);
-        return false;
-    }
-    return true;
+    if (mapAll(segment))
+        return true;
+    CloseHandle(segment.mapping);
+    return false;
 }
 
 /// The magic is what readers go by: nothing that is written before it may come after it, nor the
@@ -70,19 +84,22 @@ void storeMagic(PerfSegment *segment, uint32_t magic)
     __atomic_store_n(&segment->magic, magic, __ATOMIC_SEQ_CST);
 }
 
-/// Lays out the records. The count takes in private counters too, which readers know and allow for.
-void fill(PerfSegment *segment, const PerfObjectDef *objects, uint32_t objectCount)
+/// Lays out the records, and clears what lies behind them: readers walk as far as records go on, and in
+/// a segment that is taken over those of its last owner would. The count takes in private counters too,
+/// which readers know and allow for.
+void fill(const Published &segment, const PerfObjectDef *objects, uint32_t objectCount)
 {
-    auto *record = reinterpret_cast<PerfRecord *>(segment + 1);
-    segment->recordCount = 0;
+    auto *record = reinterpret_cast<PerfRecord *>(segment.view + 1);
+    segment.view->recordCount = 0;
     for (uint32_t i = 0; i < objectCount; ++i) {
         for (uint32_t j = 0; j < objects[i].counterCount; ++j) {
             const PerfCounterDef &counter = objects[i].counters[j];
-            ++segment->recordCount;
+            ++segment.view->recordCount;
             if (counter.isPrivate == 0)
                 *record++ = PerfRecord{.id = counter.id, .length = sizeof(PerfRecord), .value = counter.initialValue};
         }
     }
+    memset(record, 0, segment.viewSize - segment.size);
 }
 
 /// The first record with an identifier; null when there is none or no segment. The walk ends where
@@ -116,11 +133,11 @@ int PerfInit(const char *name, const PerfObjectDef *objects, uint32_t objectCoun
         return PERF_NO_SEGMENT;
     PerfShutdown();
 
-    Published segment;
+    Published segment = {};
     if (!openSegment(name, size, segment))
         return PERF_NO_SEGMENT;
     storeMagic(segment.view, 0); // someone may hold an older segment of this name open
-    fill(segment.view, objects, objectCount);
+    fill(segment, objects, objectCount);
     storeMagic(segment.view, PERF_MAGIC);
     published = segment;
     return PERF_OK;

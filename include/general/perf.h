@@ -9,7 +9,9 @@
 /// may be fewer records than it says.
 ///
 /// Updates are plain 32-bit stores without a lock. A reader sees every value whole, but not all values
-/// of one moment; of two threads that add to one counter at once, one may lose its increment.
+/// of one moment; of two threads that add to one counter at once, one may lose its increment. Neither
+/// PerfInit nor PerfShutdown may run beside another call of the family: they take away the memory that
+/// the other one writes to.
 
 #ifndef GENERAL_PERF_H
 #define GENERAL_PERF_H
@@ -63,7 +65,8 @@ typedef struct PerfRecord {
 ///
 /// Where the process has a segment already, that one is withdrawn first, as PerfShutdown does; it
 /// stays if the arguments are unusable or the size overflows. A segment of this name that someone
-/// else still holds open is taken over, provided that it is large enough.
+/// else still holds open is taken over, provided that it is large enough, and cleared of its records.
+/// Two processes that publish under one name write to one segment: the name is the caller's to choose.
 /// @param name         name of the segment, not null
 /// @param objects      objectCount descriptions, which are not needed after the call
 /// @param objectCount  how many objects are described

@@ -22,7 +22,6 @@ PerfObjectDef object(const Counters &counters)
 
 struct Perf : testing::Test {
     ~Perf() override { PerfShutdown(); }
-    /// A segment of the test's own.
     const char *name = testing::UnitTest::GetInstance()->current_test_info()->name();
     int publish(const Counters &counters)
     {
@@ -76,28 +75,29 @@ TEST_F(Perf, UpdatesStayInsideTheSegment)
 uint32_t *viewBeingFilled, magicAtFirstAccess = 99;
 
 // The first access to the second page is caught: at that moment there is no magic yet, not even where
-// an older segment of the same name, magic and all, is taken over.
+// a larger segment of the same name, magic and all, is taken over. Nothing of that one is left.
 TEST_F(Perf, TheMagicIsWrittenLast)
 {
-    const Counters many(400, counter(1, 5)); // 4808 bytes
-    publish(many);
+    publish(Counters(800, counter(1, 5))); // 9608 bytes
     volatile uint32_t *reader = view(name);
     PerfShutdown();
     reader[0] = PERF_MAGIC; // as a process leaves it that ends without shutdown
-    auto map = winapi([](HANDLE mapping, DWORD, DWORD, DWORD, SIZE_T size) -> LPVOID {
+    auto query = winapi([](const void *view, MEMORY_BASIC_INFORMATION *region, SIZE_T size) -> SIZE_T {
         DWORD before = 0;
-        viewBeingFilled = static_cast<uint32_t *>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, size));
+        SIZE_T answer = VirtualQuery(view, region, size);
+        viewBeingFilled = static_cast<uint32_t *>(region->BaseAddress);
         VirtualProtect(viewBeingFilled + 1024, 1, PAGE_READWRITE | PAGE_GUARD, &before);
-        return viewBeingFilled;
+        return answer;
     });
     auto look = winapi([](EXCEPTION_POINTERS *) -> LONG {
         return magicAtFirstAccess = *viewBeingFilled, EXCEPTION_CONTINUE_EXECUTION;
     });
-    ImportHook hook("MapViewOfFile", map);
+    ImportHook hook("VirtualQuery", query);
     void *handler = AddVectoredExceptionHandler(1, look);
-    EXPECT_EQ(publish(many), 0);
+    EXPECT_EQ(publish(Counters(400, counter(1, 7))), 0); // 4808 bytes
     RemoveVectoredExceptionHandler(handler);
-    EXPECT_TRUE(magicAtFirstAccess == 0 && reader[0] == PERF_MAGIC);
+    EXPECT_TRUE(magicAtFirstAccess == 0 && reader[0] == PERF_MAGIC && reader[1201] == 7);
+    EXPECT_EQ(Words(reader + 1202, reader + 3072), Words(1870));
 }
 
 TEST_F(Perf, ASecondInitReplacesTheFirstUnlessRefused)
