@@ -1,6 +1,8 @@
 #include "base/library_function.h"
 #include "base/module_id.h"
+#include "base/once.h"
 #include "platform/instruction_probe.h"
+#include "platform/processor_names.h"
 #include "platform/processor_rules.h"
 
 #include "general/processor.h"
@@ -17,25 +19,6 @@ using namespace general;
 
 namespace {
 
-/// An answer that is found out once. The value is set before the mark.
-template<typename Value>
-class Once {
-public:
-    template<typename Find>
-    Value get(Find find)
-    {
-        if (!known_) {
-            value_ = find();
-            known_ = true;
-        }
-        return value_;
-    }
-
-private:
-    Value value_;
-    volatile bool known_;
-};
-
 struct Presence {
     bool exists;
     uint32_t highestLeaf;
@@ -43,12 +26,10 @@ struct Presence {
 
 Once<Presence> presence;
 Once<int> mmx, sse, sse2, hyperThreading, osSupportsSse;
-Once<const char *> model;
+Once<const char *> model, brand;
 Once<uint32_t> logicalInPackage;
 
 char vendorText[vendorSize] = "no CPUID";
-char brand[brandSize];
-bool brandKnown;
 bool knownNotIntel; // set when the brand is looked for; until then every processor counts as Intel's
 
 constexpr size_t lineRoom = 128; // more than the longest line of one processor
@@ -150,26 +131,24 @@ void storeUnlessNull(unsigned *destination, uint32_t value)
         *destination = value;
 }
 
-/// The multimedia timer, loaded on first use: its library brings half the graphical system with it.
+/// The multimedia timer, whose library brings half the graphical system with it.
 struct MultimediaTimer {
     decltype(&timeGetDevCaps) capabilities;
     decltype(&timeBeginPeriod) beginPeriod;
     decltype(&timeEndPeriod) endPeriod;
     decltype(&timeGetTime) time;
-    bool isComplete;
 };
 
-const MultimediaTimer &multimediaTimer()
+/// Loads the timer's library with the first call.
+/// @return false where there is none, or an incomplete one
+bool findTimer(MultimediaTimer &timer)
 {
-    static MultimediaTimer timer; // filled again by every call until it is complete
-    if (timer.isComplete)
-        return timer;
-    HMODULE library = general::loadSystemLibrary("winmm.dll");
-    timer.isComplete = general::findFunction(library, "timeGetDevCaps", timer.capabilities) &&
-                       general::findFunction(library, "timeBeginPeriod", timer.beginPeriod) &&
-                       general::findFunction(library, "timeEndPeriod", timer.endPeriod) &&
-                       general::findFunction(library, "timeGetTime", timer.time);
-    return timer;
+    static HMODULE library;
+    if (library == nullptr)
+        library = loadSystemLibrary("winmm.dll");
+    return findFunction(library, "timeGetDevCaps", timer.capabilities) &&
+           findFunction(library, "timeBeginPeriod", timer.beginPeriod) &&
+           findFunction(library, "timeEndPeriod", timer.endPeriod) && findFunction(library, "timeGetTime", timer.time);
 }
 
 /// Cycles of the time-stamp counter during a busy wait.
@@ -215,13 +194,11 @@ int Kucpuid_model(int *family, int *modelNumber, int *stepping)
 
 const char *Kucpuid_get_brand_string(void)
 {
-    if (!brandKnown) {
+    return brand.get([] {
         CpuidRegisters leaf1 = standardLeaf(1);
         knownNotIntel = !isIntel(standardLeaf(0));
-        strncpy(brand, brandText(leaf1.eax, leaf1.ebx), sizeof brand - 1);
-        brandKnown = true;
-    }
-    return brand;
+        return brandText(leaf1.eax, leaf1.ebx);
+    });
 }
 
 int Kucpuid_get_extended_brand_string(char *text)
@@ -309,9 +286,9 @@ uint64_t Kucpuid_frequency(unsigned milliseconds)
 {
     if (milliseconds == 0 || !hasFeature(timeStampCounterBit))
         return 0;
-    const MultimediaTimer &timer = multimediaTimer();
+    MultimediaTimer timer;
     TIMECAPS resolution;
-    if (!timer.isComplete || timer.capabilities(&resolution, sizeof resolution) != TIMERR_NOERROR)
+    if (!findTimer(timer) || timer.capabilities(&resolution, sizeof resolution) != TIMERR_NOERROR)
         return 0;
 
     timer.beginPeriod(resolution.wPeriodMin);

@@ -1,51 +1,14 @@
 /// @file
-/// What the values of CPUID registers mean: decisions over plain numbers, apart from the
-/// instructions that obtain them.
+/// What the values of CPUID registers say about logical processors, cores, packages and frequency:
+/// decisions over plain numbers, apart from the instructions that obtain them.
 
 #pragma once
 
+#include "platform/cpuid_registers.h"
+
 #include <stddef.h>
-#include <stdint.h>
 
 namespace general {
-
-/// What CPUID leaves in the registers for one leaf.
-struct CpuidRegisters {
-    uint32_t eax;
-    uint32_t ebx;
-    uint32_t ecx;
-    uint32_t edx;
-};
-
-/// Bits of leaf 1's EDX.
-constexpr uint32_t timeStampCounterBit = 1u << 4;
-constexpr uint32_t mmxBit = 1u << 23;
-constexpr uint32_t sseBit = 1u << 25;
-constexpr uint32_t sse2Bit = 1u << 26;
-constexpr uint32_t multiThreadingBit = 1u << 28;
-
-constexpr size_t vendorSize = 13;
-constexpr size_t brandSize = 96;
-
-/// The plain fields of leaf 1's EAX, without the extended family and model.
-struct Signature {
-    int family;
-    int model;
-    int stepping;
-};
-
-Signature signatureOf(uint32_t leaf1Eax);
-
-/// Spells out leaf 0's vendor, terminated.
-void spellVendor(const CpuidRegisters &leaf0, char (&vendor)[vendorSize]);
-
-bool isIntel(const CpuidRegisters &leaf0);
-
-/// @return the name of a family and model, or "UNKNOWN CPU"
-const char *modelName(const CpuidRegisters &leaf0, uint32_t leaf1Eax);
-
-/// @return the text for leaf 1's brand index; shorter than brandSize
-const char *brandText(uint32_t leaf1Eax, uint32_t leaf1Ebx);
 
 bool supportsHyperThreading(const CpuidRegisters &leaf0, const CpuidRegisters &leaf1);
 
@@ -66,7 +29,9 @@ struct ApicFields {
 /// Tells logical processors, cores and packages apart by their APIC identifiers.
 class Topology {
 public:
-    /// @param logical  per package; 0, or fewer than the cores, counts as one thread per core
+    /// @param logical  per package. Where fewer are stated than cores, as some virtual machines do, a
+    ///                 core has one thread, and packages are told apart by what `logical` leaves of an
+    ///                 identifier: for 0 or 1, each processor is a package of its own
     /// @param cores    per package, at least 1
     Topology(uint32_t logical, uint32_t cores);
 

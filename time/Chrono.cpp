@@ -1,4 +1,5 @@
 #include "base/module_id.h"
+#include "base/once.h"
 
 #include "general/chrono.h"
 
@@ -13,27 +14,18 @@ static_assert(offsetof(ChronoLocal, dayOfWeek) == 8 && offsetof(ChronoLocal, mic
 
 namespace {
 
-enum TickSource { sourceUnknown, performanceCounter, milliseconds };
+enum class TickSource { performanceCounter, milliseconds };
 
-int chosenSource = sourceUnknown; // a TickSource
-double secondsPerTick;            // 0 until the source is chosen, which ChronoSecs shows to callers
+general::Once<TickSource> tickSource;
+double secondsPerTick; // 0 until the source is chosen, which ChronoSecs shows to callers
 
-/// Threads that race through here store the same values. The source is stored last, so who sees it
-/// sees the period too.
-int chooseSource()
+/// Stores the period before the source is known, so that who sees the source sees the period too.
+TickSource chooseSource()
 {
     LARGE_INTEGER frequency = {};
     bool hasCounter = QueryPerformanceFrequency(&frequency) && frequency.QuadPart > 0;
-    int source = hasCounter ? performanceCounter : milliseconds;
     secondsPerTick = hasCounter ? 1.0 / static_cast<double>(frequency.QuadPart) : 0.001;
-    __atomic_store_n(&chosenSource, source, __ATOMIC_RELEASE);
-    return source;
-}
-
-int tickSource()
-{
-    int source = __atomic_load_n(&chosenSource, __ATOMIC_ACQUIRE);
-    return source == sourceUnknown ? chooseSource() : source;
+    return hasCounter ? TickSource::performanceCounter : TickSource::milliseconds;
 }
 
 } // namespace
@@ -45,7 +37,7 @@ void ChronoInit(ChronoRec *stopwatch)
 
 uint64_t ChronoNow(void)
 {
-    if (tickSource() == milliseconds)
+    if (tickSource.get(chooseSource) == TickSource::milliseconds)
         return GetTickCount();
 
     LARGE_INTEGER ticks = {};

@@ -3,9 +3,9 @@
 /// logical processors, cores and packages, clock frequency.
 ///
 /// The rules are those of Intel's processors; others are identified as far as they answer alike.
-/// Answers are found out once and kept for the life of the process, without a lock: let one thread
-/// make the first call of each function, and one thread at a time call KuCPUCount. On a processor
-/// without CPUID every test gives its negative answer.
+/// Answers are found out once and kept for the life of the process. Any thread may ask at any time, but
+/// for KuCPUCount and QVSsysconf, which calls it: one thread at a time. On a processor without CPUID
+/// every test gives its negative answer.
 
 #ifndef GENERAL_PROCESSOR_H
 #define GENERAL_PROCESSOR_H
@@ -31,8 +31,10 @@ GENERAL_API int GENERAL_CALL Kucpuid_supported(void);
 /// @return 1 when the processor has CPUID, else 0
 GENERAL_API int GENERAL_CALL Kucpuid_vendorid(char *vendor);
 
-/// @return the common name of the processor's family and model, for example "Intel Pentium III" or
-///         "AMD Zen 3"; "UNKNOWN CPU" for one that is not known here. Never null, valid for ever
+/// Names the design that the processor's family and model stand for, whatever brand it is sold under: a
+/// Celeron of the Pentium III's design is "Intel Pentium III", a Xeon of Haswell's "Intel Haswell".
+/// @return for example "AMD Zen 3"; "UNKNOWN CPU" for a model that is not known here, as those are that
+///         came after this library. Never null, valid for ever
 GENERAL_API const char *GENERAL_CALL Kucpuid_model_name(void);
 
 /// Reads the processor's signature, leaf 1's plain fields of four bits each; the extended family and
@@ -41,9 +43,11 @@ GENERAL_API const char *GENERAL_CALL Kucpuid_model_name(void);
 /// @return 1 when the processor has CPUID, else 0
 GENERAL_API int GENERAL_CALL Kucpuid_model(int *family, int *model, int *stepping);
 
-/// Names the processor by its brand index, of which only the low four bits count. Processors made
-/// since 2003 identify themselves by Kucpuid_get_extended_brand_string instead and give "This
-/// processor does not support the brand identification feature" here.
+/// Names the processor by the brand index of processors made up to 2003, of which only the low four bits
+/// count. Younger ones have no index, and spell their brand out (Kucpuid_get_extended_brand_string);
+/// here they give "This processor does not support the brand identification feature" or, if they are of
+/// family 6 and their plain model, of four bits, is 9 or above, "Intel(R) Pentium(R) M processor", a
+/// Skylake too. That is wrong, and kept for compatibility.
 /// @return a text of at most 95 characters, at times an empty one; never null, valid for ever
 GENERAL_API const char *GENERAL_CALL Kucpuid_get_brand_string(void);
 
@@ -86,7 +90,12 @@ GENERAL_API void GENERAL_CALL Kucpuid32(unsigned *registers);
 
 /// Counts the system's processors by running on each in turn, which changes the calling thread's
 /// affinity to the process's. The first success is kept: later calls give the same answer at once.
-/// On a system of more than 32 processors those of the process's mask are counted.
+/// On a system of more than 32 processors those of the process's mask, 32 at most, are counted, and the
+/// calling thread stays on these.
+///
+/// Some virtual machines state fewer logical processors per package than cores. Then each core has one
+/// thread, and packages are as many as the stated logical processors make them: with 1 or 0 of those,
+/// every processor counts as a package of its own.
 /// @param logical   null, or receives the logical processors; 0 when they could not be counted
 /// @param cores     null, or receives the cores; 1 when they could not be counted
 /// @param packages  null, or receives the packages; 1 when they could not be counted

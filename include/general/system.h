@@ -10,7 +10,8 @@
 #define QVS_SC_PER_THREAD 506 ///< 8192 divided by the hardware threads per core
 #define QVS_SC_64 508         ///< 64
 
-/// Asks for a figure of the system.
+/// Asks for a figure of the system. Every call counts the processors first, as KuCPUCount does, which
+/// see for threads.
 /// @param name  QVS_SC_PER_THREAD or QVS_SC_64
 /// @return the figure; 8192 for QVS_SC_PER_THREAD where processors could not be counted. For any
 ///         other name 22, the number of the invalid-argument error, as a plain result

@@ -1,4 +1,5 @@
 #include "platform/instruction_probe.h"
+#include "platform/processor_names.h"
 #include "platform/processor_rules.h"
 
 #include "general/processor.h"
