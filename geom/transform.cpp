@@ -2,6 +2,7 @@
 
 #include "general/geometry.h"
 
+#include <float.h>
 #include <math.h>
 #include <string.h>
 
@@ -128,9 +129,52 @@ void storeDegrees(double *destination, double radians)
         *destination = radians * degreesPerRadian;
 }
 
-double firstColumnNorm2(const T4 m)
+/// Whether a squared length has all its digits. Those of lengths above 1e154 or below 1e-146 leave the
+/// range of doubles, or the part of it with full precision.
+bool isOrdinary(double norm2)
 {
-    return m[0] * m[0] + m[4] * m[4] + m[8] * m[8];
+    constexpr double least = 1e-292;
+    return norm2 >= least && norm2 <= DBL_MAX;
+}
+
+/// The squared length of a row or column in a wider format, which holds the squares of all doubles.
+long double wideNorm2(const double *v, int stride)
+{
+    long double x = v[0], y = v[stride], z = v[2 * stride];
+    return x * x + y * y + z * z;
+}
+
+/// The length of a row or column.
+double length(const double *v, int stride)
+{
+    double norm2 = dot(v, v, stride);
+    return isOrdinary(norm2) ? sqrt(norm2) : static_cast<double>(sqrtl(wideNorm2(v, stride)));
+}
+
+/// T4_invert for a scale whose square is no ordinary double.
+void invertWide(const T4 m, T4 out)
+{
+    long double scale2 = wideNorm2(m, 4);
+    T4 inverse = {}; // out may be m
+    for (int i = 0; i < 3; ++i) {
+        long double moved = 0;
+        for (int j = 0; j < 3; ++j) {
+            long double element = m[4 * j + i] / scale2;
+            inverse[4 * i + j] = static_cast<double>(element);
+            moved += element * m[4 * j + 3];
+        }
+        inverse[4 * i + 3] = static_cast<double>(-moved);
+    }
+    inverse[15] = 1;
+    copy<16>(inverse, out);
+}
+
+bool isNumeric(const R3 m)
+{
+    bool numeric = true;
+    for (int i = 0; i < 9; ++i)
+        numeric = numeric && !isnan(m[i]);
+    return numeric;
 }
 
 } // namespace
@@ -157,7 +201,7 @@ int V3_equal_V3(const V3 a, const V3 b)
 
 double V3_len(const V3 v)
 {
-    return sqrt(dot(v, v, 1));
+    return length(v, 1);
 }
 
 void V3_scale(V3 v, double factor)
@@ -169,7 +213,14 @@ void V3_scale(V3 v, double factor)
 
 void V3_normalize(V3 v)
 {
-    V3_scale(v, 1 / V3_len(v)); // 0 times infinity: the zero vector becomes not-a-numbers, as documented
+    double norm2 = dot(v, v, 1);
+    if (isOrdinary(norm2)) {
+        V3_scale(v, 1 / sqrt(norm2));
+        return;
+    }
+    long double factor = 1 / sqrtl(wideNorm2(v, 1)); // of the zero vector infinite: 0 times it is not a number
+    for (int i = 0; i < 3; ++i)
+        v[i] = static_cast<double>(v[i] * factor);
 }
 
 void V3_add_V3(const V3 a, const V3 b, V3 out)
@@ -265,6 +316,8 @@ void R3_decompose(const R3 m, double *ax, double *ay, double *az)
         y = sy >= 0 ? halfTurn / 2 : -halfTurn / 2;
         z = 0;
     }
+    if (!isNumeric(m))
+        x = y = z = NAN;
     storeDegrees(ax, x);
     storeDegrees(ay, y);
     storeDegrees(az, z);
@@ -290,11 +343,11 @@ void R3_mult_V3(const R3 m, const V3 v, V3 out)
     out[2] = row2[0] + row2[1] + z * m[8];
 }
 
-// Divides by the scale, T4_invert by its square: here a scaled matrix loses its scale. Callers rely
-// on the difference.
+// Divides by the scale, T4_invert by its square: here a scaled matrix loses its scale. Kept for
+// compatibility.
 void R3_invert(const R3 m, R3 out)
 {
-    double scale = sqrt(dot(m, m, 3));
+    double scale = length(m, 3);
     Pair p0 = Pair{m[0], m[3]} / scale, p2 = Pair{m[6], m[1]} / scale;
     Pair p4 = Pair{m[4], m[7]} / scale, p6 = Pair{m[2], m[5]} / scale;
     double last = m[8] / scale;
@@ -342,7 +395,7 @@ int T4_is_valid_transformation(const T4 m)
     R3 block;
     for (int i = 0; i < 3; ++i)
         V3_copy_V3(m + 4 * i, block + 3 * i);
-    return R3_is_valid_rotation(block, firstColumnNorm2(m));
+    return R3_is_valid_rotation(block, dot(m, m, 4));
 }
 
 void T4_compose(const R3 rotation, double scale, const V3 translation, T4 out)
@@ -359,7 +412,7 @@ void T4_compose(const R3 rotation, double scale, const V3 translation, T4 out)
 
 void T4_decompose(const T4 m, R3 rotation, double *scale, V3 translation)
 {
-    double s = sqrt(firstColumnNorm2(m));
+    double s = length(m, 4);
     for (int i = 0; i < 3; ++i) {
         for (int j = 0; j < 3; ++j)
             rotation[3 * i + j] = m[4 * i + j] / s;
@@ -370,7 +423,11 @@ void T4_decompose(const T4 m, R3 rotation, double *scale, V3 translation)
 
 void T4_invert(const T4 m, T4 out)
 {
-    double scale2 = firstColumnNorm2(m);
+    double scale2 = dot(m, m, 4);
+    if (!isOrdinary(scale2)) {
+        invertWide(m, out);
+        return;
+    }
     double x = m[3], y = m[7], z = m[11];
     // The three rows of the inverted block: two elements side by side, and the third.
     Pair row0 = Pair{m[0], m[4]} / scale2, row1 = Pair{m[1], m[5]} / scale2, row2 = Pair{m[2], m[6]} / scale2;

@@ -9,6 +9,10 @@
 /// GEOMETRY_TOLERANCE, strictly: a difference of exactly 1e-5 counts as unequal. There is no
 /// relative tolerance. A component that is not a number equals nothing.
 ///
+/// **Range.** Lengths, and what is divided by them, are right wherever a double holds them. Sums of
+/// products are formed in doubles: above 1e308 on the way they become infinities or not-a-numbers,
+/// below 1e-308 they lose digits.
+///
 /// **Outputs.** An output may be the very array of an input in every function here. Arrays that
 /// overlap in part are not supported. Arrays need no more than the 4-byte alignment that 32-bit
 /// Windows compilers give them. Pointers are not checked.
@@ -122,9 +126,11 @@ GENERAL_API void GENERAL_CALL R3_compose_axis(const V3 axis, double angle, R3 ou
 GENERAL_API void GENERAL_CALL R3_compose(double ax, double ay, double az, R3 out);
 
 /// Finds the angles that R3_compose makes a rotation from. Where ay is +90 or -90 (within about
-/// 0.0006 degrees) only ax - az or ax + az is determined; az is then 0 and ax carries it all.
-/// @param m         a pure rotation; of any other matrix the angles say nothing, and elements that
-///                  are not numbers give angles that are not
+/// 0.0006 degrees) only ax - az or ax + az is determined; az is then 0 and ax carries it all. Beside
+/// that place ax and az are off by up to 0.06 degrees, ten degrees from it by some 0.00001;
+/// docs/geometry.md has a table.
+/// @param m         a pure rotation; of any other matrix the angles say nothing. If any element is not
+///                  a number, none of the angles is
 /// @param ax,ay,az  each null, or receives degrees: ax and az in [-180, 180], ay in [-90, 90]
 GENERAL_API void GENERAL_CALL R3_decompose(const R3 m, double *ax, double *ay, double *az);
 
