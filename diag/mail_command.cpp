@@ -24,11 +24,11 @@ bool isControl(char character)
     return static_cast<unsigned char>(character) < ' ';
 }
 
-/// Whether the interpreter and the command see the recipients, which stand outside quotes, as one word.
-bool isOneWord(const char *recipients)
+/// Whether the interpreter sees the recipients, which stand outside quotes, as plain text.
+bool isPlain(const char *recipients)
 {
     for (const char *c = recipients; *c != 0; ++c)
-        if (isControl(*c) || strchr(" \"%&|<>^()", *c) != nullptr)
+        if (isControl(*c) || strchr("\"%&|<>^()", *c) != nullptr)
             return false;
     return true;
 }
@@ -50,20 +50,14 @@ void makeQuotable(char *subject)
         c[-1] = '/';
 }
 
-/// Logs a failure with the system's text for an error.
-bool failed(const char *format, DWORD error)
-{
-    LogPrintf(mailReporter, format, GetErrorText(error));
-    return false;
-}
-
 /// Waits for a started command. One that takes too long goes on without us.
 bool isOverInTime(HANDLE process)
 {
     DWORD wait = WaitForSingleObject(process, waitingTime);
     if (wait == WAIT_OBJECT_0)
         return true;
-    return failed("WaitForSingleObject failed with error <%s>", wait == WAIT_FAILED ? GetLastError() : wait);
+    return failed("WaitForSingleObject failed with error <%s>",
+                  GetErrorText(wait == WAIT_FAILED ? GetLastError() : wait));
 }
 
 bool run(char *command)
@@ -75,7 +69,7 @@ bool run(char *command)
     PROCESS_INFORMATION started = {};
     if (CreateProcessA(nullptr, command, nullptr, nullptr, TRUE, CREATE_NEW_CONSOLE | CREATE_DEFAULT_ERROR_MODE,
                        nullptr, nullptr, &startup, &started) == FALSE)
-        return failed("CreateProcess for qvsmail failed with error <%s>", GetLastError());
+        return failed("CreateProcess for qvsmail failed with error <%s>", GetErrorText(GetLastError()));
     bool isOver = isOverInTime(started.hProcess);
     CloseHandle(started.hThread);
     CloseHandle(started.hProcess);
@@ -86,31 +80,22 @@ bool run(char *command)
 
 bool sendByCommand(MailMessage &message)
 {
-    if (fflush(message.body) != 0) {
-        LogPrintf(mailReporter, "fflush() of message failed");
-        return false;
-    }
-    if (!isOneWord(message.recipients)) {
-        LogPrintf(mailReporter, "qvsmail cannot be given the recipients <%s>", message.recipients);
-        return false;
-    }
+    if (fflush(message.body) != 0)
+        return failed("fflush() of message failed");
+    if (!isPlain(message.recipients))
+        return failed("qvsmail cannot be given the recipients <%s>", message.recipients);
     if (message.subject != nullptr)
         makeQuotable(message.subject);
     size_t size =
         strlen(commandFormat) + strlen(message.recipients) + strlen(subjectOf(message)) + strlen(message.bodyName) + 1;
     auto *command = static_cast<char *>(malloc(size));
-    if (command == nullptr) {
-        LogPrintf(mailReporter, "malloc() for command line of %u bytes failed", static_cast<unsigned>(size));
-        return false;
-    }
+    if (command == nullptr)
+        return failed("malloc() for command line of %u bytes failed", static_cast<unsigned>(size));
     auto length = static_cast<size_t>(
         snprintf(command, size, commandFormat, message.recipients, subjectOf(message), message.bodyName));
-    bool isRun = false;
-    if (length <= longestCommand)
-        isRun = run(command);
-    else
-        LogPrintf(mailReporter, "a command line of %u characters is too long for qvsmail",
-                  static_cast<unsigned>(length));
+    bool isRun = length <= longestCommand
+                     ? run(command)
+                     : failed("a command line of %u characters is too long for qvsmail", static_cast<unsigned>(length));
     free(command);
     return isRun;
 }

@@ -5,8 +5,10 @@
 #include "base/module_id.h"
 #include "diag/mail_message.h"
 
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <windows.h>
 
 #include <mapi.h>
@@ -19,13 +21,9 @@ namespace {
 
 constexpr ULONG noPosition = static_cast<ULONG>(-1); ///< the attachment has no place inside the text
 
-LPMAPISENDMAIL sendMail; ///< null until first needed
+constexpr int64_t longestNote = INT32_MAX - 1; ///< that a block of memory could hold
 
-bool failed(const char *format, unsigned long figure)
-{
-    LogPrintf(mailReporter, format, figure);
-    return false;
-}
+LPMAPISENDMAIL sendMail; ///< null until first needed
 
 /// Loads the system's mail library, without a box that nobody would be there to click away.
 bool loadMapi()
@@ -39,8 +37,7 @@ bool loadMapi()
         return true;
     if (library != nullptr)
         FreeLibrary(library);
-    LogPrintf(mailReporter, "MAPI GetProcAddress failed");
-    return false;
+    return failed("MAPI GetProcAddress failed");
 }
 
 /// What MAPISendMail is handed, with the blocks that belong to it.
@@ -69,13 +66,17 @@ private:
 
 bool MapiParts::reserveNote(FILE *body)
 {
-    long length = fflush(body) == 0 && fseek(body, 0, SEEK_END) == 0 ? ftell(body) : -1;
-    if (length >= 0)
-        mail_.lpszNoteText = static_cast<char *>(malloc(static_cast<size_t>(length) + 1));
-    if (mail_.lpszNoteText == nullptr)
-        return failed("malloc() for message of %d bytes failed", sizeof(char *)); // 4, whatever the length
-    noteLength_ = static_cast<size_t>(length);
-    return true;
+    struct _stati64 status = {};
+    if (fflush(body) != 0)
+        return failed("fflush() of message failed");
+    if (_fstati64(_fileno(body), &status) != 0)
+        return failed("fstat() of message failed");
+    if (status.st_size > longestNote)
+        return failed("a message of %I64d bytes is too long for Simple MAPI", status.st_size);
+    noteLength_ = static_cast<size_t>(status.st_size);
+    mail_.lpszNoteText = static_cast<char *>(malloc(noteLength_ + 1));
+    return mail_.lpszNoteText != nullptr ||
+           failed("malloc() for message of %d bytes failed", sizeof(char *)); // 4, whatever the length
 }
 
 /// Splits the list in place at every comma.

@@ -20,6 +20,15 @@ struct MailMessage {
 
 constexpr const char *mailReporter = "QVSMail";
 
+/// Logs a failure, in the manner of printf.
+/// @return false, for the caller to hand on
+template<typename... Arguments>
+bool failed(const char *format, Arguments... arguments)
+{
+    LogPrintf(mailReporter, format, arguments...);
+    return false;
+}
+
 inline const char *subjectOf(const MailMessage &message)
 {
     return message.subject == nullptr ? "QVSMail (no subject)" : message.subject;

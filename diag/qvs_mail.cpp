@@ -18,7 +18,7 @@ GENERAL_MODULE_ID("$Id$");
 
 namespace {
 
-using general::mailReporter;
+using general::failed;
 
 general::MailMessage message;
 
@@ -66,14 +66,6 @@ bool openBody()
             return false;
     }
     return message.body != nullptr;
-}
-
-/// Reports a failure of QVSMailBody.
-template<typename... Arguments>
-bool failed(const char *format, Arguments... arguments)
-{
-    LogPrintf(mailReporter, format, arguments...);
-    return false;
 }
 
 /// Copies an open file of known size to the body, by way of a buffer that holds all of it.

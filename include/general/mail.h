@@ -20,7 +20,7 @@
 #include "general/api.h"
 
 /// Sets the recipients, in place of earlier ones.
-/// @param text  one or more addresses separated by commas; null for none
+/// @param text  one or more addresses separated by commas; null or "" for none
 /// @return 1, or 0 if memory is exhausted: there are no recipients then
 GENERAL_API int GENERAL_CALL QVSMailTo(const char *text);
 
@@ -58,12 +58,18 @@ GENERAL_API int GENERAL_CALL QVSMailAttachment(const char *path);
 /// command that takes longer goes on running and the message counts as lost. The body file is deleted
 /// at once, or stays behind if the command holds it open in a way that forbids deletion.
 ///
-/// A text must not reach the command interpreter as anything but text:
-/// - recipients with white space, control characters or one of `" % & | < > ^ ( )` are refused;
-/// - in the subject, a double quote becomes an apostrophe, control characters become spaces, a
-///   backslash at the end becomes a slash, and percent signs, where there are two or more, become
-///   spaces;
+/// Texts pass byte by byte, blanks included (`a@x, b@y` is several words to the command), but for
+/// what the interpreter would take for more than text:
+/// - recipients with a control character or one of `" % & | < > ^ ( )` are refused: outside quotes
+///   these end the command line, start another command, redirect it or stand for a variable;
+/// - in the subject, a double quote becomes an apostrophe, for it would end the quotes; control
+///   characters become spaces, for a line's end would end the command; a backslash at the end becomes
+///   a slash, for the command would take `\"` for a quote; percent signs, where there are two or more,
+///   become spaces, for they would stand for a variable;
 /// - a command line above 8191 characters, which the interpreter would not take, is refused.
+///
+/// A message with a body and without recipients is refused both ways: it could reach nobody, and the
+/// command would take `-s` for its recipient.
 ///
 /// Without viaCommand, MAPISendMail of MAPI32.DLL gets the texts as they are, the recipients split at
 /// the commas, and may show a logon dialogue. The library is loaded when first needed and kept.
