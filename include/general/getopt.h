@@ -15,7 +15,15 @@
 /// that begins with `--`. There are no long options: a program that has `--help` looks for it first.
 ///
 /// The position is kept for the whole process: parse from one thread. To parse a second argument
-/// vector, parse the first one to its end and set optind to 1.
+/// vector, parse the first one to its end and set optind to 1. A `-` inside an element (`-a-b`) gives
+/// -1 before the end of that element: the parser stands in it still, and its next call reads on there.
+/// Before such a vector is freed or left for another, have the parser leave it:
+///
+///     optind = argc;
+///     opterr = 0;
+///     while (getopt(argc, argv, "-") != -1) {
+///     }
+///     optind = opterr = 1;
 ///
 /// A program that uses its tool-chain's getopt_long and wants the rest of general.h defines
 /// GENERAL_NO_GETOPT before including it. The name `getopt` itself is this library's wherever the
@@ -81,15 +89,15 @@ GENERAL_API int optopt;
 
 /// Parses the next option.
 ///
-/// Callers rely on three peculiarities. A lone `-`, and a `-` inside a cluster, end the options with
-/// optind still at that element. Every element that begins with `--` ends the options, not only `--`
+/// Three peculiarities are kept for compatibility. A lone `-`, and a `-` inside a cluster, end the
+/// options with optind still at that element; after the latter the next call goes on behind the `-`. Every element that begins with `--` ends the options, not only `--`
 /// itself. The program's name in messages is what stands in argv[0] after the last `/`; a path with
 /// backslashes is printed whole.
 ///
-/// @param argc       elements of argv
-/// @param argv       the program's name and its arguments
+/// @param argc     elements of argv
+/// @param argv     the program's name and its arguments; read until the parser has left it
 /// @param options  the option letters; `:` after a letter says that it takes an argument. `:` is
-///                   never an option itself and means nothing special at the start
+///                 never an option itself and means nothing special at the start
 /// @return the option's letter, as a signed character; '?' for a letter that is not in options or
 ///         that lacks its argument, after a message; -1 when the options are over, or if argv or
 ///         options is null
