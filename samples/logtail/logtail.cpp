@@ -29,7 +29,8 @@ constexpr const char *usage =
     "  -c COUNT      show the last COUNT lines (default: 10)\n"
     "  --since TIME  show the lines written since then: \"90s\", \"10m\", \"2h\" or \"3d\" ago, \"16:10\"\n"
     "                or \"16:10:05\" today, \"2026-11-21\" or \"2026-11-21 16:10\"\n"
-    "  -f            then show lines as they are written. Waits for a file that is not there yet\n"
+    "  -f            then show lines as they are written. Waits for a file that is not there yet,\n"
+    "                and goes over to a new one when the file is renamed and made anew\n"
     "  -t SECONDS    stop following after so long\n"
     "  FILE          default: the log file that the registry names, else c:\\tmp\\local7.info\n"
     "  -h, --help\n"
@@ -59,7 +60,7 @@ struct Options {
 /// The file that the log is written to on the Windows 95 family.
 std::string logFile()
 {
-    char path[256];
+    char path[257]; // 255 characters, a zero and one more: the registry need not have put the first there
     DWORD size = sizeof path - 1;
     HKEY key = nullptr;
     bool found =
@@ -118,11 +119,22 @@ public:
 
     bool open()
     {
-        close();
-        file_ = CreateFileA(path_.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                            nullptr, OPEN_EXISTING, 0, nullptr);
-        position_ = 0;
+        take(openPath());
         return file_ != INVALID_HANDLE_VALUE;
+    }
+
+    /// Goes over to the file that has the path now, if that is another one.
+    bool reopenIfReplaced()
+    {
+        HANDLE latest = openPath();
+        if (latest == INVALID_HANDLE_VALUE)
+            return false;
+        if (isSameFile(latest, file_)) {
+            CloseHandle(latest);
+            return false;
+        }
+        take(latest);
+        return true;
     }
 
     /// Takes what was written since the last call; from the start if the file has become shorter.
@@ -140,6 +152,27 @@ public:
     }
 
 private:
+    HANDLE openPath() const
+    {
+        return CreateFileA(path_.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, 0, nullptr);
+    }
+
+    static bool isSameFile(HANDLE left, HANDLE right)
+    {
+        BY_HANDLE_FILE_INFORMATION a, b;
+        return !GetFileInformationByHandle(left, &a) || !GetFileInformationByHandle(right, &b) ||
+               (a.dwVolumeSerialNumber == b.dwVolumeSerialNumber && a.nFileIndexHigh == b.nFileIndexHigh &&
+                a.nFileIndexLow == b.nFileIndexLow);
+    }
+
+    void take(HANDLE file)
+    {
+        close();
+        file_ = file;
+        position_ = 0;
+    }
+
     void close()
     {
         if (file_ != INVALID_HANDLE_VALUE)
@@ -204,7 +237,10 @@ ExitStatus show(const Options &options)
     while (options.follow && !timeIsUp()) {
         Sleep(pollPeriod);
         isOpen = isOpen || source.open();
-        if (isOpen)
+        if (!isOpen)
+            continue;
+        print(source.read());
+        if (source.reopenIfReplaced())
             print(source.read());
     }
     return isOpen ? Success : Unreadable;

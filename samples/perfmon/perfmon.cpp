@@ -3,10 +3,12 @@
 
 #include "general/chrono.h"
 #include "general/perf.h"
+#include "general/validators.h"
 
 #include <io.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <map>
@@ -181,12 +183,23 @@ private:
         return found != options_.labels.end() ? found->second : "counter " + std::to_string(id);
     }
 
+    /// A field of comma-separated values: quoted if it needs to be.
+    static std::string field(const std::string &text)
+    {
+        if (text.find_first_of(",\"\r\n") == std::string::npos)
+            return text;
+        std::string quoted = "\"";
+        for (char c : text)
+            quoted += c == '"' ? "\"\"" : std::string(1, c);
+        return quoted + '"';
+    }
+
     void printCsv(const std::vector<PerfRecord> &records, double now) const
     {
         if (refreshes_ == 0) {
             printf("seconds");
             for (const PerfRecord &record : records)
-                printf(",%s", label(record.id).c_str());
+                printf(",%s", field(label(record.id)).c_str());
             printf("\n");
         }
         printf("%.3f", now);
@@ -272,20 +285,30 @@ void watch(const Options &options)
 
 unsigned long parseNumber(const char *option, const char *text)
 {
-    char *end = nullptr;
-    unsigned long number = text == nullptr ? 0 : strtoul(text, &end, 10);
-    if (number == 0 || *end != 0)
+    constexpr size_t mostDigits = 9;
+    unsigned long number = isnatural(text) && strlen(text) <= mostDigits ? strtoul(text, nullptr, 10) : 0;
+    if (number == 0)
         fail(2, std::string(option) + " takes a number above 0; see perfmon --help");
     return number;
 }
 
+/// Any 32-bit number is an identifier, 0 too.
+uint32_t parseId(const char *option, const std::string &text)
+{
+    constexpr size_t mostDigits = 10;
+    uint64_t id =
+        isnatural(text.c_str()) && text.size() <= mostDigits ? strtoull(text.c_str(), nullptr, 10) : UINT64_MAX;
+    if (id > UINT32_MAX)
+        fail(2, std::string(option) + " takes a counter's number; see perfmon --help");
+    return static_cast<uint32_t>(id);
+}
+
 void parseLabel(Options &options, const char *text)
 {
-    char *end = nullptr;
-    unsigned long id = text == nullptr ? 0 : strtoul(text, &end, 10);
-    if (text == nullptr || end == text || *end != '=')
+    const char *sign = strchr(text, '=');
+    if (sign == nullptr)
         fail(2, "--label takes ID=TEXT; see perfmon --help");
-    options.labels[id] = end + 1;
+    options.labels[parseId("--label", std::string(text, sign))] = sign + 1;
 }
 
 Options parse(int argc, char **argv)
@@ -293,7 +316,7 @@ Options parse(int argc, char **argv)
     Options options;
     for (int i = 1; i < argc; ++i) {
         std::string argument = argv[i];
-        auto value = [&] { return i + 1 < argc ? argv[++i] : nullptr; };
+        auto value = [&] { return i + 1 < argc ? argv[++i] : ""; };
         if (argument == "-h" || argument == "--help") {
             fputs(usage, stdout);
             exit(0);
@@ -309,7 +332,7 @@ Options parse(int argc, char **argv)
         else if (argument == "--timeout")
             options.timeout = parseNumber("--timeout", value());
         else if (argument == "--gauge")
-            options.gauges.insert(parseNumber("--gauge", value()));
+            options.gauges.insert(parseId("--gauge", value()));
         else if (argument == "--label")
             parseLabel(options, value());
         else if (argument.size() > 1 && argument[0] == '-')
