@@ -21,7 +21,7 @@ extern const LogBackend fileLogBackend;
 /// The least size, with its terminating zero, of a registry text that counts as set.
 constexpr unsigned long leastTextSize = 2;
 
-/// The room for a registry text that the log reads, in bytes.
-constexpr unsigned long registryTextSize = 256;
+/// A registry text of at most 256 bytes that the log reads, and a zero after it.
+using RegistryText = char[257];
 
 } // namespace general

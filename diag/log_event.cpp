@@ -1,4 +1,5 @@
 #include "base/module_id.h"
+#include "base/registry_text.h"
 #include "diag/formatted_text.h"
 #include "diag/log_backend.h"
 
@@ -18,9 +19,9 @@ constexpr DWORD informationType = EVENTLOG_INFORMATION_TYPE;
 
 bool hasMessageFile(HKEY key)
 {
-    BYTE text[registryTextSize];
-    DWORD size = sizeof text;
-    LSTATUS status = RegQueryValueExA(key, "EventMessageFile", nullptr, nullptr, text, &size);
+    RegistryText text;
+    DWORD size = 0;
+    LSTATUS status = readRegistryText(key, "EventMessageFile", text, size);
     return (status == ERROR_SUCCESS || status == ERROR_MORE_DATA) && size >= leastTextSize;
 }
 

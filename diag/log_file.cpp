@@ -1,6 +1,9 @@
 #include "base/crt_stdio.h"
 
+#include "base/library_function.h"
 #include "base/module_id.h"
+#include "base/once.h"
+#include "base/registry_text.h"
 #include "diag/log_backend.h"
 
 #include <fcntl.h>
@@ -30,26 +33,22 @@ constexpr size_t timeLength = 15;
 constexpr size_t longestShortLine = 128;
 
 /// Reads the file's path from the registry.
-/// @param path  registryTextSize bytes and one for a terminating zero
-bool readPath(char *path)
+bool readPath(RegistryText &path)
 {
     HKEY key = nullptr;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\KLT\QVS)", 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS)
         return false;
-    DWORD size = registryTextSize;
-    LSTATUS status = RegQueryValueExA(key, "LogFileName", nullptr, nullptr, reinterpret_cast<BYTE *>(path), &size);
+    DWORD size = 0;
+    LSTATUS status = readRegistryText(key, "LogFileName", path, size);
     RegCloseKey(key);
-    if (status != ERROR_SUCCESS || size < leastTextSize)
-        return false;
-    path[size] = '\0';
-    return true;
+    return status == ERROR_SUCCESS && size >= leastTextSize;
 }
 
 void open(const char *name)
 {
     strncpy(logName, name, nameSize - 1);
     logName[nameSize - 1] = '\0';
-    char path[registryTextSize + 1];
+    RegistryText path;
     if (!readPath(path))
         strcpy(path, defaultPath);
     int mask = _umask(0); // any user may write to the log
@@ -68,17 +67,42 @@ void close()
     DeleteCriticalSection(&lineLock);
 }
 
-/// The time of a line, for the holder of the lock. The clock is read again only when the system's
-/// tick count has moved, for the two move together, and reading costs as much as writing a short line.
+/// The runtime's time in 64 bits. Older runtimes have it in 32 bits only, which end in 2038.
+struct WideTime {
+    decltype(&_time64) now; ///< null where there is none
+    decltype(&_ctime64) text;
+};
+
+WideTime findWideTime()
+{
+    WideTime wide;
+    HMODULE runtime = GetModuleHandleA("msvcrt.dll");
+    if (!findFunction(runtime, "_time64", wide.now) || !findFunction(runtime, "_ctime64", wide.text))
+        wide.now = nullptr;
+    return wide;
+}
+
+/// The runtime's standard text for a time; null for one that it does not take.
+const char *standardText(const WideTime &wide, int64_t time)
+{
+    if (wide.now != nullptr)
+        return wide.text(&time);
+    auto narrow = static_cast<time_t>(time);
+    return ctime(&narrow);
+}
+
+/// The time of a line, for the holder of the lock. Its text is kept for as long as the second lasts:
+/// making it costs as much as writing a short line.
 const char *timeText()
 {
+    static Once<WideTime> wideTime;
     static char text[timeLength + 1];
-    static DWORD askedAt;
-    DWORD tick = GetTickCount();
-    if (text[0] == '\0' || tick != askedAt) {
-        askedAt = tick;
-        time_t now = time(nullptr);
-        const char *standard = ctime(&now);
+    static int64_t textTime;
+    const WideTime wide = wideTime.get(findWideTime);
+    int64_t now = wide.now != nullptr ? wide.now(nullptr) : time(nullptr);
+    if (text[0] == '\0' || now != textTime) {
+        textTime = now;
+        const char *standard = standardText(wide, now);
         memcpy(text, standard == nullptr ? "--- -- --:--:--" : standard + timeStart, timeLength);
     }
     return text;

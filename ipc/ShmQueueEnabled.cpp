@@ -1,4 +1,5 @@
 #include "base/module_id.h"
+#include "base/registry_text.h"
 
 #include "general/shmqueue.h"
 
@@ -16,10 +17,9 @@ constexpr DWORD dataSize = 32;
 
 bool valueIs(HKEY key, const char *name, const char *expected)
 {
-    char data[dataSize + 1] = {}; // the registry does not promise a terminated text
-    DWORD size = dataSize;
-    LSTATUS status = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE *>(data), &size);
-    return status == ERROR_SUCCESS && _stricmp(data, expected) == 0;
+    char data[dataSize + 1];
+    DWORD size = 0;
+    return general::readRegistryText(key, name, data, size) == ERROR_SUCCESS && _stricmp(data, expected) == 0;
 }
 
 int scanValues(HKEY key, const char *queueName)
