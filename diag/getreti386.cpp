@@ -7,6 +7,8 @@
 
 GENERAL_MODULE_ID("$Id$");
 
+// Gets return addresses on the i386: the walk along the calling thread's frames, without names.
+
 namespace {
 
 uint32_t chosenFrame; ///< 0: the walk starts in the caller's own

@@ -7,6 +7,8 @@
 
 GENERAL_MODULE_ID("$Id$");
 
+// Checks on Windows for the DLL that names and walks need, and loads it: the system's image-help library.
+
 namespace general {
 
 namespace {

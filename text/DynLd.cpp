@@ -42,11 +42,11 @@ int finish(DynLdStat status, DWORD error)
 
 } // namespace
 
-int DynLd(const char *lib, const char *symbol, void **addressOut, char *pathBuffer, int pathLength)
+int DynLd(const char *lib, const char *symbol, void **address, char *path, int pathSize)
 {
-    bool wantsPath = pathBuffer != nullptr && pathLength > 0;
+    bool wantsPath = path != nullptr && pathSize > 0;
     if (wantsPath)
-        pathBuffer[0] = 0;
+        path[0] = 0;
     if (lib == nullptr)
         return finish(DYNLD_NO_LIBRARY, ERROR_INVALID_PARAMETER);
     if (libraries == nullptr)
@@ -65,15 +65,15 @@ int DynLd(const char *lib, const char *symbol, void **addressOut, char *pathBuff
         error = ERROR_NOT_ENOUGH_MEMORY;
     }
 
-    FARPROC address = symbol == nullptr ? nullptr : GetProcAddress(library, symbol);
-    if (address == nullptr) {
+    FARPROC found = symbol == nullptr ? nullptr : GetProcAddress(library, symbol);
+    if (found == nullptr) {
         status = DYNLD_NO_SYMBOL;
         error = symbol == nullptr ? ERROR_INVALID_PARAMETER : general::lastError();
-    } else if (addressOut != nullptr) {
-        *addressOut = reinterpret_cast<void *>(address);
+    } else if (address != nullptr) {
+        *address = reinterpret_cast<void *>(found);
     }
     if (wantsPath)
-        tellPath(library, pathBuffer, pathLength);
+        tellPath(library, path, pathSize);
     return finish(status, error);
 }
 

@@ -1,4 +1,5 @@
 #include "base/module_id.h"
+#include "text/small_letter.h"
 
 #include "general/validators.h"
 
@@ -9,6 +10,8 @@ GENERAL_MODULE_ID("$Id$");
 
 namespace {
 
+using general::smallLetter;
+
 bool isDigit(char character)
 {
     return isdigit(static_cast<unsigned char>(character)) != 0;
@@ -17,11 +20,6 @@ bool isDigit(char character)
 bool isLetter(char character)
 {
     return isalpha(static_cast<unsigned char>(character)) != 0 || character == '_';
-}
-
-int smallLetter(char character)
-{
-    return tolower(static_cast<unsigned char>(character));
 }
 
 bool equalIgnoringCase(const char *left, const char *right)
@@ -92,19 +90,19 @@ int isreal(const char *s)
     return 1;
 }
 
-int isboolean(const char *s, int *value_out)
+int isboolean(const char *s, int *value)
 {
-    if (s == nullptr || value_out == nullptr)
+    if (s == nullptr || value == nullptr)
         return 0;
     for (const BooleanWord &known : booleanWords)
         if (equalIgnoringCase(s, known.word)) {
-            *value_out = known.value;
+            *value = known.value;
             return 1;
         }
     return 0;
 }
 
-int issize(const char *s, unsigned *size_out)
+int issize(const char *s, unsigned *size)
 {
     if (s == nullptr)
         return 0;
@@ -112,8 +110,8 @@ int issize(const char *s, unsigned *size_out)
     auto number = static_cast<unsigned>(strtol(s, &end, 0)); // negative numbers wrap
     if (end == s)
         return 0;
-    if (size_out != nullptr)
-        *size_out = number << unitShift(*end);
+    if (size != nullptr)
+        *size = number << unitShift(*end);
     return 1;
 }
 

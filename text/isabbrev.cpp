@@ -1,22 +1,15 @@
 #include "base/module_id.h"
+#include "text/small_letter.h"
 
 #include "general/strings.h"
 
-#include <ctype.h>
-#include <string.h>
+#include <stddef.h>
 
 GENERAL_MODULE_ID("$Id$");
 
-namespace {
+using general::smallLetter;
 
-int smallLetter(char character)
-{
-    return tolower(static_cast<unsigned char>(character));
-}
-
-} // namespace
-
-int isabbrev(const char *full, const char *abbrev, int min_len)
+int isabbrev(const char *full, const char *abbrev, int minLength)
 {
     if (full == nullptr || abbrev == nullptr)
         return full == abbrev;
@@ -26,5 +19,5 @@ int isabbrev(const char *full, const char *abbrev, int min_len)
             return 0;
     if (*full == '\0')
         return 1;
-    return min_len <= 0 || static_cast<size_t>(rest - abbrev) >= static_cast<size_t>(min_len);
+    return minLength <= 0 || static_cast<size_t>(rest - abbrev) >= static_cast<size_t>(minLength);
 }

@@ -10,7 +10,7 @@ unsigned next_power_2(unsigned n)
     if (n < 2)
         return n;
     if (n > greatest)
-        return 1; // stands for overflow; callers rely on it
+        return 1; // stands for overflow; kept for compatibility
     constexpr int width = 32;
     return 1u << (width - __builtin_clz(n - 1));
 }

@@ -7,11 +7,14 @@
 /// is decided by the first call of ChronoInit, ChronoNow, ChronoTicks or ChronoTime and stays so for
 /// the life of the process.
 ///
-/// Differences are unsigned and of 64 bits. Without a performance counter an interval across a wrap
-/// of the millisecond count therefore comes out near 2 to the 64th ticks.
+/// Differences are unsigned and of 64 bits: a stopwatch tells the time since a tick that lies before
+/// now, and was read in this session of the system. For a start that lies after now (a tick of another
+/// machine or session or, without a performance counter, an interval across a wrap of the millisecond
+/// count) they come out near 2 to the 64th ticks.
 ///
 /// Any number of threads may use clocks, each with its own stopwatches. `CpuTime` and `elapsed_time`
-/// measure from a start that all threads of the process share.
+/// measure from a start that all threads of the process share, and does not guard it: call each from
+/// one thread at a time.
 
 #ifndef GENERAL_CHRONO_H
 #define GENERAL_CHRONO_H
@@ -65,7 +68,7 @@ GENERAL_API uint64_t GENERAL_CALL ChronoTicks(ChronoRec *stopwatch, int restart)
 GENERAL_API double GENERAL_CALL ChronoTime(ChronoRec *stopwatch, int restart);
 
 /// Converts ticks, taken as an unsigned number, to seconds.
-/// @param ticks  a difference of two ChronoTicks
+/// @param ticks  what ChronoTicks gives, or the difference of two results of ChronoNow
 /// @return seconds; 0 for any number of ticks until ChronoInit, ChronoNow, ChronoTicks or ChronoTime
 ///         has been called once in the process
 GENERAL_API double GENERAL_CALL ChronoSecs(uint64_t ticks);

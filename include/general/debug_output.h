@@ -18,7 +18,7 @@
 GENERAL_API void GENERAL_CALL qvs_debug(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);
 
 /// Writes "Log: WHO: MESSAGE" and a newline to the standard error handle if that is a console.
-/// Callers rely on a file or a pipe there getting nothing.
+/// A file or a pipe there gets nothing: kept for compatibility.
 /// @param who     who reports
 /// @param format  the message in the manner of printf; null writes an empty message
 GENERAL_API void GENERAL_CALL qvs_debug_log(const char *who, const char *format, ...) GENERAL_PRINTF_LIKE(2, 3);

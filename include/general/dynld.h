@@ -27,16 +27,15 @@ typedef enum DynLdStat {
 /// @param lib       passed to the system's loader as it is, which searches the usual places and appends
 ///                  ".dll" where there is no extension
 /// @param symbol    the exported name
-/// @param addressOut  receives the address with DYNLD_OK, and with DYNLD_NO_MEMORY when the library was
+/// @param address   receives the address with DYNLD_OK, and with DYNLD_NO_MEMORY when the library was
 ///                  loaded but could not be remembered; otherwise untouched. May be null
-/// @param pathBuffer  receives the full path of the loaded library, also when the symbol is missing; cut
-///                  to pathLength - 1 characters where it is longer. Empty when no library was loaded.
+/// @param path      receives the full path of the loaded library, also when the symbol is missing; cut
+///                  to pathSize - 1 characters where it is longer. Empty when no library was loaded.
 ///                  May be null
-/// @param pathLength  bytes in pathBuffer; 0 or less leaves pathBuffer alone
+/// @param pathSize  bytes in path; 0 or less leaves path alone
 /// @return a DynLdStat. A missing symbol is reported before a library that could not be remembered. The
 ///         thread's last error then tells the cause: see DynLdErr
-GENERAL_API int GENERAL_CALL DynLd(const char *lib, const char *symbol, void **addressOut, char *pathBuffer,
-                                   int pathLength);
+GENERAL_API int GENERAL_CALL DynLd(const char *lib, const char *symbol, void **address, char *path, int pathSize);
 
 /// The system's text for the calling thread's last error. Ask right after a failed DynLd: any other
 /// system call may change the error.

@@ -11,7 +11,7 @@
 /// Writes a signal's name: SIGINT (2), SIGILL (4), SIGFPE (8), SIGSEGV (11), SIGTERM (15), SIGABRT (22).
 /// Any other number is written in decimal.
 ///
-/// Two rules about the length differ, and callers rely on both. A name is copied as strncpy does: a
+/// Two rules about the length differ, and both are kept for compatibility. A name is copied as strncpy does: a
 /// len not above the name's length cuts it and leaves buf unterminated, a greater len fills up with
 /// zero bytes. A decimal number is written whole, whatever len is: provide 12 bytes at least.
 /// @param sig  any number
@@ -40,7 +40,8 @@ GENERAL_API const char *GENERAL_CALL signal_code_name();
 /// The calling thread's last error stays as it is.
 /// @param code  as GetLastError gives it
 /// @return the system's text with its line break at the end; the code in decimal, as a signed number,
-///         where the system has no text or one of more than 127 characters. Never null. One static
+///         where the system has no text or one of more than 127 characters. A system that was installed
+///         without English texts has none: there every code comes out in decimal. Never null. One static
 ///         buffer of 128 bytes, which every call overwrites: not to be called by two threads at once
 GENERAL_API const char *GENERAL_CALL GetErrorText(unsigned code);
 

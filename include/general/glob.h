@@ -36,7 +36,7 @@ typedef enum GlobStat {
 /// Tells whether a pattern is well formed, and whether it has any special character; one that has
 /// none can be compared as a plain string.
 ///
-/// Callers rely on three peculiarities. A `\` that is escaped outside a set counts as the start of
+/// Three peculiarities are kept for compatibility. A `\` that is escaped outside a set counts as the start of
 /// another escape, so that one at the end of the pattern is GLOB_DANGLING_ESCAPE. `^` is an ordinary
 /// member here, so `[^]` is valid although it matches nothing. The right end of a range is looked at
 /// again as a member, so `[a-c-e]` is two chained ranges, and a range that ends in an escaped `-` is
@@ -51,7 +51,7 @@ GENERAL_API int GENERAL_CALL GlobCheck(const char *pattern, int *flags);
 /// Matches the whole of a string against the whole of a pattern that GlobCheck calls valid.
 ///
 /// Takes at most time in proportion to the length of the string times that of the pattern, whatever
-/// they are. Callers rely on two peculiarities. A `*` that another `*` follows needs a character to
+/// they are. Two peculiarities are kept for compatibility. A `*` that another `*` follows needs a character to
 /// start from, so `**` matches every string but the empty one. The first character of a set is
 /// always a member, so `[^]]` matches all but a bracket.
 ///

@@ -1,9 +1,10 @@
 /// @file
 /// Small functions over strings of bytes that a zero byte ends.
 ///
-/// None allocates memory, and none keeps anything between calls but in what the caller passes.
-/// Letters, digits, punctuation and white space are what the C runtime takes for such in its current
-/// locale.
+/// None allocates memory, and none keeps anything between calls but in what the caller passes: any
+/// number of threads may call at once, each with strings of its own. Letters, digits, punctuation and
+/// white space are what the C runtime takes for such in its current locale, which belongs to the whole
+/// process: set it before other threads call.
 
 #ifndef GENERAL_STRINGS_H
 #define GENERAL_STRINGS_H
@@ -35,19 +36,20 @@ GENERAL_API char *GENERAL_CALL strtoknst(char *string, const char *delims, char 
 
 /// Writes a visible copy of a string. Letters, digits, punctuation, spaces and tabs are copied;
 /// control characters are named, such as `<CR>`, `<LF>`, `<XON>`, or given in hexadecimal, such as
-/// `<0x1B>`. Callers rely on bytes from 0x80 being given as negative numbers: 0x80 is `<0xFFFFFF80>`.
+/// `<0x1B>`. Bytes from 0x80 are given as negative numbers, kept for compatibility: 0x80 is
+/// `<0xFFFFFF80>`.
 /// @param dst  room for 12 bytes per byte of src and 1 more; may not overlap src
 /// @param src  null makes dst empty
 /// @return 1, or 0 if dst or src is null
 GENERAL_API int GENERAL_CALL strcntrl(char *dst, const char *src);
 
 /// Tells whether a word is an abbreviation of another, ignoring case: its first characters, but not
-/// all of them, and at least min_len. The whole word is always accepted, however short.
-/// @param full     the full word; note the order
-/// @param abbrev   the abbreviation
-/// @param min_len  the least length of an abbreviation
+/// all of them, and at least minLength. The whole word is always accepted, however short.
+/// @param full       the full word; note the order
+/// @param abbrev     the abbreviation
+/// @param minLength  the least length of an abbreviation
 /// @return 1 or 0; a null abbreviation stands for a null word only, and a null word for no other
-GENERAL_API int GENERAL_CALL isabbrev(const char *full, const char *abbrev, int min_len);
+GENERAL_API int GENERAL_CALL isabbrev(const char *full, const char *abbrev, int minLength);
 
 /// Prints to the standard error stream in the manner of printf. The text is formatted by the system's
 /// C runtime. The stream is not flushed.

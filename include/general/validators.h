@@ -1,8 +1,10 @@
 /// @file
 /// Yes-or-no tests: of textual option values, paths, host names, and the running system's version.
 ///
-/// Not 0 means yes. Digits and letters are what the C runtime takes for such in its current locale.
-/// A null pointer is never a yes.
+/// Not 0 means yes. A null pointer is never a yes. Digits and letters are what the C runtime takes for
+/// such in its current locale, which belongs to the whole process: set it before other threads call.
+/// Any number of threads may ask at once; those that ask for the Windows version first at the same time
+/// all read it, and read the same.
 
 #ifndef GENERAL_VALIDATORS_H
 #define GENERAL_VALIDATORS_H
@@ -23,24 +25,24 @@ GENERAL_API int GENERAL_CALL isinteger(const char *s);
 GENERAL_API int GENERAL_CALL isnatural(const char *s);
 
 /// Tells whether a string is a real number: an optional minus, then digits with at most one point among
-/// them. No exponent, no plus, no white space. Callers rely on a point without digits being accepted.
+/// them. No exponent, no plus, no white space. A point without digits is accepted: kept for compatibility.
 /// @param s  the text
 /// @return 1 or 0
 GENERAL_API int GENERAL_CALL isreal(const char *s);
 
 /// Reads a boolean word, ignoring case: on, yes, true or 1; off, no, false or 0.
-/// @param s          the text
-/// @param value_out  receives 1 or 0; untouched if s is no such word
+/// @param s      the text
+/// @param value  receives 1 or 0; untouched if s is no such word
 /// @return 1 or 0
-GENERAL_API int GENERAL_CALL isboolean(const char *s, int *value_out);
+GENERAL_API int GENERAL_CALL isboolean(const char *s, int *value);
 
 /// Reads a size: a number as strtol does with base 0 (white space and a sign before it, 0x for
 /// hexadecimal, 0 for octal), multiplied by 1024 if `K` or `k` follows it, by 1048576 if `M` or `m`
 /// does. Whatever else follows is ignored: "12abc" is 12.
-/// @param s         the text
-/// @param size_out  receives the size modulo 2^32, untouched if there is no number; may be null
+/// @param s     the text
+/// @param size  receives the size modulo 2^32, untouched if there is no number; may be null
 /// @return 1, or 0 if s does not start with a number
-GENERAL_API int GENERAL_CALL issize(const char *s, unsigned *size_out);
+GENERAL_API int GENERAL_CALL issize(const char *s, unsigned *size);
 
 /// Tells whether a string is an identifier: a letter or `_`, then letters, digits and `_`.
 /// @param s  the text
@@ -71,12 +73,13 @@ GENERAL_API int GENERAL_CALL isfile(const char *path, int ignored);
 GENERAL_API int GENERAL_CALL islocal(const char *host);
 
 /// Finds a file on the system's standard search path: the program's directory, the current one, the
-/// system's, and those of PATH.
-/// @param file     the name with its extension, none is added; or a path
-/// @param dir_out  ISLOADABLE_DIR_SIZE bytes; receives the file's directory without a separator at
-///                 the end ("C:" for a root directory), then zeros. Unspecified if the result is 0
-/// @return 1; 0 also if the path takes more than dir_out
-GENERAL_API int GENERAL_CALL isloadable(const char *file, char *dir_out);
+/// system's, and those of PATH, in this order. Where the system or the process is set to safe search
+/// (SafeProcessSearchMode in the registry, SetSearchPathMode), the current directory comes last.
+/// @param file       the name with its extension, none is added; or a path
+/// @param directory  ISLOADABLE_DIR_SIZE bytes; receives the file's directory without a separator at
+///                   the end ("C:" for a root directory), then zeros. Unspecified if the result is 0
+/// @return 1; 0 also if the path takes more than the room in directory
+GENERAL_API int GENERAL_CALL isloadable(const char *file, char *directory);
 
 // The version tests read the system's version on their first call and keep the answer. It is what
 // the system tells this program, which may be less than the truth for programs in a compatibility

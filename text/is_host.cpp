@@ -70,25 +70,7 @@ bool isThisMachine(const Winsock &winsock, const char *host)
     return strlen(localName) == length && memcmp(name, localName, length) == 0;
 }
 
-bool hasAttributes(const char *path, DWORD &attributes)
-{
-    attributes = path == nullptr ? INVALID_FILE_ATTRIBUTES : GetFileAttributesA(path);
-    return attributes != INVALID_FILE_ATTRIBUTES;
-}
-
 } // namespace
-
-int isdirectory(const char *path, int)
-{
-    DWORD attributes = 0;
-    return hasAttributes(path, attributes) && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? 1 : 0;
-}
-
-int isfile(const char *path, int)
-{
-    DWORD attributes = 0;
-    return hasAttributes(path, attributes) && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ? 1 : 0;
-}
 
 int islocal(const char *host)
 {
@@ -99,17 +81,4 @@ int islocal(const char *host)
     int answer = isThisMachine(winsock, host) ? 1 : 0;
     winsock.cleanup();
     return answer;
-}
-
-int isloadable(const char *file, char *dir_out)
-{
-    if (file == nullptr || dir_out == nullptr)
-        return 0;
-    char *name = nullptr;
-    DWORD length = SearchPathA(nullptr, file, nullptr, ISLOADABLE_DIR_SIZE, dir_out, &name);
-    if (length == 0 || length >= ISLOADABLE_DIR_SIZE)
-        return 0;
-    size_t directoryLength = (name == nullptr || name == dir_out ? length : static_cast<size_t>(name - dir_out)) - 1;
-    memset(dir_out + directoryLength, 0, ISLOADABLE_DIR_SIZE - directoryLength);
-    return 1;
 }
