@@ -8,9 +8,9 @@
 /// the life of the process.
 ///
 /// Differences are unsigned and of 64 bits: a stopwatch tells the time since a tick that lies before
-/// now, and was read in this session of the system. For a start that lies after now (a record that no
-/// call has filled in, ticks of another machine, or without a performance counter an interval across a
-/// wrap of the millisecond count) they come out near 2 to the 64th ticks.
+/// now, and was read in this session of the system. For a start that lies after now (a tick of another
+/// machine or session or, without a performance counter, an interval across a wrap of the millisecond
+/// count) they come out near 2 to the 64th ticks.
 ///
 /// Any number of threads may use clocks, each with its own stopwatches. `CpuTime` and `elapsed_time`
 /// measure from a start that all threads of the process share, and does not guard it: call each from

@@ -91,9 +91,9 @@ GENERAL_API int optopt;
 /// Parses the next option.
 ///
 /// Three peculiarities are kept for compatibility. A lone `-`, and a `-` inside a cluster, end the
-/// options with optind still at that element; after the latter the next call goes on behind the `-`. Every element that begins with `--` ends the options, not only `--`
-/// itself. The program's name in messages is what stands in argv[0] after the last `/`; a path with
-/// backslashes is printed whole.
+/// options with optind still at that element; after the latter the next call goes on behind the `-`.
+/// Every element that begins with `--` ends the options, not only `--` itself. The program's name in
+/// messages is what stands in argv[0] after the last `/`; a path with backslashes is printed whole.
 ///
 /// @param argc     elements of argv
 /// @param argv     the program's name and its arguments; read until the parser has left it

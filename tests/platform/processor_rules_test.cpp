@@ -29,7 +29,7 @@ TEST(ProcessorRules, NamesModelsAndBrands)
     EXPECT_TRUE(named(intel, 0x572, "Intel Pentium") && named(intel, 0xF29, "Intel Pentium 4"));
     EXPECT_TRUE(named(intel, 0xB06D1, "Intel Lunar Lake") && named(intel, 0xB06E0, "Intel Alder Lake-N"));
     EXPECT_TRUE(named(amd, 0x5A2, "AMD Geode LX") && named(amd, 0xC0F13, "AMD K8") && named(amd, 0x850F00, "AMD Zen"));
-    EXPECT_TRUE(named(amd, 0xB50F00, "UNKNOWN CPU") && named(intel, 0x106F0, "UNKNOWN CPU"));
+    EXPECT_TRUE(named(amd, 0xB50F00, "UNKNOWN CPU") && named(intel, 0x106B0, "UNKNOWN CPU"));
     EXPECT_TRUE(named(other, 0x540, "UNKNOWN CPU") && named(intel, 0x7F00F00, "UNKNOWN CPU"));
     const char noBrand[] = "This processor does not support the brand identification feature";
     const struct {
