@@ -26,7 +26,7 @@ constexpr ULONG hearsOfNoThreads = 0x40000;
 
 TEST(Loading, ThreadsAreNotAnnounced)
 {
-    const HMODULE library = GetModuleHandleA("general.dll");
+    const HMODULE library = LoadLibraryA("general.dll");
     const PEB *process = nullptr;
     asm("movl %%fs:0x30, %0" : "=r"(process));
     const LIST_ENTRY *modules = &process->Ldr->InMemoryOrderModuleList;
