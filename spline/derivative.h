@@ -63,10 +63,7 @@ public:
     }
 
     /// A component of the third derivative, which is constant on a span.
-    double third(int c) const
-    {
-        return degree == 3 ? 2 * factor_[0][c] : 0;
-    }
+    double third(int c) const { return degree == 3 ? 2 * factor_[0][c] : 0; }
 
     [[gnu::always_inline]] double speed(double f) const
     {

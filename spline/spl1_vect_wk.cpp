@@ -144,10 +144,7 @@ public:
 private:
     static constexpr int degree = Points - 1;
 
-    const Spans &spans() const
-    {
-        return derivative_.spans();
-    }
+    const Spans &spans() const { return derivative_.spans(); }
 
     static double lengthOf(const double (&vector)[Dimension])
     {
@@ -155,10 +152,7 @@ private:
     }
 
     /// Whether an edge is the one beyond the last point of an open polygon.
-    bool runsBack(int32_t span) const
-    {
-        return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1);
-    }
+    bool runsBack(int32_t span) const { return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1); }
 
     /// The direction of a curve of degree 2 or 3 where it stands still: along the second derivative,
     /// turned towards increasing parameter.
