@@ -62,7 +62,7 @@ void runWith(const std::string &input)
             "readiness follows from the state");
         if (step % 8 == 1)
             spoil(); // once read, the header may say anything
-        std::vector<uint8_t> bytes(reader.byte());
+        std::vector<uint8_t> bytes(1U + reader.byte());
         auto length = static_cast<uint32_t>(bytes.size());
         if (step & 8) {
             std::iota(bytes.begin(), bytes.end(), filling);

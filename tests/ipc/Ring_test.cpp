@@ -29,7 +29,7 @@ TEST(Ring, KeepsTheOrderOfItsBytesWhateverTheHeaderSaysMeanwhile)
         Ring ring(capacity);
         std::deque<uint8_t> held;
         for (int step = 0; step < 3000; ++step) {
-            std::vector<uint8_t> bytes(random() % (capacity + 3));
+            std::vector<uint8_t> bytes(1 + random() % (capacity + 2));
             std::generate(bytes.begin(), bytes.end(), random);
             auto length = static_cast<uint32_t>(bytes.size());
             RingState state = ring.state();
