@@ -6,35 +6,11 @@
 
 #include "general/shmqueue.h"
 
+#include "ipc/ring.h"
+
 #include <windows.h>
 
-#include <stddef.h>
-#include <stdint.h>
-
 namespace general::shm {
-
-/// What stands in shared memory in front of a ring's bytes. Packed, because the second ring of a
-/// connection begins at any address; volatile, because a peer may change a word at any time: what is
-/// checked is a copy, and the copy is what is used.
-struct [[gnu::packed]] RingHeader {
-    volatile uint32_t base;          ///< offset of the first byte, always 0
-    volatile uint32_t readPos;       ///< offset of the next byte to read
-    volatile uint32_t writePos;      ///< offset of the next byte to write
-    volatile uint32_t end;           ///< capacity in bytes
-    volatile uint32_t count;         ///< bytes held
-    volatile uint32_t writerBlocked; ///< 1 since an add found the ring full, until the next remove
-    volatile uint32_t closed;        ///< 1 once either end has destroyed the connection
-    volatile uint32_t waitMask;      ///< what the ring's writer sleeps on in select
-    volatile uint32_t eventMask;     ///< the events that the ring's writer has chosen
-    volatile uint32_t pendingEvents; ///< the events raised for the ring's writer and not yet enumerated
-};
-
-static_assert(offsetof(RingHeader, base) == 0 && offsetof(RingHeader, readPos) == 4);
-static_assert(offsetof(RingHeader, writePos) == 8 && offsetof(RingHeader, end) == 12);
-static_assert(offsetof(RingHeader, count) == 16 && offsetof(RingHeader, writerBlocked) == 20);
-static_assert(offsetof(RingHeader, closed) == 24 && offsetof(RingHeader, waitMask) == 28);
-static_assert(offsetof(RingHeader, eventMask) == 32 && offsetof(RingHeader, pendingEvents) == 36);
-static_assert(sizeof(RingHeader) == 40);
 
 constexpr uint32_t ringSize(uint32_t capacity)
 {
@@ -80,7 +56,8 @@ struct ShmQueue {
     uint8_t *view;
     uint32_t capacity; ///< of either ring; what the headers say is checked against it
     bool isListener;
-    bool closing; ///< a destroy has told the peer and has dismissed the watcher
+    bool looksOut; ///< the last wait in select was short enough to be spent looking out
+    bool closing;  ///< a destroy has told the peer and has dismissed the watcher
 
     uint32_t number;     ///< of a connection
     bool isAcceptor;     ///< the accepting end of a connection

@@ -30,7 +30,12 @@ std::string uniqueName()
 
 class ShmChannel : public Channel {
 public:
-    explicit ShmChannel(ShmQueue *queue) : queue_(queue) { require(queue_ != nullptr, "ShmQueueConnect or -Accept"); }
+    ShmChannel(ShmQueue *queue, bool waitsOnEvent) : queue_(queue), waitsOnEvent_(waitsOnEvent)
+    {
+        require(queue_ != nullptr, "ShmQueueConnect or -Accept");
+        uint32_t events = waitsOnEvent ? SHMQUEUE_EVENT_READ | SHMQUEUE_EVENT_WRITE | SHMQUEUE_EVENT_CLOSE : 0;
+        require(ShmQueueEventSelect(queue_, events) == SHMQUEUE_OK, "ShmQueueEventSelect");
+    }
     ~ShmChannel() override { ShmQueueDestroy(queue_); }
 
     void send(const void *data, uint32_t length) override
@@ -65,17 +70,24 @@ public:
 private:
     void sleep(uint32_t flags)
     {
-        uint32_t ready = 0;
-        require(ShmQueueSelect(queue_, &flags, INFINITE, &ready) == SHMQUEUE_OK, "ShmQueueSelect");
+        uint32_t out = 0;
+        if (!waitsOnEvent_) {
+            require(ShmQueueSelect(queue_, &flags, INFINITE, &out) == SHMQUEUE_OK, "ShmQueueSelect");
+            return;
+        }
+        WaitForSingleObject(ShmQueueGetEvent(queue_), INFINITE);
+        require(ShmQueueEnumEvents(queue_, &out) == SHMQUEUE_OK, "ShmQueueEnumEvents");
     }
 
     ShmQueue *queue_;
+    bool waitsOnEvent_;
     bool isDrained_ = true;
 };
 
 class ShmListener : public Listener {
 public:
-    explicit ShmListener(uint32_t capacity) : capacity_(capacity), listener_(ShmQueueListen(uniqueName().c_str()))
+    ShmListener(uint32_t capacity, bool waitsOnEvent)
+        : capacity_(capacity), waitsOnEvent_(waitsOnEvent), listener_(ShmQueueListen(uniqueName().c_str()))
     {
         require(listener_ != nullptr, "ShmQueueListen");
     }
@@ -84,12 +96,13 @@ public:
     {
         uint32_t flags = SHMQUEUE_SELECT_READ, ready = 0;
         require(ShmQueueSelect(listener_, &flags, INFINITE, &ready) == SHMQUEUE_OK, "ShmQueueSelect");
-        return std::make_unique<ShmChannel>(ShmQueueAccept(listener_, 1, capacity_));
+        return std::make_unique<ShmChannel>(ShmQueueAccept(listener_, 1, capacity_), waitsOnEvent_);
     }
     std::string address() const override { return uniqueName(); }
 
 private:
     uint32_t capacity_;
+    bool waitsOnEvent_;
     ShmQueue *listener_;
 };
 
@@ -220,20 +233,20 @@ SOCKET connectedSocket(const std::string &port)
 
 } // namespace
 
-std::unique_ptr<Listener> listen(const std::string &transport, uint32_t capacity)
+std::unique_ptr<Listener> listen(Transport transport, uint32_t capacity)
 {
-    if (transport == "general")
-        return std::make_unique<ShmListener>(capacity);
-    if (transport == "TCP")
+    if (transport == general || transport == generalByEvent)
+        return std::make_unique<ShmListener>(capacity, transport == generalByEvent);
+    if (transport == tcp)
         return std::make_unique<TcpListener>(capacity);
     return std::make_unique<PipeListener>(capacity);
 }
 
-std::unique_ptr<Channel> connect(const std::string &transport, const std::string &address, uint32_t capacity)
+std::unique_ptr<Channel> connect(Transport transport, const std::string &address, uint32_t capacity)
 {
-    if (transport == "general")
-        return std::make_unique<ShmChannel>(ShmQueueConnect(address.c_str()));
-    if (transport == "TCP")
+    if (transport == general || transport == generalByEvent)
+        return std::make_unique<ShmChannel>(ShmQueueConnect(address.c_str()), transport == generalByEvent);
+    if (transport == tcp)
         return std::make_unique<TcpChannel>(connectedSocket(address), capacity);
     return std::make_unique<PipeChannel>(
         CreateFileA(address.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));

@@ -28,9 +28,10 @@ public:
     virtual std::string address() const = 0;
 };
 
-/// @param transport  "general", "named pipe" or "TCP"
+enum Transport { general, namedPipe, tcp, generalByEvent }; ///< the queue's ends wait in select, or on the event
+
 /// @param capacity   bytes that a direction is to buffer
-std::unique_ptr<Listener> listen(const std::string &transport, uint32_t capacity);
-std::unique_ptr<Channel> connect(const std::string &transport, const std::string &address, uint32_t capacity);
+std::unique_ptr<Listener> listen(Transport transport, uint32_t capacity);
+std::unique_ptr<Channel> connect(Transport transport, const std::string &address, uint32_t capacity);
 
 } // namespace bench

@@ -12,15 +12,17 @@
 namespace {
 
 constexpr uint32_t readSize = 1024 * 1024;
-constexpr const char *transports[] = {"general", "named pipe", "TCP"};
+constexpr const char *contenders[] = {"general", "named pipe", "TCP", "general"}; ///< by Transport
+constexpr bench::Transport peers[] = {bench::namedPipe, bench::tcp};
 
 /// The other process: takes in `batch` bytes, answers with `answer` bytes, and so on until the
 /// channel is closed.
 struct PeerTask {
-    uint32_t transport; ///< index in transports
+    bench::Transport transport;
     uint32_t capacity;
     uint32_t batch;
     uint32_t answer;
+    uint32_t readSize;
 };
 
 /// Takes in bytes with reads as large as the buffer; there are never more than these on their way.
@@ -36,9 +38,12 @@ int playPeer(const char *commandLine)
 {
     PeerTask task{};
     std::string address;
-    std::istringstream(commandLine) >> task.transport >> task.capacity >> task.batch >> task.answer >> address;
-    auto channel = bench::connect(transports[task.transport], address, task.capacity);
-    std::vector<char> buffer(readSize);
+    int transport = 0;
+    std::istringstream(commandLine) >> transport >> task.capacity >> task.batch >> task.answer >> task.readSize >>
+        address;
+    task.transport = static_cast<bench::Transport>(transport);
+    auto channel = bench::connect(task.transport, address, task.capacity);
+    std::vector<char> buffer(task.readSize);
     while (receiveAll(*channel, buffer, task.batch))
         channel->send(buffer.data(), task.answer);
     return 0;
@@ -49,12 +54,12 @@ class Peer {
 public:
     explicit Peer(const PeerTask &task)
     {
-        auto listener = bench::listen(transports[task.transport], task.capacity);
+        auto listener = bench::listen(task.transport, task.capacity);
         char program[MAX_PATH];
         GetModuleFileNameA(nullptr, program, MAX_PATH);
         std::ostringstream command;
         command << '"' << program << "\" --peer " << task.transport << ' ' << task.capacity << ' ' << task.batch << ' '
-                << task.answer << ' ' << listener->address();
+                << task.answer << ' ' << task.readSize << ' ' << listener->address();
         STARTUPINFOA startup{};
         PROCESS_INFORMATION started{};
         std::string line = command.str();
@@ -81,9 +86,10 @@ private:
 };
 
 /// One iteration sends a batch in writes of one size, and waits for one byte that says all of it arrived.
-void stream(benchmark::State &state, uint32_t transport, uint32_t capacity, uint32_t writeSize, uint32_t writes)
+void stream(benchmark::State &state, bench::Transport transport, uint32_t capacity, uint32_t writeSize, uint32_t writes)
 {
-    Peer peer({.transport = transport, .capacity = capacity, .batch = writeSize * writes, .answer = 1});
+    Peer peer(
+        {.transport = transport, .capacity = capacity, .batch = writeSize * writes, .answer = 1, .readSize = readSize});
     std::vector<char> data(writeSize, 'x'), arrived(readSize);
     for (auto _ : state) {
         for (uint32_t i = 0; i < writes; ++i)
@@ -93,11 +99,12 @@ void stream(benchmark::State &state, uint32_t transport, uint32_t capacity, uint
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * writeSize * writes);
 }
 
-void roundTrip(benchmark::State &state, uint32_t transport)
+void roundTrip(benchmark::State &state, bench::Transport transport, uint32_t size)
 {
     char data[64] = {};
-    std::vector<char> answer(readSize);
-    Peer peer({.transport = transport, .capacity = 64 * 1024, .batch = sizeof data, .answer = sizeof data});
+    std::vector<char> answer(size);
+    Peer peer(
+        {.transport = transport, .capacity = 64 * 1024, .batch = sizeof data, .answer = sizeof data, .readSize = size});
     for (auto _ : state) {
         peer.channel().send(data, sizeof data);
         receiveAll(peer.channel(), answer, sizeof data);
@@ -135,31 +142,39 @@ constexpr Stream streams[] = {
     {"64 KiB through a 64 KiB ring, writes of 64 B", 64 * KiB, 64, 1024, 1.0},
     {"1 MiB through a 64 KiB ring, writes of 1 KiB", 64 * KiB, KiB, 1024, 1.0},
     {"4 MiB through a 64 KiB ring, writes of 64 KiB", 64 * KiB, 64 * KiB, 64, 1.0},
-    {"16 MiB through a 64 KiB ring, writes of 1 MiB", 64 * KiB, MiB, 16, 0},
+    {"16 MiB through a 64 KiB ring, writes of 1 MiB", 64 * KiB, MiB, 16, 0.5},
     {"64 KiB through a 4 MiB ring, writes of 64 B", 4 * MiB, 64, 1024, 1.0},
     {"1 MiB through a 4 MiB ring, writes of 1 KiB", 4 * MiB, KiB, 1024, 1.0},
     {"4 MiB through a 4 MiB ring, writes of 64 KiB", 4 * MiB, 64 * KiB, 64, 1.0},
     {"64 MiB through a 4 MiB ring, writes of 1 MiB", 4 * MiB, MiB, 64, 2.0},
 };
 
+void registerRoundTrip(const std::string &row, bench::Transport ours, uint32_t size, double aim)
+{
+    for (bench::Transport transport : {ours, peers[0], peers[1]})
+        bench::contend(
+            row, contenders[transport], [=](benchmark::State &state) { roundTrip(state, transport, size); },
+            transport == ours ? aim : 0)
+            ->UseRealTime();
+}
+
 bool registerRows()
 {
     for (const Stream &row : streams) {
-        for (uint32_t transport = 0; transport < std::size(transports); ++transport)
+        for (bench::Transport transport : {bench::general, peers[0], peers[1]})
             bench::contend(
-                row.row, transports[transport],
+                row.row, contenders[transport],
                 [=](benchmark::State &state) { stream(state, transport, row.capacity, row.writeSize, row.writes); },
-                transport == 0 ? row.aim : 0)
+                transport == bench::general ? row.aim : 0)
                 ->UseRealTime();
         if (row.writeSize <= KiB)
             registerLimit(row.row, "the adds", row.writes);
     }
-    for (uint32_t transport = 0; transport < std::size(transports); ++transport)
-        bench::contend(
-            "round trip of 64 B", transports[transport], [=](benchmark::State &state) { roundTrip(state, transport); },
-            transport == 0 ? 1.0 : 0)
-            ->UseRealTime();
+    registerRoundTrip("round trip of 64 B", bench::general, readSize, 1.0);
     registerLimit("round trip of 64 B", "2 adds and 2 removes", 4);
+    registerRoundTrip("round trip of 64 B, reads of 64 B", bench::general, 64, 0.9);
+    registerRoundTrip("round trip of 64 B, waiting on the event", bench::generalByEvent, readSize, 0);
+    registerLimit("round trip of 64 B, waiting on the event", "2 adds, 2 enumerations and 2 removes", 6);
     return true;
 }
 

@@ -149,8 +149,9 @@ GENERAL_API uint32_t GENERAL_CALL ShmQueueAdd(ShmQueue *queue, const void *data,
 ///         SHMQUEUE_EVENT_CLOSE to tell. A server that did closes it
 GENERAL_API uint32_t GENERAL_CALL ShmQueueRemove(ShmQueue *queue, void *buffer, uint32_t *length);
 
-/// Sleeps until the connection is ready. Where there are several processors it first watches for the peer
-/// for up to 0.1 ms, giving way to whoever wants the processor, unless the time-out is 0.
+/// Sleeps until the connection is ready. Where the wait before was short and this process may use several
+/// processors, it first watches for the peer for up to 0.5 ms, giving way to whoever wants the processor,
+/// unless the time-out is 0. A program that polls in vain sleeps at once.
 /// @param queue    a live connection or listener
 /// @param flags    in: SHMQUEUE_SELECT_READ and SHMQUEUE_SELECT_WRITE as wanted, other bits are ignored;
 ///                 out: those of them that are ready. With neither the call returns at once

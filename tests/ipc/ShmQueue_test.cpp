@@ -156,8 +156,19 @@ TEST(ShmQueue, InteroperatesInBothRoles)
     }
 }
 
-/// Each step is a call of either end and, behind the =, its status, what it hands over, and the words of both sides
-/// after it.
+/// What one side sleeps on, has pending, and whether its adds found the ring full.
+struct SideWords {
+    DWORD waits = 0, pending = 0, blocked = 0;
+    bool operator==(const SideWords &) const = default;
+};
+
+/// A call of either end, its status and what it hands over, and the words of both sides after it.
+struct Step {
+    const char *call;
+    DWORD argument = 0, status = SHMQUEUE_OK, value = 0;
+    SideWords ours = {}, theirs = {};
+};
+
 TEST(ShmQueue, WakesAndRaisesEvents)
 {
     Link link(true);
@@ -167,8 +178,7 @@ TEST(ShmQueue, WakesAndRaisesEvents)
         FailingImport<BOOL WINAPI(HANDLE)> failing("SetEvent", FALSE, 1);
         EXPECT_EQ(link.choose(63), SHMQUEUE_BAD_HANDLE); // the first step finds the same bits due
     }
-    DWORD slept = 0, argument = 0, status = 0, value = 0,
-          w[6]; // wait mask, pending events, writer blocked: ours, theirs
+    DWORD slept = 0, argument = 0;
     const std::map<std::string, std::function<uint32_t()>> calls = {
         {"add", [&] { return link.add(std::string(argument, 'x')); }},
         {"remove", [&] { return link.remove(argument); }},
@@ -180,40 +190,68 @@ TEST(ShmQueue, WakesAndRaisesEvents)
         {"watch", [&] { return link.theirs(eventMask) = argument, ResetEvent(peer.ownEvent), peer.out(pending) = 0; }},
         {"sleep", [&] { return link.theirs(waitMask) = slept = argument, ResetEvent(peer.ownWake), 0; }},
         {"close", [&] { return link.theirs(closed) = link.ours(closed) = 1, peer.tell(0, 32), 0; }}};
-    std::istringstream steps(
+    // clang-format off
+    const Step steps[] = {
         // Raised if due by the present state, added up when raised twice, dropped when no longer chosen.
-        "choose 63 = 0 0  0 2 0  0 0 0  put 4 = 0 4  0 11 0  0 0 0  events 0 = 0 11  0 0 0  0 0 0 "
-        "remove 1 = 0 1  0 9 0  0 0 0  remove 1 = 0 1  0 18 0  0 0 0  choose 2 = 0 0  0 2 0  0 0 0 "
-        "choose 3 = 0 0  0 3 0  0 0 0  events 0 = 0 3  0 0 0  0 0 0  choose 11 = 0 0  0 8 0  0 0 0 "
-        "remove 9 = 0 2  0 8 0  0 0 0  choose 34 = 0 0  0 0 0  0 0 0 "
+        {.call = "choose", .argument = 63, .ours = {.pending = 2}},
+        {.call = "put", .argument = 4, .value = 4, .ours = {.pending = 11}},
+        {.call = "events", .value = 11},
+        {.call = "remove", .argument = 1, .value = 1, .ours = {.pending = 9}},
+        {.call = "remove", .argument = 1, .value = 1, .ours = {.pending = 18}},
+        {.call = "choose", .argument = 2, .ours = {.pending = 2}},
+        {.call = "choose", .argument = 3, .ours = {.pending = 3}},
+        {.call = "events", .value = 3},
+        {.call = "choose", .argument = 11, .ours = {.pending = 8}},
+        {.call = "remove", .argument = 9, .value = 2, .ours = {.pending = 8}},
+        {.call = "choose", .argument = 34},
         // The peer is woken and told by what comes into an empty ring, and only the full ring blocks.
-        "watch 11 = 0 0  0 0 0  0 0 0  sleep 6 = 0 0  0 0 0  6 0 0  add 4 = 0 4  0 0 0  6 9 0 "
-        "sleep 1 = 0 0  0 0 0  1 9 0  add 2 = 0 2  0 0 0  1 9 0  add 10 = 0 2  0 0 0  1 9 0 "
-        "add 10 = 1 10  0 0 1  1 9 0  get 1 = 0 1  0 2 0  1 9 0  events 0 = 0 2  0 0 0  1 9 0  add 1 = 0 1  0 0 0  1 9 "
-        "0 "
+        {.call = "watch", .argument = 11},
+        {.call = "sleep", .argument = 6, .theirs = {.waits = 6}},
+        {.call = "add", .argument = 4, .value = 4, .theirs = {.waits = 6, .pending = 9}},
+        {.call = "sleep", .argument = 1, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "add", .argument = 2, .value = 2, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "add", .argument = 10, .value = 2, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "add", .argument = 10, .status = SHMQUEUE_FULL, .value = 10, .ours = {.blocked = 1}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "get", .argument = 1, .value = 1, .ours = {.pending = 2}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "events", .value = 2, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "add", .argument = 1, .value = 1, .theirs = {.waits = 1, .pending = 9}},
         // The wait mask stays after a time-out; woken by the late signal, a select finds nothing ready.
-        "select 3 = 0 0  3 0 0  1 9 0  get 1 = 0 1  1 0 0  1 9 0  add 1 = 0 1  1 0 0  1 9 0 "
-        "select 2 = 0 0  0 0 0  1 9 0  select 1 = 0 0  1 0 0  1 9 0  put 7 = 0 7  0 0 0  1 9 0  put 2 = 0 1  0 0 0  1 "
-        "9 0 "
+        {.call = "select", .argument = 3, .ours = {.waits = 3}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "select", .argument = 1, .ours = {.waits = 1}, .theirs = {.waits = 1, .pending = 9}}, // of this wait alone
+        {.call = "select", .argument = 3, .ours = {.waits = 3}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "get", .argument = 1, .value = 1, .ours = {.waits = 1}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "add", .argument = 1, .value = 1, .ours = {.waits = 1}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "select", .argument = 2, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "select", .argument = 1, .ours = {.waits = 1}, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "put", .argument = 7, .value = 7, .theirs = {.waits = 1, .pending = 9}},
+        {.call = "put", .argument = 2, .value = 1, .theirs = {.waits = 1, .pending = 9}},
         // A blocked peer is told once.
-        "watch 2 = 0 0  0 0 0  1 0 0  put 1 = 0 0  0 0 0  1 0 1  sleep 6 = 0 0  0 0 0  6 0 1 "
-        "remove 3 = 0 3  0 0 0  4 2 0  remove 3 = 0 3  0 0 0  4 2 0 "
+        {.call = "watch", .argument = 2, .theirs = {.waits = 1}},
+        {.call = "put", .argument = 1, .theirs = {.waits = 1, .blocked = 1}},
+        {.call = "sleep", .argument = 6, .theirs = {.waits = 6, .blocked = 1}},
+        {.call = "remove", .argument = 3, .value = 3, .theirs = {.waits = 4, .pending = 2}},
+        {.call = "remove", .argument = 3, .value = 3, .theirs = {.waits = 4, .pending = 2}},
         // What was added before the end is still removed.
-        "close 0 = 0 0  0 32 0  4 2 0  add 1 = 3 1  0 32 0  4 2 0  remove 9 = 0 2  0 32 0  4 2 0 "
-        "remove 9 = 3 0  0 32 0  4 2 0  choose 0 = 0 0  0 0 0  4 2 0  choose 63 = 0 0  0 32 0  4 2 0");
-    std::string call, equals;
-    while (steps >> call >> argument >> equals >> status >> value >> w[0] >> w[1] >> w[2] >> w[3] >> w[4] >> w[5]) {
-        SCOPED_TRACE(testing::Message() << "step before " << steps.tellg());
+        {.call = "close", .ours = {.pending = 32}, .theirs = {.waits = 4, .pending = 2}},
+        {.call = "add", .argument = 1, .status = SHMQUEUE_CLOSED, .value = 1, .ours = {.pending = 32}, .theirs = {.waits = 4, .pending = 2}},
+        {.call = "remove", .argument = 9, .value = 2, .ours = {.pending = 32}, .theirs = {.waits = 4, .pending = 2}},
+        {.call = "remove", .argument = 9, .status = SHMQUEUE_CLOSED, .ours = {.pending = 32}, .theirs = {.waits = 4, .pending = 2}},
+        {.call = "choose", .theirs = {.waits = 4, .pending = 2}},
+        {.call = "choose", .argument = 63, .ours = {.pending = 32}, .theirs = {.waits = 4, .pending = 2}},
+    };
+    // clang-format on
+    for (const Step &step : steps) {
+        SCOPED_TRACE(testing::Message() << "step " << &step - steps << ": " << step.call);
+        argument = step.argument;
         link.value = 0;
-        EXPECT_EQ(calls.at(call)(), status);
-        EXPECT_EQ(link.value, value);
-        EXPECT_EQ(record({w[0], w[1], w[2]}), record({link.ours(waitMask), link.ours(pending), link.ours(blocked)}));
-        EXPECT_EQ(record({w[3], w[4], w[5]}), record({peer.out(waitMask), peer.out(pending), peer.out(blocked)}));
-        EXPECT_EQ(link.isTold(), w[1] != 0);
-        EXPECT_EQ(isSet(peer.ownEvent), w[4] != 0);
-        EXPECT_EQ(isSet(peer.ownWake), w[3] != slept);
+        EXPECT_EQ(calls.at(step.call)(), step.status);
+        EXPECT_EQ(link.value, step.value);
+        EXPECT_TRUE((step.ours == SideWords{link.ours(waitMask), link.ours(pending), link.ours(blocked)}));
+        EXPECT_TRUE((step.theirs == SideWords{peer.out(waitMask), peer.out(pending), peer.out(blocked)}));
+        EXPECT_EQ(link.isTold(), step.ours.pending != 0);
+        EXPECT_EQ(isSet(peer.ownEvent), step.theirs.pending != 0);
+        EXPECT_EQ(isSet(peer.ownWake), step.theirs.waits != slept);
     }
-    EXPECT_TRUE(steps.eof());
 }
 
 TEST(ShmQueue, LosesNoSignalToATimeOut)
@@ -233,64 +271,69 @@ TEST(ShmQueue, LosesNoSignalToATimeOut)
     peer.join();
 }
 
-TEST(ShmQueue, TakesADamagedHeaderForAClosedRing)
+/// Every call takes the mutex, and fails once when its owner has died.
+TEST(ShmQueue, TakesTheMutexInEveryCall)
 {
-    const std::pair<Word, DWORD> damages[] = {{base, 1},      {base, ~0u},     {readPos, 64}, {readPos, ~0u},
-                                              {writePos, 64}, {writePos, 3},   {end, 0},      {end, 65},
-                                              {count, 65},    {writePos, ~0u}, {count, 68},   {count, 5}};
-    for (auto [word, damage] : damages) {
-        Link link(false, 64);
-        ASSERT_NE(link, nullptr);
-        link.raw->put("abcd");
-        EXPECT_EQ(link.add("abcd"), SHMQUEUE_OK);
-        link.theirs(word) = link.ours(word) = damage;
-        EXPECT_EQ(link.add(std::string(100, 'x')), SHMQUEUE_CLOSED) << word << ' ' << damage;
-        EXPECT_EQ(link.remove(100), SHMQUEUE_CLOSED) << word << ' ' << damage;
-        EXPECT_EQ(link.select(3, 0) + link.value, 1u);
-        EXPECT_EQ(link.choose(63) + link.events() + link.value, 32u);
+    Link link(true);
+    ASSERT_NE(link, nullptr);
+    const std::function<uint32_t()> calls[] = {[&] { return link.add("a"); },
+                                               [&] { return link.remove(1); },
+                                               [&] { return link.select(3, 0); },
+                                               [&] { return link.select(2); },
+                                               [&] { return link.choose(63); },
+                                               [&] { return link.events(); },
+                                               [&] { return ShmQueueDestroy(link.get()); }};
+    for (const auto &call : calls) {
+        SCOPED_TRACE(&call - calls);
+        std::thread([&] { WaitForSingleObject(link.raw->mutex, patience); }).join();
+        EXPECT_EQ(call(), SHMQUEUE_BAD_HANDLE);
     }
 }
 
-DWORD *hostileWord; ///< as the library sees it
-bool isBeingRead;
+std::function<void()> look; ///< what a hook does in place of giving way in a look-out
+int looks;
 
-/// Lets an access to the protected page pass by a single step, and spoils the word right after each read.
-LONG WINAPI spoilOnceRead(EXCEPTION_POINTERS *exception)
+/// A select looks out only where the wait before was short and there is a processor for the peer as well.
+TEST(ShmQueue, LooksOutWhereThatPays)
 {
-    const EXCEPTION_RECORD &record = *exception->ExceptionRecord;
-    bool isStep = record.ExceptionCode == EXCEPTION_SINGLE_STEP;
-    DWORD before = 0, distance = record.ExceptionInformation[1] ^ reinterpret_cast<DWORD>(hostileWord);
-    if (!isStep && (record.ExceptionCode != EXCEPTION_ACCESS_VIOLATION || distance >= 4096))
-        return EXCEPTION_CONTINUE_SEARCH;
-    if (isStep && isBeingRead)
-        *hostileWord = 0x7FFFFF00;
-    VirtualProtect(hostileWord, 1, isStep ? PAGE_NOACCESS : PAGE_READWRITE, &before);
-    isBeingRead = !isStep && record.ExceptionInformation[0] == 0 && distance == 0;
-    exception->ContextRecord->EFlags |= isStep ? 0 : 0x100;
-    return EXCEPTION_CONTINUE_EXECUTION;
-}
-
-/// A peer may change a word at any time: what was checked must be what is used.
-TEST(ShmQueue, LooksAtAHeaderWordOnce)
-{
-    Link link(false, 64);
+    Link link(true);
     ASSERT_NE(link, nullptr);
-    void *handler = AddVectoredExceptionHandler(1, spoilOnceRead);
-    for (Word word : {base, readPos, writePos, end, count})
-        for (bool adds : {true, false}) {
-            DWORD before = 0, header[] = {0, 0, 4, 64, 4};
-            std::string added(60, "01234"[word]);
-            std::copy_n(header, 5, &link.ours(base));
-            std::copy_n(header, 5, &link.theirs(base));
-            std::copy_n("abcd", 4, link.raw->outRing + 40);
-            hostileWord = reinterpret_cast<DWORD **>(link.get())[adds ? 2 : 3] + word; // sendRing, recvRing
-            VirtualProtect(hostileWord, 1, PAGE_NOACCESS, &before);
-            EXPECT_EQ(adds ? link.add(added + added) : link.remove(100), SHMQUEUE_OK);
-            VirtualProtect(hostileWord, 1, PAGE_READWRITE, &before);
-            EXPECT_EQ(adds ? std::string(link.raw->inRing + 44, 60) : link.bytes, adds ? added : "abcd");
-            EXPECT_EQ(adds ? link.ours(count) : link.theirs(count), adds ? 64u : 0u);
-        }
-    RemoveVectoredExceptionHandler(handler);
+    ImportHook looking("Sleep", winapi([](DWORD) { ++looks, look(); }));
+    auto looksIn = [&](const std::function<void()> &act, uint32_t timeout, uint32_t ready) {
+        looks = 0;
+        look = act;
+        EXPECT_EQ(link.select(SHMQUEUE_SELECT_READ, timeout), SHMQUEUE_OK);
+        EXPECT_EQ(link.value, ready);
+        return looks;
+    };
+    for (DWORD_PTR usable : {1u, 6u}) {
+        static DWORD_PTR processors;
+        processors = usable;
+        ImportHook affinity("GetProcessAffinityMask", winapi([](HANDLE, PDWORD_PTR process, PDWORD_PTR) {
+                                *process = processors;
+                                return TRUE;
+                            }));
+        ImportHook clock("QueryPerformanceCounter", winapi([](LARGE_INTEGER *now) {
+                             now->QuadPart = looks * 1000; // a look takes long, and a sleep no time
+                             return TRUE;
+                         }));
+        for (int poll = 0; poll < 3; ++poll)
+            EXPECT_EQ(looksIn([] {}, 1, 0), 0);
+        link.ours(waitMask) = 0;
+        std::thread peer([&] {
+            while (link.ours(waitMask) == 0)
+                SwitchToThread();
+            link.raw->put("a");
+        });
+        EXPECT_EQ(looksIn([] {}, patience, 1), 0);
+        peer.join();
+        link.remove(1);
+        bool pays = usable != 1;
+        EXPECT_EQ(looksIn([&] { link.raw->put("b"); }, pays ? patience : 1, pays), pays);
+        EXPECT_EQ(link.remove(9), pays ? SHMQUEUE_OK : SHMQUEUE_EMPTY);
+        EXPECT_EQ(looksIn([] {}, 1, 0) > 0, pays); // in vain: the next one does not
+        EXPECT_EQ(looksIn([] {}, 1, 0), 0);
+    }
 }
 
 /// Woken once more, the watcher takes the process for ended.
@@ -397,7 +440,7 @@ TEST(ShmQueue, LeavesNothingBehindWhenASystemCallFails)
 {
     using D = DWORD; // as wide as every argument and result
     const std::pair<const char *, void (*)(const std::string &)> imports[] = {
-        {"SetEvent ResetEvent ReleaseMutex", failEachCall<D>},
+        {"SetEvent", failEachCall<D>},
         {"InitializeSecurityDescriptor WaitForSingleObject", failEachCall<D, D>},
         {"OpenFileMappingA CreateMutexA VirtualQuery OpenProcess", failEachCall<D, D, D>},
         {"CreateEventA SetSecurityDescriptorDacl WaitForMultipleObjects", failEachCall<D, D, D, D>},
