@@ -144,7 +144,9 @@ void useEverything(Spline1 *spline, const std::string &packet)
     int32_t choice = field(packet, 36) ^ packet.back(); // of another type
     Spline1Encode(spline, choice & 1, choice >> 1 & 1, choice >> 2 & 3, 2 + (choice >> 4 & 1), 0.5);
     evaluate(spline);
-    measure(spline, packet);
+    float params[3];
+    Spline1SetAcc(spline, 0.5, 1);
+    Spline1Index(spline, 3, nullptr, params);
 }
 
 std::string packed(const Spline1 *spline)

@@ -150,7 +150,7 @@ private:
         // standstill has been rounded into it, or the table is a stranger's. NaN when nothing has weight.
         if (!(share >= 0 && share <= 1))
             share = share < 0 ? 0 : share > 1 ? 1 : 0.5;
-        return static_cast<float>(to.first + (to.last - to.first) * share);
+        return static_cast<float>(to.first * (1 - share) + to.last * share);
     }
 
     const float *coefficients_;
