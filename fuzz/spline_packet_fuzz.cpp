@@ -114,7 +114,8 @@ void measure(Spline1 *spline, const std::string &packet)
     double error;
     int32_t intervals;
     float params[3];
-    Spline1SetAcc(spline, std::max(0.2, static_cast<double>(field<float>(packet, 52))), 1 + (field(packet, 44) & 7));
+    double accuracy = static_cast<double>(field<float>(packet, 52));
+    Spline1SetAcc(spline, accuracy > 0.2 && accuracy < 1 ? accuracy : 0.2, 1 + (field(packet, 44) & 7));
     Spline1GetAcc(spline, &error, &intervals);
     if (Spline1Index(spline, 3, nullptr, params) == SPLINE_OK)
         Spline1ArcLen(spline, 3, params, params);
@@ -139,12 +140,16 @@ void useEverything(Spline1 *spline, const std::string &packet)
         if (isCheapToEstimate(packet))
             Spline1GetAcc(spline, &error, &intervals);
     }
-    if (shrink(spline, packet))
+    bool isSmall = shrink(spline, packet);
+    if (isSmall)
         measure(spline, packet);
     int32_t choice = field(packet, 36) ^ packet.back(); // of another type
     Spline1Encode(spline, choice & 1, choice >> 1 & 1, choice >> 2 & 3, 2 + (choice >> 4 & 1), 0.5);
     evaluate(spline);
-    measure(spline, packet);
+    float params[3];
+    Spline1SetAcc(spline, 0.5, 1);
+    if (isSmall)
+        Spline1Index(spline, 3, nullptr, params);
 }
 
 std::string packed(const Spline1 *spline)

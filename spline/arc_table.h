@@ -21,32 +21,62 @@ bool buildArcTable(Spline1 *spline);
 /// @return false when memory is exhausted
 bool estimateError(Spline1 *spline, double &error);
 
-/// One side of the map: the parameters, or the arc lengths.
-class ArcSamples {
+/// A number for each end of an interval.
+struct Ends {
+    double first;
+    double last;
+};
+
+/// One side of the map, as parameters stand in the tables that are built here: at equal steps, of which only
+/// the first and last are stored.
+class UniformSamples {
 public:
-    /// @param uniform  only the first and last sample are stored
-    ArcSamples(const float *samples, bool uniform, int32_t intervals)
-        : samples_(samples), uniform_(uniform), intervals_(intervals), first_(static_cast<double>(samples[0])),
-          last_(static_cast<double>(samples[uniform ? 1 : intervals])), step_((last_ - first_) / intervals),
-          intervalsPerUnit_(intervals / (last_ - first_))
+    UniformSamples(const float *samples, int32_t intervals)
+        : intervals_(intervals), first_(static_cast<double>(samples[0])), last_(static_cast<double>(samples[1])),
+          step_((last_ - first_) / intervals), intervalsPerUnit_(intervals / (last_ - first_))
     {
     }
 
     double first() const { return first_; }
     double last() const { return last_; }
 
-    [[gnu::always_inline]] double at(int32_t i) const
+    [[gnu::always_inline]] Ends endsOf(int32_t interval) const
     {
-        return uniform_ ? first_ + step_ * i : static_cast<double>(samples_[i]);
+        double start = first_ + step_ * interval;
+        return {start, start + step_};
     }
 
     /// The interval of a value between first and last.
     [[gnu::always_inline]] int32_t intervalOf(float value) const
     {
-        if (uniform_) {
-            double interval = (static_cast<double>(value) - first_) * intervalsPerUnit_;
-            return interval < intervals_ ? static_cast<int32_t>(interval) : intervals_ - 1;
-        }
+        double interval = (static_cast<double>(value) - first_) * intervalsPerUnit_;
+        return interval < intervals_ ? static_cast<int32_t>(interval) : intervals_ - 1;
+    }
+
+private:
+    int32_t intervals_;
+    double first_;
+    double last_;
+    double step_;
+    double intervalsPerUnit_;
+};
+
+/// One side of the map, as arc lengths stand in the tables that are built here: one by one.
+class StoredSamples {
+public:
+    StoredSamples(const float *samples, int32_t intervals) : samples_(samples), intervals_(intervals) {}
+
+    double first() const { return static_cast<double>(samples_[0]); }
+    double last() const { return static_cast<double>(samples_[intervals_]); }
+
+    [[gnu::always_inline]] Ends endsOf(int32_t interval) const
+    {
+        return {static_cast<double>(samples_[interval]), static_cast<double>(samples_[interval + 1])};
+    }
+
+    /// The interval of a value between first and last.
+    [[gnu::always_inline]] int32_t intervalOf(float value) const
+    {
         int32_t low = 0;
         for (int32_t count = intervals_; count > 1;) {
             int32_t half = count / 2;
@@ -59,12 +89,7 @@ public:
 
 private:
     const float *samples_;
-    bool uniform_;
     int32_t intervals_;
-    double first_;
-    double last_;
-    double step_;
-    double intervalsPerUnit_;
 };
 
 /// Looks values up in an object's table.
@@ -75,12 +100,12 @@ private:
 ///   a = (a0 (u2 - u) D(u0) + a2 (u - u0) D(u2)) / ((u2 - u) D(u0) + (u - u0) D(u2)),
 /// whose inverse is this mean with D(u0) and D(u2) exchanged. So a result lies between the ends, and either
 /// direction undoes the other.
+template<typename Parameters, typename Lengths>
 class ArcMap {
 public:
     explicit ArcMap(const Spline1 *spline)
-        : coefficients_(spline->table),
-          parameters_(spline->parameterSamples, (spline->tableFlags & 1) != 0, spline->intervals),
-          lengths_(spline->lengthSamples, (spline->tableFlags & 2) != 0, spline->intervals)
+        : coefficients_(spline->table), parameters_(spline->parameterSamples, spline->intervals),
+          lengths_(spline->lengthSamples, spline->intervals)
     {
     }
 
@@ -101,12 +126,6 @@ public:
     }
 
 private:
-    /// A number for each end of an interval.
-    struct Ends {
-        double first;
-        double last;
-    };
-
     /// D at both ends, but for a common factor.
     [[gnu::always_inline]] Ends weights(int32_t interval, Ends u, Ends a) const
     {
@@ -131,8 +150,8 @@ private:
     }
 
     /// @param weightsOf  gives the ends' weights from the interval and its ends in domain and range
-    template<typename WeightsOf>
-    [[gnu::always_inline]] static float mapped(float value, const ArcSamples &domain, const ArcSamples &range,
+    template<typename Domain, typename Range, typename WeightsOf>
+    [[gnu::always_inline]] static float mapped(float value, const Domain &domain, const Range &range,
                                                WeightsOf weightsOf)
     {
         auto x = static_cast<double>(value);
@@ -141,8 +160,8 @@ private:
         if (x >= domain.last())
             return static_cast<float>(range.last());
         int32_t interval = domain.intervalOf(value);
-        Ends from{domain.at(interval), domain.at(interval + 1)};
-        Ends to{range.at(interval), range.at(interval + 1)};
+        Ends from = domain.endsOf(interval);
+        Ends to = range.endsOf(interval);
         Ends weight = weightsOf(interval, from, to);
         double last = (x - from.first) * weight.last;
         double share = last / (last + (from.last - x) * weight.first);
@@ -150,12 +169,29 @@ private:
         // standstill has been rounded into it, or the table is a stranger's. NaN when nothing has weight.
         if (!(share >= 0 && share <= 1))
             share = share < 0 ? 0 : share > 1 ? 1 : 0.5;
-        return static_cast<float>(to.first + (to.last - to.first) * share);
+        return static_cast<float>(to.first * (1 - share) + to.last * share);
     }
 
     const float *coefficients_;
-    ArcSamples parameters_;
-    ArcSamples lengths_;
+    Parameters parameters_;
+    Lengths lengths_;
 };
+
+/// Calls body(map) with the map of an object's table. Only a stranger's table stores its parameters one by
+/// one, or has its lengths at equal steps.
+template<typename Body>
+void withArcMap(const Spline1 *spline, Body body)
+{
+    switch (spline->tableFlags & 3) {
+    case 1:
+        return body(ArcMap<UniformSamples, StoredSamples>(spline));
+    case 0:
+        return body(ArcMap<StoredSamples, StoredSamples>(spline));
+    case 2:
+        return body(ArcMap<StoredSamples, UniformSamples>(spline));
+    default:
+        return body(ArcMap<UniformSamples, UniformSamples>(spline));
+    }
+}
 
 } // namespace general::spline

@@ -57,10 +57,11 @@ uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, floa
     uint32_t result = checkMapping(spline, count, lengths);
     if (result != SPLINE_OK)
         return result;
-    ArcMap map(spline);
-    InputValues in(spline, count, params, map.lastParameter());
-    for (int32_t i = 0; i < count; ++i)
-        lengths[i] = map.lengthAt(in[i]);
+    withArcMap(spline, [&](const auto &map) {
+        InputValues in(spline, count, params, map.lastParameter());
+        for (int32_t i = 0; i < count; ++i)
+            lengths[i] = map.lengthAt(in[i]);
+    });
     return SPLINE_OK;
 }
 
@@ -69,10 +70,11 @@ uint32_t Spline1Index(Spline1 *spline, int32_t count, const float *lengths, floa
     uint32_t result = checkMapping(spline, count, params);
     if (result != SPLINE_OK)
         return result;
-    ArcMap map(spline);
-    InputValues in(spline, count, lengths, map.lastLength());
-    for (int32_t i = 0; i < count; ++i)
-        params[i] = map.parameterAt(in[i]);
+    withArcMap(spline, [&](const auto &map) {
+        InputValues in(spline, count, lengths, map.lastLength());
+        for (int32_t i = 0; i < count; ++i)
+            params[i] = map.parameterAt(in[i]);
+    });
     return SPLINE_OK;
 }
 

@@ -216,20 +216,22 @@ bool estimateError(Spline1 *spline, double &error)
     integrate(spline, distance / 2, range - distance / 2, samples - 1, step,
               [&](double length) { *next++ = static_cast<float>(representable(untilFirst + length)); });
 
-    ArcMap map(spline);
     double largest = 0;
-    for (int32_t j = 0; j < samples; ++j) {
-        auto tabulated = static_cast<double>(map.lengthAt(static_cast<float>((j + 0.5) * distance)));
-        double deviation = fabs(static_cast<double>(lengths[j]) - tabulated);
-        if (!(deviation <= largest))
-            largest = deviation;
-    }
+    double total = 0;
+    withArcMap(spline, [&](const auto &map) {
+        for (int32_t j = 0; j < samples; ++j) {
+            auto tabulated = static_cast<double>(map.lengthAt(static_cast<float>((j + 0.5) * distance)));
+            double deviation = fabs(static_cast<double>(lengths[j]) - tabulated);
+            if (!(deviation <= largest))
+                largest = deviation;
+        }
+        total = map.lastLength();
+    });
 
     // Both integrations share the step. Where it is longer than the accuracy asks for, because of the
     // bound on the work, what the integration may be off counts as well.
     largest += integrationShortfall(spline, step);
 
-    double total = map.lastLength();
     error = largest == 0 ? 0 : largest / total;
     error += spline->accuracy / 2;
     if (!isfinite(error) || !isfinite(total))

@@ -1,5 +1,7 @@
 #include "tests/spline/curves.h"
 
+#include <gmock/gmock.h>
+
 namespace {
 
 using namespace curves;
@@ -17,10 +19,7 @@ TEST(Fit, PassesThroughTheData)
                 params.push_back(static_cast<float>(i));
             std::vector<double> points(data.size());
             ASSERT_EQ(Spline1DPoint(spline.get(), count, params.data(), points.data()), SPLINE_OK);
-            double worst = 0;
-            for (size_t i = 0; i < data.size(); ++i)
-                worst = std::max(worst, std::abs(points[i] - data[i]));
-            EXPECT_LE(worst, 4e-5) << type << ", " << count << " points"; // some units in the last place of 100
+            EXPECT_THAT(points, testing::Pointwise(testing::DoubleNear(4e-5), data)) << type; // 100 to a few units
         }
 }
 
