@@ -268,12 +268,13 @@ bool isClosed(const ShmQueue *requester)
     return requester->recvRing->closed != 0;
 }
 
-/// Adds a request. Where another client's death has left the ring impossible, the listener is waited for,
-/// who was told of that client and puts it right.
+/// Adds a request. Where another client's death has left the ring impossible, this library's listener is waited
+/// for, who was told of that client and puts it right.
 bool addRequest(ShmQueue *requester)
 {
     uint32_t status = addRecord(requester, request);
-    for (DWORD waited = 0; status == SHMQUEUE_CLOSED && !isClosed(requester) && waited < repairPatience;
+    DWORD patience = requester->hasPresence != nullptr ? repairPatience : 0;
+    for (DWORD waited = 0; status == SHMQUEUE_CLOSED && !isClosed(requester) && waited < patience;
          waited += repairPoll) {
         Sleep(repairPoll);
         status = addRecord(requester, request);
