@@ -131,7 +131,7 @@ uint32_t sleepInSelect(ShmQueue *queue, uint32_t wanted, uint32_t timeout, uint3
     queue->sendRing->waitMask = 0;
     ResetEvent(queue->ownWake);
     releaseMutex(queue->mutex);
-    queue->looksOut = !lookoutTime.isOver() && hasSeveralProcessors();
+    queue->looksOut = *flags != 0 && !lookoutTime.isOver() && hasSeveralProcessors();
     return SHMQUEUE_OK;
 }
 
@@ -253,6 +253,7 @@ uint32_t ShmQueueEnumEvents(ShmQueue *queue, uint32_t *events)
         return SHMQUEUE_BAD_HANDLE;
 
     *events = queue->sendRing->pendingEvents;
+    queue->handedOutClose = queue->handedOutClose || *events >= SHMQUEUE_EVENT_CLOSE;
     queue->sendRing->pendingEvents = 0;
     ResetEvent(queue->ownEvent);
     return SHMQUEUE_OK;

@@ -143,13 +143,15 @@ bool waitForLoss(const ShmQueue *connection)
     return isGone;
 }
 
-/// Closes the connection in the place of an acceptor that cannot any more. The mutex is held.
+/// Closes the connection in the place of an acceptor that cannot any more. How far that one came with it, if it
+/// died in its destroy, cannot be told; CLOSE is raised unless that was done. The mutex is held.
 void announceLoss(ShmQueue *connection)
 {
     connection->sendRing->closed = 1;
     connection->recvRing->closed = 1;
     wakeFor(thisSide(connection), SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE);
-    raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
+    if (!connection->handedOutClose && connection->sendRing->pendingEvents < SHMQUEUE_EVENT_CLOSE)
+        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
 }
 
 /// A thread that looks after the connecting end of a connection.
@@ -161,7 +163,7 @@ DWORD WINAPI watchForLoss(void *context)
     DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
     if (outcome != WAIT_OBJECT_0 && outcome != WAIT_ABANDONED) // abandoned: it died inside a call
         return watcherFailed;
-    if (isWatched(connection) && connection->recvRing->closed == 0)
+    if (isWatched(connection))
         announceLoss(connection);
     releaseMutex(connection->mutex);
     return 0;

@@ -56,8 +56,9 @@ struct ShmQueue {
     uint8_t *view;
     uint32_t capacity; ///< of either ring; what the headers say is checked against it
     bool isListener;
-    bool looksOut; ///< the last wait in select was short enough to be spent looking out
-    bool closing;  ///< a destroy has told the peer and has dismissed the watcher
+    bool looksOut;       ///< the last wait in select was short enough to be spent looking out
+    bool handedOutClose; ///< by an enumeration
+    bool closing;        ///< a destroy has told the peer and has dismissed the watcher
 
     uint32_t number;     ///< of a connection
     bool isAcceptor;     ///< the accepting end of a connection

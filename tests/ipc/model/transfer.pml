@@ -4,12 +4,14 @@
  * connection is closed. Every wait picks any of the ways that the library offers. Every run must let both
  * come to their end: what is left asleep is a deadlock to Spin.
  *
- *   -DKILLS          one process dies between any two of its steps. The other one is the acceptor, has
- *                    chosen CLOSE, and must come to its end all the same
+ *   -DKILLS          one process, the connector, dies between any two of its steps. The other one has chosen
+ *                    CLOSE and must come to its end all the same
+ *   -DKILLS -DACCEPTOR  the same, but it is the acceptor that dies
  *   -DBREAK=...      turns two steps round, each of which the checker must find:
  *                    MASK_LATE   select lets go of the mutex before it stores the wait mask
  *                    CLEAR_FIRST waking clears the wait mask's bit before it sets the event (with KILLS)
  *                    RESET_LATE  enumerate lets go of the mutex before it resets the event
+ *                    HALF_CLOSED the connector's watcher says nothing where one ring is closed (ACCEPTOR)
  */
 
 #define CAPACITY 2
@@ -24,6 +26,7 @@
 #define MASK_LATE 1
 #define CLEAR_FIRST 2
 #define RESET_LATE 3
+#define HALF_CLOSED 4
 #ifndef BREAK
 #define BREAK 0
 #endif
@@ -48,6 +51,8 @@ byte waitMask[2], eventMask[2], pending[2];
 
 /* The manual-reset events: what select sleeps on, and what events are raised on. */
 bool wake[2], event[2];
+
+bool told[2]; /* an enumeration has handed out CLOSE */
 
 /* What the checker knows and the processes do not. */
 byte sent, received;
@@ -228,7 +233,9 @@ inline selectCall(status)
             fi
         :: else -> status = NONE; goto selected
         fi
+#ifndef ACCEPTOR
     :: dead[PEER] && !sleptAtDeath -> asleep[me] = false; status = NONE; goto selected /* begun too late to be woken */
+#endif
     fi;
     waitMask[me] = 0;
     wake[me] = false;
@@ -274,7 +281,7 @@ inline enumEvents(status)
     if
     :: status == BAD
     :: else ->
-        told = told || pending[me] >= CLOSE;
+        told[me] = told[me] || pending[me] >= CLOSE;
         pending[me] = 0;
         if
         :: BREAK == RESET_LATE -> release(); event[me] = false
@@ -340,7 +347,7 @@ inline dieOn()
 proctype Writer()
 {
     byte me = WRITER, part, left, due, seen, seenR, seenW, seenN;
-    bool seenC, promised, told, isLimited;
+    bool seenC, promised, isLimited;
     mtype status = OK;
     {
 #ifdef KILLS
@@ -353,7 +360,7 @@ proctype Writer()
         od;
 #endif
         do
-        :: sent == BYTES || told -> break
+        :: sent == BYTES || told[me] -> break
         :: else -> add(status);
             assert(!(promised && status == FULL));
             promised = false;
@@ -371,7 +378,7 @@ proctype Writer()
 proctype Reader()
 {
     byte me = READER, part, left, due, seen, seenR, seenW, seenN;
-    bool seenC, promised, told, isLimited;
+    bool seenC, promised, isLimited;
     mtype status = OK;
     {
 #ifdef KILLS
@@ -388,11 +395,11 @@ proctype Reader()
             assert(!(promised && status == EMPTY));
             promised = false;
             if
-            :: status == CLOSED || (status == EMPTY && told) -> assert(victim != FREE || received == BYTES); break
+            :: status == CLOSED || (status == EMPTY && told[me]) -> assert(victim != FREE || received == BYTES); break
             :: status == OK -> goto leaving /* before it has read everything */
             :: status == OK
             :: status == BAD
-            :: !told && (status == EMPTY || (status == OK && eventMask[me] != 0)) -> /* one remove per enumeration */
+            :: !told[me] && (status == EMPTY || (status == OK && eventMask[me] != 0)) -> /* one remove per enumeration */
                 await(status)
             fi;
             d_step { forgetLocals }
@@ -403,7 +410,7 @@ leaving:
 }
 
 #ifdef KILLS
-/* The acceptor's watcher, told of the connector's end by the system. */
+/* The survivor's watcher, told of the other one's end by the system. */
 proctype Watcher(byte side)
 {
     byte me = WATCHER;
@@ -411,6 +418,21 @@ end_nobodyDies:
     dead[1 - side];
     atomic { owner == FREE -> owner = me }
     if
+#ifdef ACCEPTOR
+    :: abandoned = false;
+        if
+        :: BREAK == HALF_CLOSED && closed[1 - side]
+        :: BREAK != HALF_CLOSED || !closed[1 - side] ->
+            closed[side] = true;
+            closed[1 - side] = true;
+            wakeFor(side, (READ | WRITE));
+            if
+            :: !told[side] && pending[side] < CLOSE -> raise(side, CLOSE)
+            :: else
+            fi
+        fi;
+        release()
+#else
     :: abandoned -> abandoned = false;
         raise(side, CLOSE);
         if
@@ -429,6 +451,7 @@ end_nobodyDies:
         fi;
         raise(side, CLOSE);
         release()
+#endif
     fi
 }
 #endif
@@ -446,7 +469,9 @@ init
 #endif
     }
 #ifdef KILLS
+#ifndef ACCEPTOR
     eventMask[1 - doomed] != 0; /* a CLOSE that is chosen later is not raised for a death */
+#endif
     victim = doomed             /* whenever this comes to pass */
 #endif
 }
