@@ -15,33 +15,20 @@ class Derivative {
 public:
     static constexpr int degree = Points - 1;
 
-    explicit Derivative(const Spline1 *spline) : spans_(spline), basis_(basisOf(spline)) {}
+    explicit Derivative(const Spline1 *spline) : spans_(spline)
+    {
+        Basis basis = basisOf(spline);
+        for (int r = 0; r < degree; ++r)
+            for (int j = 1; j < Points; ++j)
+                slope_[r][j] = (degree - r) * basis.row[r][j];
+    }
 
     const Spans &spans() const { return spans_; }
 
-    /// Works on differences to one control point: where all of a span coincide, the derivative is exactly 0.
     [[gnu::always_inline]] void goTo(int32_t span)
     {
-        if (span == span_)
-            return;
-        span_ = span;
-        for (auto &row : factor_)
-            for (double &component : row)
-                component = 0;
-        double start[Dimension];
-        spans_.template visit<Points, Dimension>(span, [&](int j, const float *point) {
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c) {
-                auto component = static_cast<double>(point[c]);
-                if (j == 0) {
-                    start[c] = component;
-                    continue;
-                }
-#pragma GCC unroll 4
-                for (int r = 0; r < degree; ++r)
-                    factor_[r][c] += (degree - r) * basis_.row[r][j] * (component - start[c]);
-            }
-        });
+        if (span != span_)
+            load(span);
     }
 
     /// A component of the derivative at a local parameter of the span.
@@ -90,8 +77,32 @@ public:
     }
 
 private:
+    /// Works on differences to one control point: where all of a span coincide, the derivative is exactly 0.
+    [[gnu::noinline]] void load(int32_t span)
+    {
+        span_ = span;
+        double factor[degree][Dimension] = {};
+        double start[Dimension] = {};
+        spans_.template visit<Points, Dimension>(span, [&](int j, const float *point) {
+#pragma GCC unroll 4
+            for (int c = 0; c < Dimension; ++c) {
+                auto component = static_cast<double>(point[c]);
+                if (j == 0) {
+                    start[c] = component;
+                    continue;
+                }
+#pragma GCC unroll 4
+                for (int r = 0; r < degree; ++r)
+                    factor[r][c] += slope_[r][j] * (component - start[c]);
+            }
+        });
+        for (int r = 0; r < degree; ++r)
+            for (int c = 0; c < Dimension; ++c)
+                factor_[r][c] = factor[r][c];
+    }
+
     Spans spans_;
-    Basis basis_;
+    double slope_[degree][Points] = {}; ///< what a control point adds to each factor
     int32_t span_ = INT32_MIN;
     double factor_[degree][Dimension] = {}; ///< highest power first
 };
