@@ -276,6 +276,7 @@ TEST(ShmHandshake, AsksTheSystemForTheRightAccess)
                         return OpenEventA(access, inherit, name);
                     }));
     makes = true;
+    objectsSeen = objectsWrong = 0;
     Accepted server;
     EXPECT_EQ(objectsSeen, 7 + 7);
     makes = false;
