@@ -107,7 +107,7 @@ void repairRequests(RingHeader *ring)
     setRing(ring, read, others - others % sizeof request);
 }
 
-/// Of a reply ring that a client left half changed nothing is believed. Who still waits asks again.
+/// Of a reply ring that a client left half changed nothing is believed. Who still waits gets null and can try again.
 void repairReplies(const ShmQueue *listener)
 {
     if (isPossible(listener->sendRing, sizeof(Reply)))
@@ -309,7 +309,8 @@ struct Sight {
 
     bool operator==(const Sight &) const = default;
     bool showsReply() const { return replies != 0; }
-    /// Neither requests nor replies: its own was lost with a reply ring that was put right.
+    /// Neither requests nor replies: its own was taken back, by a server that destroyed the connection at once, or
+    /// lost with a reply ring that was put right.
     bool isForgotten() const { return requests == 0 && replies == 0; }
 };
 
@@ -323,7 +324,7 @@ Sight sightOf(const ShmQueue *requester)
 }
 
 /// Waits until a request was accepted, for as long as there is a listener to do it.
-bool waitForReply(ShmQueue *requester, const char *name)
+bool waitForReply(const ShmQueue *requester, const char *name)
 {
     Sight before{.requests = 1, .replies = 0, .oldestReply = 0}; // as good as none
     for (;;) {
@@ -336,8 +337,8 @@ bool waitForReply(ShmQueue *requester, const char *name)
             return sight.showsReply();
         if (sight == before && sight.showsReply()) // nobody is on the way to take it: its signal was lost in another
             return true;
-        if (sight == before && sight.isForgotten() && !addRequest(requester))
-            return false;
+        if (sight == before && sight.isForgotten() && requester->hasPresence != nullptr)
+            return false; // a listener built separately may be between the request and its reply
         before = sight;
     }
 }
