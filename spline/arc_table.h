@@ -55,14 +55,24 @@ public:
         return {first, first + step_, step_};
     }
 
-    /// Where a value between first and last is.
-    [[gnu::always_inline]] TablePlace placeOf(float value) const
+    /// The interval of a value between first and last.
+    int32_t intervalOf(float value) const
+    {
+        TablePlace place = {};
+        return find(value, place) ? place.interval : intervals_ - 1;
+    }
+
+    /// Finds the place of a value.
+    /// @return false when it is not between first and last
+    [[gnu::always_inline]] bool find(float value, TablePlace &place) const
     {
         double intervals = (static_cast<double>(value) - first_) * intervalsPerUnit_;
-        int32_t interval = intervals < intervals_ ? static_cast<int32_t>(intervals) : intervals_ - 1;
-        return {interval, intervals - interval};
+        if (!(intervals > 0 && intervals < intervals_))
+            return false;
+        place.interval = static_cast<int32_t>(intervals);
+        place.share = intervals - place.interval;
+        return true;
     }
-    int32_t intervalOf(float value) const { return placeOf(value).interval; }
 
 private:
     int32_t intervals_;
@@ -99,11 +109,18 @@ public:
         auto bits = std::bit_cast<int32_t>(value);
         return bisect([=, this](uint32_t i) { return std::bit_cast<int32_t>(samples_[i]) <= bits; });
     }
-    TablePlace placeOf(float value) const
+
+    /// Finds the place of a value.
+    /// @return false when it is not between first and last
+    bool find(float value, TablePlace &place) const
     {
-        int32_t interval = intervalOf(value);
-        Extent extent = extentOf(interval);
-        return {interval, (static_cast<double>(value) - extent.first) / extent.width};
+        auto x = static_cast<double>(value);
+        if (!(x > first() && x < last()))
+            return false;
+        place.interval = intervalOf(value);
+        Extent extent = extentOf(place.interval);
+        place.share = (x - extent.first) / extent.width;
+        return true;
     }
 
 private:
@@ -147,11 +164,9 @@ public:
     [[gnu::always_inline]] float lengthAt(float parameter) const
     {
         auto u = static_cast<double>(parameter);
-        if (!(u > parameters_.first()))
-            return static_cast<float>(lengths_.first());
-        if (u >= parameters_.last())
-            return static_cast<float>(lengths_.last());
-        TablePlace place = parameters_.placeOf(parameter);
+        TablePlace place;
+        if (!parameters_.find(parameter, place))
+            return static_cast<float>(u > parameters_.first() ? lengths_.last() : lengths_.first());
         Extent us = parameters_.extentOf(place.interval);
         Extent as = lengths_.extentOf(place.interval);
         const float *c = coefficientsOf(place.interval);
