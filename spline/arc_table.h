@@ -9,6 +9,8 @@
 
 #include "spline/spline_object.h"
 
+#include <bit>
+
 namespace general::spline {
 
 /// Measures the curve and fills the arc table. The type must be usable and there must be points.
@@ -21,10 +23,17 @@ bool buildArcTable(Spline1 *spline);
 /// @return false when memory is exhausted
 bool estimateError(Spline1 *spline, double &error);
 
-/// A number for each end of an interval.
-struct Ends {
+/// One side of an interval.
+struct Extent {
     double first;
     double last;
+    double width;
+};
+
+/// An interval, and how far in it from 0 to 1.
+struct TablePlace {
+    int32_t interval;
+    double share;
 };
 
 /// One side of the map, as parameters stand in the tables that are built here: at equal steps, of which only
@@ -40,17 +49,29 @@ public:
     double first() const { return first_; }
     double last() const { return last_; }
 
-    [[gnu::always_inline]] Ends endsOf(int32_t interval) const
+    [[gnu::always_inline]] Extent extentOf(int32_t interval) const
     {
-        double start = first_ + step_ * interval;
-        return {start, start + step_};
+        double first = first_ + step_ * interval;
+        return {first, first + step_, step_};
     }
 
     /// The interval of a value between first and last.
-    [[gnu::always_inline]] int32_t intervalOf(float value) const
+    int32_t intervalOf(float value) const
     {
-        double interval = (static_cast<double>(value) - first_) * intervalsPerUnit_;
-        return interval < intervals_ ? static_cast<int32_t>(interval) : intervals_ - 1;
+        TablePlace place = {};
+        return find(value, place) ? place.interval : intervals_ - 1;
+    }
+
+    /// Finds the place of a value.
+    /// @return false when it is not between first and last
+    [[gnu::always_inline]] bool find(float value, TablePlace &place) const
+    {
+        double intervals = (static_cast<double>(value) - first_) * intervalsPerUnit_;
+        if (!(intervals > 0 && intervals < intervals_))
+            return false;
+        place.interval = static_cast<int32_t>(intervals);
+        place.share = intervals - place.interval;
+        return true;
     }
 
 private:
@@ -64,43 +85,71 @@ private:
 /// One side of the map, as arc lengths stand in the tables that are built here: one by one.
 class StoredSamples {
 public:
-    StoredSamples(const float *samples, int32_t intervals) : samples_(samples), intervals_(intervals) {}
+    StoredSamples(const float *samples, int32_t intervals)
+        : samples_(samples), intervals_(intervals), window_(std::bit_floor(static_cast<uint32_t>(intervals)))
+    {
+    }
 
     double first() const { return static_cast<double>(samples_[0]); }
     double last() const { return static_cast<double>(samples_[intervals_]); }
 
-    [[gnu::always_inline]] Ends endsOf(int32_t interval) const
+    [[gnu::always_inline]] Extent extentOf(int32_t interval) const
     {
-        return {static_cast<double>(samples_[interval]), static_cast<double>(samples_[interval + 1])};
+        auto first = static_cast<double>(samples_[interval]);
+        auto last = static_cast<double>(samples_[interval + 1]);
+        return {first, last, last - first};
     }
 
-    /// The interval of a value between first and last.
+    /// The interval of a value between first and last. Numbers from 0 on are ordered as their bits are, and
+    /// integers are compared in half the time. Lengths are below 0 in a stranger's table only.
     [[gnu::always_inline]] int32_t intervalOf(float value) const
     {
-        int32_t low = 0;
-        for (int32_t count = intervals_; count > 1;) {
-            int32_t half = count / 2;
-            int32_t middle = low + half;
-            low = samples_[middle] <= value ? middle : low;
-            count -= half;
-        }
-        return low;
+        if (samples_[0] < 0)
+            return bisect([=, this](uint32_t i) { return samples_[i] <= value; });
+        auto bits = std::bit_cast<int32_t>(value);
+        return bisect([=, this](uint32_t i) { return std::bit_cast<int32_t>(samples_[i]) <= bits; });
+    }
+
+    /// Finds the place of a value.
+    /// @return false when it is not between first and last
+    bool find(float value, TablePlace &place) const
+    {
+        auto x = static_cast<double>(value);
+        if (!(x > first() && x < last()))
+            return false;
+        place.interval = intervalOf(value);
+        Extent extent = extentOf(place.interval);
+        place.share = (x - extent.first) / extent.width;
+        return true;
     }
 
 private:
+    /// Halves a power of two of intervals, either the first or the last ones.
+    template<typename StartsAtMost>
+    [[gnu::always_inline]] int32_t bisect(StartsAtMost startsAtMost) const
+    {
+        uint32_t upper = static_cast<uint32_t>(intervals_) - window_;
+        uint32_t low = startsAtMost(upper) ? upper : 0;
+        for (uint32_t half = window_ / 2; half != 0; half /= 2)
+            low = startsAtMost(low + half) ? low + half : low;
+        return static_cast<int32_t>(low);
+    }
+
     const float *samples_;
     int32_t intervals_;
+    uint32_t window_; ///< the largest power of two that is not more than the intervals
 };
 
 /// Looks values up in an object's table.
 ///
 /// The formulas at the top subtract numbers that grow with the place along the curve, in single precision:
 /// far from the start nothing would be left of a short interval. The same function seen from the ends of
-/// its interval, (u0, a0) and (u2, a2), has no such difference. With D(u) = c2 u + c1 it is the mean
-///   a = (a0 (u2 - u) D(u0) + a2 (u - u0) D(u2)) / ((u2 - u) D(u0) + (u - u0) D(u2)),
-/// whose inverse is this mean with D(u0) and D(u2) exchanged. So a result lies between the ends, and either
+/// its interval, (u0, a0) and (u2, a2), has no such difference. With D(u) = c2 u + c1 it is
+///   (a - a0) / (a2 - a0) = (u - u0) D(u2) / ((u2 - u) D(u0) + (u - u0) D(u2)),
+/// and its inverse is the same with D(u0) and D(u2) exchanged. So a result lies between the ends, and either
 /// direction undoes the other.
-template<typename Parameters, typename Lengths>
+/// @tparam MayBend  whether a line may be less straight than it is stored, see bendOf
+template<typename Parameters, typename Lengths, bool MayBend>
 class ArcMap {
 public:
     explicit ArcMap(const Spline1 *spline)
@@ -114,62 +163,85 @@ public:
 
     [[gnu::always_inline]] float lengthAt(float parameter) const
     {
-        return mapped(parameter, parameters_, lengths_,
-                      [this](int32_t interval, Ends u, Ends a) { return weights(interval, u, a); });
+        auto u = static_cast<double>(parameter);
+        TablePlace place;
+        if (!parameters_.find(parameter, place))
+            return static_cast<float>(u > parameters_.first() ? lengths_.last() : lengths_.first());
+        Extent us = parameters_.extentOf(place.interval);
+        Extent as = lengths_.extentOf(place.interval);
+        const float *c = coefficientsOf(place.interval);
+        auto c2 = static_cast<double>(c[2]);
+        double here = c2 * u + static_cast<double>(c[1]);
+        double rise = c2 * us.width; // D(u2) - D(u0)
+        if (MayBend && c2 == 0) {
+            double bend = bendOf(c, us, as);
+            here = static_cast<double>(c[1]) * as.width + bend * (2 * place.share - 1);
+            rise = 2 * bend;
+        }
+        // A line to the other end, and what the piece deviates from it.
+        double line = as.width * place.share;
+        double length = as.first + line + line * (1 - place.share) * rise / here;
+        return static_cast<float>(between(as.first, length, as.last));
     }
+
     [[gnu::always_inline]] float parameterAt(float length) const
     {
-        return mapped(length, lengths_, parameters_, [this](int32_t interval, Ends a, Ends u) {
-            Ends weight = weights(interval, u, a);
-            return Ends{weight.last, weight.first};
-        });
+        auto a = static_cast<double>(length);
+        if (!(a > lengths_.first()))
+            return static_cast<float>(parameters_.first());
+        if (a >= lengths_.last())
+            return static_cast<float>(parameters_.last());
+        int32_t interval = lengths_.intervalOf(length);
+        Extent us = parameters_.extentOf(interval);
+        Extent as = lengths_.extentOf(interval);
+        const float *c = coefficientsOf(interval);
+        auto c2 = static_cast<double>(c[2]);
+        double first = c2 * us.first + static_cast<double>(c[1]);
+        double rise = c2 * us.width;
+        if (MayBend && c2 == 0) {
+            double bend = bendOf(c, us, as);
+            first = static_cast<double>(c[1]) * as.width - bend;
+            rise = 2 * bend;
+        }
+        double parameter = us.first + us.width * (a - as.first) * first / (as.width * first + (as.last - a) * rise);
+        return static_cast<float>(between(us.first, parameter, us.last));
+    }
+
+    /// Whether a line of the table bends.
+    bool bends(int32_t intervals) const
+    {
+        for (int32_t i = 0; i < intervals; ++i) {
+            const float *c = coefficientsOf(i);
+            if (c[2] == 0 && bendOf(c, parameters_.extentOf(i), lengths_.extentOf(i)) != 0)
+                return true;
+        }
+        return false;
     }
 
 private:
-    /// D at both ends, but for a common factor.
-    [[gnu::always_inline]] Ends weights(int32_t interval, Ends u, Ends a) const
-    {
-        const float *c = coefficients_ + 4 * static_cast<size_t>(interval);
-        auto c1 = static_cast<double>(c[1]);
-        auto c2 = static_cast<double>(c[2]);
-        return c2 != 0 ? Ends{c2 * u.first + c1, c2 * u.last + c1} : weightsOfLine(c, u, a);
-    }
+    const float *coefficientsOf(int32_t interval) const { return coefficients_ + 4 * static_cast<size_t>(interval); }
 
     /// A piece counts as straight by the angle between its chords, which vanishes wherever one unit of
     /// length is much more or much less than one of the parameter. The line that is stored still passes
     /// through the middle sample, and with the ends this makes the curve again.
-    [[gnu::noinline]] static Ends weightsOfLine(const float *c, Ends u, Ends a)
+    /// @return half of D(u2) - D(u0), where their mean is c1 (a2 - a0)
+    [[gnu::always_inline]] static double bendOf(const float *c, Extent us, Extent as)
     {
         constexpr double roundingOfCoefficients = 3e-7;
         auto c1 = static_cast<double>(c[1]);
-        double fall = static_cast<double>(c[0]) * ((u.first + u.last) / 2);
+        double fall = static_cast<double>(c[0]) * (us.first + us.width / 2);
         double middle = static_cast<double>(c[3]) - fall;
-        Ends weight{c1 * a.last - middle, middle - c1 * a.first};
-        bool isStraight = fabs(weight.last - weight.first) <= roundingOfCoefficients * (fabs(c1 * a.last) + fabs(fall));
-        return isStraight ? Ends{1, 1} : weight;
+        double bend = 2 * middle - c1 * (as.first + as.last);
+        bool isStraight = fabs(bend) <= roundingOfCoefficients * (fabs(c1 * as.last) + fabs(fall));
+        return isStraight ? 0 : bend;
     }
 
-    /// @param weightsOf  gives the ends' weights from the interval and its ends in domain and range
-    template<typename Domain, typename Range, typename WeightsOf>
-    [[gnu::always_inline]] static float mapped(float value, const Domain &domain, const Range &range,
-                                               WeightsOf weightsOf)
+    /// The ends' weights may differ in sign: a pole that belongs to the end of a piece with a standstill has
+    /// been rounded into it, or the table is a stranger's. NaN, when nothing has weight, becomes the first end.
+    [[gnu::always_inline]] static double between(double first, double value, double last)
     {
-        auto x = static_cast<double>(value);
-        if (!(x > domain.first()))
-            return static_cast<float>(range.first());
-        if (x >= domain.last())
-            return static_cast<float>(range.last());
-        int32_t interval = domain.intervalOf(value);
-        Ends from = domain.endsOf(interval);
-        Ends to = range.endsOf(interval);
-        Ends weight = weightsOf(interval, from, to);
-        double last = (x - from.first) * weight.last;
-        double share = last / (last + (from.last - x) * weight.first);
-        // Out of 0..1 only when the weights differ in sign: a pole that belongs to the end of a piece with a
-        // standstill has been rounded into it, or the table is a stranger's. NaN when nothing has weight.
-        if (!(share >= 0 && share <= 1))
-            share = share < 0 ? 0 : share > 1 ? 1 : 0.5;
-        return static_cast<float>(to.first * (1 - share) + to.last * share);
+        value = value > first ? value : first;
+        return value < last ? value : last;
     }
 
     const float *coefficients_;
@@ -179,18 +251,23 @@ private:
 
 /// Calls body(map) with the map of an object's table. Only a stranger's table stores its parameters one by
 /// one, or has its lengths at equal steps.
+/// @param lookUps  how many will follow: with few, lines that bend are not searched for
 template<typename Body>
-void withArcMap(const Spline1 *spline, Body body)
+void withArcMap(const Spline1 *spline, int32_t lookUps, Body body)
 {
     switch (spline->tableFlags & 3) {
-    case 1:
-        return body(ArcMap<UniformSamples, StoredSamples>(spline));
+    case 1: {
+        ArcMap<UniformSamples, StoredSamples, false> map(spline);
+        if (lookUps < spline->intervals || map.bends(spline->intervals))
+            return body(ArcMap<UniformSamples, StoredSamples, true>(spline));
+        return body(map);
+    }
     case 0:
-        return body(ArcMap<StoredSamples, StoredSamples>(spline));
+        return body(ArcMap<StoredSamples, StoredSamples, true>(spline));
     case 2:
-        return body(ArcMap<StoredSamples, UniformSamples>(spline));
+        return body(ArcMap<StoredSamples, UniformSamples, true>(spline));
     default:
-        return body(ArcMap<UniformSamples, UniformSamples>(spline));
+        return body(ArcMap<UniformSamples, UniformSamples, true>(spline));
     }
 }
 

@@ -34,6 +34,15 @@ uint32_t checkMapping(Spline1 *spline, int32_t count, const float *output)
     return ensureArcTable(spline);
 }
 
+/// Generates the input of a mapping where its output will be.
+const float *equalSteps(const Spline1 *spline, int32_t count, double end, float *values)
+{
+    InputValues in(spline, count, nullptr, end);
+    for (int32_t i = 0; i < count; ++i)
+        values[i] = in[i];
+    return values;
+}
+
 /// Doubles the intervals of a scratch copy until its error is small enough or the rounds are used up.
 uint32_t searchIntervals(Spline1 *copy, int32_t maxRounds, double &error, int32_t &intervals)
 {
@@ -57,8 +66,8 @@ uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, floa
     uint32_t result = checkMapping(spline, count, lengths);
     if (result != SPLINE_OK)
         return result;
-    withArcMap(spline, [&](const auto &map) {
-        InputValues in(spline, count, params, map.lastParameter());
+    withArcMap(spline, count, [&](const auto &map) {
+        const float *in = params != nullptr ? params : equalSteps(spline, count, map.lastParameter(), lengths);
         for (int32_t i = 0; i < count; ++i)
             lengths[i] = map.lengthAt(in[i]);
     });
@@ -70,8 +79,8 @@ uint32_t Spline1Index(Spline1 *spline, int32_t count, const float *lengths, floa
     uint32_t result = checkMapping(spline, count, params);
     if (result != SPLINE_OK)
         return result;
-    withArcMap(spline, [&](const auto &map) {
-        InputValues in(spline, count, lengths, map.lastLength());
+    withArcMap(spline, count, [&](const auto &map) {
+        const float *in = lengths != nullptr ? lengths : equalSteps(spline, count, map.lastLength(), params);
         for (int32_t i = 0; i < count; ++i)
             params[i] = map.parameterAt(in[i]);
     });

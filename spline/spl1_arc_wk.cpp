@@ -218,7 +218,7 @@ bool estimateError(Spline1 *spline, double &error)
 
     double largest = 0;
     double total = 0;
-    withArcMap(spline, [&](const auto &map) {
+    withArcMap(spline, samples, [&](const auto &map) {
         for (int32_t j = 0; j < samples; ++j) {
             auto tabulated = static_cast<double>(map.lengthAt(static_cast<float>((j + 0.5) * distance)));
             double deviation = fabs(static_cast<double>(lengths[j]) - tabulated);
