@@ -117,7 +117,7 @@ void discardAttachments()
 
 bool send(bool viaCommand)
 {
-    if (message.recipients == nullptr || *message.recipients == 0)
+    if (message.recipients == nullptr || message.recipients[strspn(message.recipients, " ")] == 0)
         return failed("QVSMailClose: there are no recipients");
     return viaCommand ? general::sendByCommand(message) : general::sendByMapi(message);
 }

@@ -20,7 +20,7 @@
 #include "general/api.h"
 
 /// Sets the recipients, in place of earlier ones.
-/// @param text  one or more addresses separated by commas; null or "" for none
+/// @param text  one or more addresses separated by commas; null, "" or blanks alone for none
 /// @return 1, or 0 if memory is exhausted: there are no recipients then
 GENERAL_API int GENERAL_CALL QVSMailTo(const char *text);
 

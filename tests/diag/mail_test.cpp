@@ -60,6 +60,9 @@ TEST_F(Mail, WithoutABodyNothingIsSentAndNothingKept)
     EXPECT_TRUE(QVSMailPrint(nullptr) + QVSMailAttachment(nullptr) == 0 && QVSMailPrint("%s", "") == 1);
     EXPECT_EQ(QVSMailClose(0), 0) << "the recipients are gone";
     EXPECT_THAT(events.take(), logs("QVSMailClose: there are no recipients"));
+    EXPECT_TRUE(QVSMailTo("  ") == 1 && QVSMailPrint("x") == 1);
+    EXPECT_EQ(QVSMailClose(1), 0) << "the command would take its -s for them";
+    EXPECT_THAT(events.take(), logs("QVSMailClose: there are no recipients"));
 }
 
 std::string startedLine; ///< what CreateProcessA was handed
