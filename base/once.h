@@ -15,7 +15,8 @@ public:
     Value get(Find find)
     {
         if (!__atomic_load_n(&known_, __ATOMIC_ACQUIRE)) {
-            value_ = find();
+            Value found = find(); // whoever comes second writes the same bytes again
+            value_ = found;
             __atomic_store_n(&known_, true, __ATOMIC_RELEASE);
         }
         return value_;

@@ -52,10 +52,11 @@ void open(const char *name)
     if (!readPath(path))
         strcpy(path, defaultPath);
     int mask = _umask(0); // any user may write to the log
-    logFile = fopen(path, "a");
+    FILE *stream = fopen(path, "a");
     _umask(mask);
-    if (logFile != nullptr)
+    if (stream != nullptr)
         InitializeCriticalSection(&lineLock);
+    logFile = stream;
 }
 
 void close()

@@ -2,6 +2,7 @@
 
 #include "base/library_function.h"
 #include "base/module_id.h"
+#include "base/once.h"
 
 #include "general/stacktrace.h"
 
@@ -14,8 +15,7 @@ namespace general {
 namespace {
 
 ImageHelp functions;
-bool isProbed;
-bool isAvailable;
+Once<bool> isAvailable;
 
 bool findAll(HMODULE library)
 {
@@ -48,11 +48,7 @@ bool probe()
 
 const ImageHelp *imageHelp()
 {
-    if (!isProbed) {
-        isAvailable = probe();
-        isProbed = true;
-    }
-    return isAvailable ? &functions : nullptr;
+    return isAvailable.get(probe) ? &functions : nullptr;
 }
 
 } // namespace general
