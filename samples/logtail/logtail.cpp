@@ -124,17 +124,19 @@ public:
     }
 
     /// Goes over to the file that has the path now, if that is another one.
-    bool reopenIfReplaced()
+    /// @return what has come to the old one since the last read, and what the new one holds
+    std::string readReplacement()
     {
         HANDLE latest = openPath();
         if (latest == INVALID_HANDLE_VALUE)
-            return false;
+            return "";
         if (isSameFile(latest, file_)) {
             CloseHandle(latest);
-            return false;
+            return "";
         }
+        std::string rest = read();
         take(latest);
-        return true;
+        return rest + read();
     }
 
     /// Takes what was written since the last call; from the start if the file has become shorter.
@@ -154,8 +156,9 @@ public:
 private:
     HANDLE openPath() const
     {
-        return CreateFileA(path_.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                           OPEN_EXISTING, 0, nullptr);
+        // Windows 95, 98 and ME know nothing of sharing for deletion, and rename no file that is open.
+        DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | (iswin95() != 0 ? 0 : FILE_SHARE_DELETE);
+        return CreateFileA(path_.c_str(), GENERIC_READ, sharing, nullptr, OPEN_EXISTING, 0, nullptr);
     }
 
     static bool isSameFile(HANDLE left, HANDLE right)
@@ -240,8 +243,7 @@ ExitStatus show(const Options &options)
         if (!isOpen)
             continue;
         print(source.read());
-        if (source.reopenIfReplaced())
-            print(source.read());
+        print(source.readReplacement());
     }
     return isOpen ? Success : Unreadable;
 }
