@@ -175,8 +175,8 @@ uint32_t CBufInsert(CBuf *buffer, const void *source, uint32_t offset, uint32_t 
 uint32_t CBufGetInsert(CBuf *buffer, void **room, uint32_t offset, uint32_t count)
 {
     uint32_t stat = CBufInsert(buffer, nullptr, offset, count);
-    // From the offset as given: CBUF_END wraps to the byte before the data. Callers rely on the
-    // address being set on every return.
+    // From the offset as given: CBUF_END wraps to the byte before the data. The address is set
+    // on every return, for compatibility.
     uintptr_t base = stat == CBUF_BAD_HANDLE ? 0 : reinterpret_cast<uintptr_t>(buffer->data) + offset;
     *room = reinterpret_cast<void *>(base);
     return stat;

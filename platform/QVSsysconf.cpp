@@ -8,7 +8,7 @@ GENERAL_MODULE_ID("$Id$");
 
 namespace {
 
-constexpr long invalidArgument = 22; // handed out as a result, which callers compare with
+constexpr long invalidArgument = 22; // handed out as a result, for compatibility
 
 }
 

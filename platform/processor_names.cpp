@@ -219,7 +219,7 @@ const char *modelName(const CpuidRegisters &leaf0, uint32_t leaf1Eax)
 }
 
 // Only four bits of the index are used, so the texts from 16 on are never chosen: a processor with
-// index 18 is called by text 2. Callers compare these texts, so it stays.
+// index 18 is called by text 2. Kept for compatibility.
 const char *brandText(uint32_t leaf1Eax, uint32_t leaf1Ebx)
 {
     Signature signature = signatureOf(leaf1Eax);

@@ -9,8 +9,8 @@
 /// GEOMETRY_TOLERANCE, strictly: a difference of exactly 1e-5 counts as unequal. There is no
 /// relative tolerance. A component that is not a number equals nothing.
 ///
-/// **Range.** Lengths, and what is divided by them, are right wherever a double holds them. Sums of
-/// products are formed in doubles: above 1e308 on the way they become infinities or not-a-numbers,
+/// **Range.** Lengths, and what is divided by them, are right for lengths from 1e-307 up to the largest
+/// double. Sums of products are formed in doubles: above 1e308 on the way they become infinities or not-a-numbers,
 /// below 1e-308 they lose digits.
 ///
 /// **Outputs.** An output may be the very array of an input in every function here. Arrays that
