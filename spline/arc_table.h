@@ -23,6 +23,10 @@ bool buildArcTable(Spline1 *spline);
 /// @return false when memory is exhausted
 bool estimateError(Spline1 *spline, double &error);
 
+/// Looks the lengths at parameters up in the object's table.
+/// @param params   null for equal steps to the last one; may be the lengths' own place
+void findLengths(const Spline1 *spline, int32_t count, const float *params, float *lengths);
+
 /// One side of an interval.
 struct Extent {
     double first;

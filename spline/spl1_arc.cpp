@@ -61,17 +61,21 @@ uint32_t searchIntervals(Spline1 *copy, int32_t maxRounds, double &error, int32_
 
 } // namespace
 
-uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, float *lengths)
+void general::spline::findLengths(const Spline1 *spline, int32_t count, const float *params, float *lengths)
 {
-    uint32_t result = checkMapping(spline, count, lengths);
-    if (result != SPLINE_OK)
-        return result;
     withArcMap(spline, count, [&](const auto &map) {
         const float *in = params != nullptr ? params : equalSteps(spline, count, map.lastParameter(), lengths);
         for (int32_t i = 0; i < count; ++i)
             lengths[i] = map.lengthAt(in[i]);
     });
-    return SPLINE_OK;
+}
+
+uint32_t Spline1ArcLen(Spline1 *spline, int32_t count, const float *params, float *lengths)
+{
+    uint32_t result = checkMapping(spline, count, lengths);
+    if (result == SPLINE_OK)
+        findLengths(spline, count, params, lengths);
+    return result;
 }
 
 uint32_t Spline1Index(Spline1 *spline, int32_t count, const float *lengths, float *params)

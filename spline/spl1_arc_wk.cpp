@@ -6,7 +6,9 @@
 
 #include <algorithm>
 
+#include <algorithm>
 #include <float.h>
+
 #include <math.h>
 
 GENERAL_MODULE_ID("$Id$");
@@ -217,16 +219,22 @@ bool estimateError(Spline1 *spline, double &error)
               [&](double length) { *next++ = static_cast<float>(representable(untilFirst + length)); });
 
     double largest = 0;
-    double total = 0;
-    withArcMap(spline, samples, [&](const auto &map) {
-        for (int32_t j = 0; j < samples; ++j) {
-            auto tabulated = static_cast<double>(map.lengthAt(static_cast<float>((j + 0.5) * distance)));
-            double deviation = fabs(static_cast<double>(lengths[j]) - tabulated);
+    constexpr int32_t atOnce = 64;
+    float tabulated[atOnce];
+    for (int32_t done = 0; done < samples; done += atOnce) {
+        int32_t count = std::min(atOnce, samples - done);
+        for (int32_t j = 0; j < count; ++j)
+            tabulated[j] = static_cast<float>((done + j + 0.5) * distance);
+        findLengths(spline, count, tabulated, tabulated);
+        for (int32_t j = 0; j < count; ++j) {
+            double deviation = fabs(static_cast<double>(lengths[done + j]) - static_cast<double>(tabulated[j]));
             if (!(deviation <= largest))
                 largest = deviation;
         }
-        total = map.lastLength();
-    });
+    }
+    const float beyondTheEnd = HUGE_VALF;
+    findLengths(spline, 1, &beyondTheEnd, tabulated);
+    auto total = static_cast<double>(tabulated[0]);
 
     // Both integrations share the step. Where it is longer than the accuracy asks for, because of the
     // bound on the work, what the integration may be off counts as well.
