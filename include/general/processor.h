@@ -4,8 +4,8 @@
 ///
 /// The rules are those of Intel's processors; others are identified as far as they answer alike.
 /// Answers are found out once and kept for the life of the process. Any thread may ask at any time, but
-/// for KuCPUCount and QVSsysconf, which calls it: one thread at a time. On a processor without CPUID
-/// every test gives its negative answer.
+/// for KuCPUCount, QVSsysconf, which calls it, and KuGet3LevelSubIDStr, whose text it makes: one thread
+/// at a time among these three. On a processor without CPUID every test gives its negative answer.
 
 #ifndef GENERAL_PROCESSOR_H
 #define GENERAL_PROCESSOR_H
