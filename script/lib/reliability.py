@@ -86,6 +86,16 @@ def fuzz_lines(seconds):
     return lines
 
 
+def break_lines():
+    """What script/mutate says of each folder in its last line."""
+    lines = ["| folder | places broken | noticed | can make no difference | do not compile |", "|---|---:|---:|---:|---:|"]
+    for path in sorted(glob.glob(f"{LOGS}/break-*.log")):
+        folder = os.path.basename(path)[len("break-"):-len(".log")]
+        counts = re.search(r"seed \d+: (\d+) of (\d+) killed, (.*); (\d+) equivalent, (\d+) do not compile", log_of(f"break {folder}"))
+        lines.append(f"| {folder} | {counts[2]} | {counts[1]} ({counts[3]}) | {counts[4]} | {counts[5]} |")
+    return lines
+
+
 def main():
     if sys.argv[1] == "version":
         counts, skipped = version_counts(sys.argv[2])
@@ -109,6 +119,9 @@ def main():
     print("Models of its protocol, every state of them (docs/shmqueue-model.md): "
           + "; ".join(f"{title}: {int(states):,} states, no error" for title, states in holding)
           + f". {len(broken)} orders of steps that were turned round on purpose were found.\n")
+    print("The library broken on purpose, in one place at a time picked by the day's number (`script/mutate`): whether the tests of")
+    print("its folder notice.\n")
+    print("\n".join(break_lines()), end="\n\n")
     print("`script/check`: clang-tidy over library and samples without a finding, imports, exports, layout, hardening as recorded.\n")
 
 
