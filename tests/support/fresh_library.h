@@ -1,6 +1,6 @@
 /// @file
-/// A copy of general.dll in which nothing has been called yet, for what the library keeps for the
-/// life of a process. Windows build only.
+/// A copy of general.dll, or of another one, in which nothing has been called yet, for what the library
+/// keeps for the life of a process. Windows build only.
 
 #pragma once
 
@@ -13,10 +13,10 @@ namespace test_support {
 /// Loads the copy anew and unloads it. One at a time; hooks on it must be gone before.
 class FreshLibrary {
 public:
-    FreshLibrary()
+    explicit FreshLibrary(const char *name = "general.dll")
     {
         char original[MAX_PATH], folder[MAX_PATH];
-        GetModuleFileNameA(LoadLibraryA("general.dll"), original, sizeof original);
+        GetModuleFileNameA(LoadLibraryA(name), original, sizeof original);
         GetTempPathA(sizeof folder, folder);
         path_ = folder + ("fresh" + std::to_string(GetCurrentProcessId())) + ".dll";
         CopyFileA(original, path_.c_str(), FALSE);
