@@ -58,6 +58,8 @@ constexpr DWORD replyPoll = 200; // ms
 constexpr DWORD repairPatience = 1000, repairPoll = 10; // ms
 /// How long a connection that nobody claimed waits for the init mutex to take its reply back.
 constexpr DWORD takeBackPatience = 500; // ms
+/// The longest of the pauses, each twice the one before, in which a failed accept tries to give an owed signal.
+constexpr DWORD longestFailedPause = 64; // ms
 /// How often, and after how many milliseconds each, a listen tries again that was crossed by a client.
 constexpr int clashAttempts = 40;
 constexpr DWORD clashPause = 10;
@@ -77,9 +79,9 @@ RingHeader *repliesOf(const ShmQueue *init)
 /// Whether a header can be that of a ring which holds whole records.
 bool isPossible(const RingHeader *ring, uint32_t recordSize)
 {
-    uint32_t read = ring->readPos, count = ring->count;
-    return ring->base == 0 && ring->end == initCapacity && read < initCapacity && count <= initCapacity &&
-           (read + count) % initCapacity == ring->writePos && (read | count) % recordSize == 0;
+    bool isPossible = false;
+    RingState state = wordsOf(ring, initCapacity, isPossible);
+    return isPossible && (state.readPos | state.count) % recordSize == 0;
 }
 
 void setRing(RingHeader *ring, uint32_t readPos, uint32_t count)
@@ -148,11 +150,24 @@ void dropReply(RingHeader *ring, const ShmQueue *connection)
     setRing(ring, ring->readPos, (count - 1) * sizeof(Reply));
 }
 
-/// Opens the init segment of a name as a client has it; null if there is none.
+bool isListenerDead(const ShmQueue *init, const Prefix &prefix)
+{
+    return init->hasPresence != nullptr && !isHeldBySomebody(prefix, presenceSuffix);
+}
+
+/// Opens the init segment of a name as a client has it, and first what tells whether its listener lives: for as
+/// long as somebody has the segment of a dead one open, it is known for that, and nobody else opens it.
+/// @return null if nobody listens
 ShmQueue *openInit(const char *name)
 {
     ShmQueue *init = newQueue();
-    if (init != nullptr && openSegment(init, initPrefix(name), requesterEvents, initSize)) {
+    if (init == nullptr)
+        return nullptr;
+    Prefix prefix = initPrefix(name);
+    init->hasPresence = openEvent(prefix, hasPresenceSuffix);
+    if (!isListenerDead(init, prefix) && openSegment(init, prefix, requesterEvents, initSize)) {
+        if (init->hasPresence == nullptr) // a listener may have come in between
+            init->hasPresence = openEvent(prefix, hasPresenceSuffix);
         placeRings(init, 0, initCapacity, false);
         init->tag = liveTag;
         return init;
@@ -173,7 +188,7 @@ public:
     ~InitScope()
     {
         if (isHeld_)
-            releaseMutex(init_->mutex);
+            ReleaseMutex(init_->mutex);
         release(init_);
     }
     InitScope(const InitScope &) = delete;
@@ -235,9 +250,7 @@ ShmQueue *listenOnce(const char *name, Clash &clash)
     if (listener != nullptr && access.isReady() && setUpListener(listener, name, objects))
         return listener;
     if (objects.clashed()) {
-        bool isListenedOn = listener->hasPresence == nullptr
-                                ? isHeldBySomebody(initPrefix(name), presenceSuffix)
-                                : listener->presence != nullptr && listener->mapping == nullptr;
+        bool isListenedOn = listener->hasPresence == nullptr && isHeldBySomebody(initPrefix(name), presenceSuffix);
         clash = isListenedOn ? Clash::lasting : Clash::passing;
     }
     release(listener);
@@ -282,27 +295,6 @@ bool addRequest(ShmQueue *requester)
     return status == SHMQUEUE_OK;
 }
 
-/// Opens the init segment, and first what tells whether its listener lives, so that a segment which is found
-/// because others wait for a dead listener is known for that.
-ShmQueue *openListener(const char *name)
-{
-    Prefix prefix = initPrefix(name);
-    HANDLE hasPresence = openEvent(prefix, hasPresenceSuffix);
-    ShmQueue *requester = openInit(name);
-    if (requester == nullptr) {
-        if (hasPresence != nullptr)
-            CloseHandle(hasPresence);
-        return nullptr;
-    }
-    requester->hasPresence = hasPresence != nullptr ? hasPresence : openEvent(prefix, hasPresenceSuffix);
-    return requester;
-}
-
-bool isListenerDead(const ShmQueue *requester, const char *name)
-{
-    return requester->hasPresence != nullptr && !isHeldBySomebody(initPrefix(name), presenceSuffix);
-}
-
 /// What a connector that waits unsignalled sees of the rings. Read without the mutex this is a hint.
 struct Sight {
     uint32_t requests, replies, oldestReply;
@@ -323,33 +315,43 @@ Sight sightOf(const ShmQueue *requester)
     return sight;
 }
 
-/// Waits until a request was accepted, for as long as there is a listener to do it.
-bool waitForReply(const ShmQueue *requester, const char *name)
+/// Waits until a request was accepted, for as long as there is a listener to do it. What is seen twice is looked
+/// at once more with the mutex held: no accept is under way then, and whoever was signalled before has come.
+bool waitForReply(const ShmQueue *requester, const Prefix &prefix)
 {
     Sight before{.requests = 1, .replies = 0, .oldestReply = 0}; // as good as none
     for (;;) {
-        bool isOver = isClosed(requester) || isListenerDead(requester, name); // a reply may be there all the same
+        bool isOver = isClosed(requester) || isListenerDead(requester, prefix); // a reply may be there all the same
         DWORD outcome = WaitForSingleObject(requester->ownEvent, isOver ? 0 : replyPoll);
         if (outcome != WAIT_TIMEOUT)
             return outcome == WAIT_OBJECT_0;
         Sight sight = sightOf(requester);
         if (isOver)
             return sight.showsReply();
-        if (sight == before && sight.showsReply()) // nobody is on the way to take it: its signal was lost in another
-            return true;
-        if (sight == before && sight.isForgotten() && requester->hasPresence != nullptr)
-            return false; // a listener built separately may be between the request and its reply
+        // A listener built separately may let go of the mutex between a request and its reply.
+        bool isForgotten = sight.isForgotten() && requester->hasPresence != nullptr;
+        if (sight == before && (sight.showsReply() || isForgotten)) {
+            Lock lock(requester);
+            if (lock.isHeld() && sightOf(requester) == before)
+                return sight.showsReply(); // nobody is on the way to take it: its signal was lost in another
+        }
         before = sight;
     }
 }
 
-/// Starts the acceptor's watcher, which reads this process's id. Where another's stands already, the
-/// number in the reply is that of somebody else's connection, which an accept was refused for.
-bool announceProcess(const ShmQueue *connection, const Prefix &prefix)
+/// Writes this process's id into a connection that is the reply's and nobody's yet. An accept that was refused
+/// because its number was in use has left a reply that tells of another client's.
+bool claim(const ShmQueue *connection)
 {
+    uint32_t capacity = connection->capacity;
     auto *processId = reinterpret_cast<volatile LONG *>(connection->view);
-    if (InterlockedCompareExchange(processId, static_cast<LONG>(GetCurrentProcessId()), 0) != 0)
-        return false;
+    return connection->sendRing->end == capacity && connection->recvRing->end == capacity &&
+           InterlockedCompareExchange(processId, static_cast<LONG>(GetCurrentProcessId()), 0) == 0;
+}
+
+/// Starts the acceptor's watcher, which reads this process's id.
+bool startAcceptorsWatcher(const Prefix &prefix)
+{
     HANDLE processWait = SegmentObjects::toOpen(prefix).event("ProcessWaitEvent", autoReset);
     if (processWait == nullptr)
         return false;
@@ -358,15 +360,20 @@ bool announceProcess(const ShmQueue *connection, const Prefix &prefix)
     return isSet;
 }
 
-bool setUpConnector(ShmQueue *connection, const char *name, const Reply &reply)
+/// @param isStale  receives whether the reply is of no use to any client: its connection is gone, or is another's
+bool setUpConnector(ShmQueue *connection, const char *name, const Reply &reply, bool &isStale)
 {
+    isStale = false;
     if (reply.capacity > greatestCapacity)
         return false;
     Prefix prefix = connectionPrefix(name, reply.number);
-    if (!openSegment(connection, prefix, connectorEvents, connectionSize(reply.capacity)))
+    if (!openSegment(connection, prefix, connectorEvents, connectionSize(reply.capacity))) {
+        isStale = connection->mapping == nullptr && GetLastError() == ERROR_FILE_NOT_FOUND;
         return false;
+    }
     placeRings(connection, processIdSize, reply.capacity, false);
-    if (!announceProcess(connection, prefix))
+    isStale = !claim(connection);
+    if (isStale || !startAcceptorsWatcher(prefix))
         return false;
     memcpy(connection->name, name, strlen(name));
     connection->number = reply.number;
@@ -391,12 +398,12 @@ bool takeReply(ShmQueue *requester, Reply &reply)
 ShmQueue *takeConnection(ShmQueue *requester, const char *name, bool &isEarly)
 {
     Reply reply{};
-    for (isEarly = true; takeReply(requester, reply); isEarly = false) {
+    bool isStale = true;
+    for (isEarly = true; isStale && takeReply(requester, reply);) {
+        isEarly = false;
         ShmQueue *connection = newQueue();
-        if (connection == nullptr || setUpConnector(connection, name, reply)) {
-            isEarly = false;
+        if (connection == nullptr || setUpConnector(connection, name, reply, isStale))
             return connection;
-        }
         release(connection);
     }
     return nullptr;
@@ -406,11 +413,11 @@ ShmQueue *takeConnection(ShmQueue *requester, const char *name, bool &isEarly)
 /// another client's, and the wait goes on.
 ShmQueue *requestConnection(ShmQueue *requester, const char *name)
 {
-    if (isListenerDead(requester, name) || !addRequest(requester))
+    if (!addRequest(requester))
         return nullptr;
     ShmQueue *connection = nullptr;
     bool isEarly = true;
-    while (connection == nullptr && isEarly && waitForReply(requester, name)) {
+    while (connection == nullptr && isEarly && waitForReply(requester, initPrefix(name))) {
         connection = takeConnection(requester, name, isEarly);
         isEarly = isEarly && requester->hasPresence != nullptr && !isClosed(requester);
     }
@@ -430,26 +437,54 @@ bool signalReply(const ShmQueue *listener, bool &isOwed)
     return SetEvent(listener->peerEvent) != FALSE;
 }
 
-/// Sets the accepting end up. Starting the watcher is the last thing that can fail.
-bool setUpAcceptor(ShmQueue *connection, const Prefix &prefix, uint32_t capacity, AccessForAll &access)
+/// Sets the accepting end up, which is live if all went well. Starting the watcher is the last thing that can fail.
+void setUpAcceptor(ShmQueue *connection, const Prefix &prefix, AccessForAll &access)
 {
     SegmentObjects objects = SegmentObjects::toMake(prefix, access);
-    uint32_t size = connectionSize(capacity);
+    uint32_t size = connectionSize(connection->capacity);
     connection->mapping = objects.mapping(size);
     if (connection->mapping == nullptr)
-        return false;
+        return;
     connection->mutex = objects.mutex();
     if (connection->mutex == nullptr || !objects.events(connection, acceptorEvents) || !mapView(connection, size))
-        return false;
-    placeRings(connection, processIdSize, capacity, true);
+        return;
+    placeRings(connection, processIdSize, connection->capacity, true);
     initialiseRings(connection);
     memset(connection->view, 0, processIdSize);
     connection->isAcceptor = true;
     connection->processWaitEvent = objects.event("ProcessWaitEvent", autoReset);
     if (connection->processWaitEvent == nullptr || !startWatcher(connection))
-        return false;
+        return;
     connection->tag = liveTag;
-    return true;
+}
+
+/// Uses a request up, replies to it and sets the connection up: under one hold of the mutex, so that of two threads
+/// each gets a request with its reply, and no connector reads its reply before all objects are there.
+/// @return null if there is nothing to be set up; a connection that is not live if that failed
+ShmQueue *answerRequest(ShmQueue *listener, uint32_t number, uint32_t size)
+{
+    Lock lock(listener);
+    if (!lock.isHeld())
+        return nullptr;
+    repairRequests(listener->recvRing);
+    repairReplies(listener);
+    uint32_t anyRequest = 0;
+    bool isOwed = false;
+    if (!removeRecord(listener, anyRequest) ||
+        addRecord(listener, Reply{.number = number, .capacity = size}) != SHMQUEUE_OK || !signalReply(listener, isOwed))
+        return nullptr;
+
+    ShmQueue *connection = newQueue();
+    AccessForAll access;
+    if (connection == nullptr)
+        return nullptr;
+    memcpy(connection->name, listener->name, sizeof connection->name);
+    connection->number = number;
+    connection->capacity = size;
+    connection->owesSignal = isOwed;
+    if (access.isReady())
+        setUpAcceptor(connection, connectionPrefix(listener->name, number), access);
+    return connection;
 }
 
 } // namespace
@@ -497,7 +532,7 @@ ShmQueue *ShmQueueConnect(const char *name)
 {
     if (!nameFits(name))
         return nullptr;
-    ShmQueue *requester = openListener(name);
+    ShmQueue *requester = openInit(name);
     if (requester == nullptr)
         return nullptr;
     ShmQueue *connection = requestConnection(requester, name);
@@ -506,7 +541,8 @@ ShmQueue *ShmQueueConnect(const char *name)
     // A listener with presence accepts with this library, whose acceptors can be seen to be gone.
     if (connection == nullptr || !hasPresence || watchAcceptor(connection))
         return connection;
-    ShmQueueDestroy(connection);
+    if (ShmQueueDestroy(connection) != SHMQUEUE_OK) // the acceptor has died inside a call
+        ShmQueueDestroy(connection);
     return nullptr;
 }
 
@@ -514,28 +550,13 @@ ShmQueue *ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32_t size)
 {
     if (!isLive(listener) || !listener->isListener || size > greatestCapacity)
         return nullptr;
-    // Under one hold, so that of two threads each gets a request with its reply, and no connector reads its
-    // reply before all objects are there.
-    Lock lock(listener);
-    if (!lock.isHeld())
-        return nullptr;
-    repairRequests(listener->recvRing);
-    repairReplies(listener);
-    uint32_t anyRequest = 0;
-    bool isOwed = false;
-    if (!removeRecord(listener, anyRequest) ||
-        addRecord(listener, Reply{.number = number, .capacity = size}) != SHMQUEUE_OK || !signalReply(listener, isOwed))
-        return nullptr;
-
-    ShmQueue *connection = newQueue();
-    AccessForAll access;
-    if (connection != nullptr && access.isReady()) {
-        memcpy(connection->name, listener->name, sizeof connection->name);
-        connection->number = number;
-        connection->owesSignal = isOwed;
-        if (setUpAcceptor(connection, connectionPrefix(listener->name, number), size, access))
-            return connection;
-    }
+    ShmQueue *connection = answerRequest(listener, number, size);
+    if (connection == nullptr || isLive(connection))
+        return connection;
+    // There is no watcher to give an owed signal, and its client waits to hear that it failed.
+    for (DWORD pause = 1; connection->owesSignal && pause <= longestFailedPause && stillOwesSignal(connection);
+         pause *= 2)
+        Sleep(pause);
     release(connection);
     return nullptr;
 }

@@ -106,7 +106,7 @@ DWORD sleepAndTakeMutex(const ShmQueue *queue, uint32_t timeout)
     if (outcome == WAIT_OBJECT_0 + 1)
         return WAIT_OBJECT_0;
     if (outcome == WAIT_ABANDONED_0 || outcome == WAIT_ABANDONED_0 + 1)
-        releaseMutex(queue->mutex);
+        ReleaseMutex(queue->mutex);
     if (outcome != WAIT_TIMEOUT)
         return outcome;
     // The time-out is that of the signal alone; the mutex is waited for however long it is held.
@@ -130,7 +130,7 @@ uint32_t sleepInSelect(ShmQueue *queue, uint32_t wanted, uint32_t timeout, uint3
     report(wanted & ~queue->sendRing->waitMask, flags, ready);
     queue->sendRing->waitMask = 0;
     ResetEvent(queue->ownWake);
-    releaseMutex(queue->mutex);
+    ReleaseMutex(queue->mutex);
     queue->looksOut = *flags != 0 && !lookoutTime.isOver() && hasSeveralProcessors();
     return SHMQUEUE_OK;
 }
@@ -253,7 +253,8 @@ uint32_t ShmQueueEnumEvents(ShmQueue *queue, uint32_t *events)
         return SHMQUEUE_BAD_HANDLE;
 
     *events = queue->sendRing->pendingEvents;
-    queue->handedOutClose = queue->handedOutClose || *events >= SHMQUEUE_EVENT_CLOSE;
+    if (queue->recvRing->closed != 0 && *events >= SHMQUEUE_EVENT_CLOSE) // 32 times READ is as much
+        queue->handedOutClose = true;
     queue->sendRing->pendingEvents = 0;
     ResetEvent(queue->ownEvent);
     return SHMQUEUE_OK;

@@ -73,14 +73,17 @@ DWORD processIdOf(const ShmQueue *connection)
 DWORD acknowledge(const ShmQueue *connection)
 {
     SetEvent(connection->ownEvent);
-    releaseMutex(connection->mutex);
+    ReleaseMutex(connection->mutex);
     return 0;
 }
 
 /// Ends a watcher that cannot go on. The mutex is held and is left abandoned, so that the next call of
 /// either side fails once; whoever sleeps on this side is woken to make that call.
-DWORD giveUp(const ShmQueue *connection)
+/// @param isGone  the connector's process is known to have ended
+DWORD giveUp(const ShmQueue *connection, bool isGone)
 {
+    if (isGone)
+        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
     if (connection->sendRing->waitMask != 0)
         SetEvent(connection->ownWake);
     if ((connection->sendRing->eventMask & SHMQUEUE_EVENT_CLOSE) != 0)
@@ -96,19 +99,17 @@ DWORD WINAPI watchConnector(void *context)
     if (!waitForConnector(connection))
         return watcherFailed;
     DWORD outcome = WaitForSingleObject(connection->mutex, INFINITE);
-    if (outcome == WAIT_ABANDONED) { // the connector died inside its first call
-        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
-        return giveUp(connection);
-    }
+    if (outcome == WAIT_ABANDONED) // the connector died inside its first call
+        return giveUp(connection, true);
     if (outcome != WAIT_OBJECT_0)
         return watcherFailed;
     if (!isWatched(connection))
         return acknowledge(connection);
     HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, processIdOf(connection));
-    if (process == nullptr)
-        return giveUp(connection);
+    if (process == nullptr) // of another account, if it is there at all
+        return giveUp(connection, GetLastError() == ERROR_INVALID_PARAMETER);
 
-    releaseMutex(connection->mutex);
+    ReleaseMutex(connection->mutex);
     if (!waitForDeath(connection, process))
         return watcherFailed;
     outcome = WaitForSingleObject(connection->mutex, INFINITE);
@@ -116,15 +117,13 @@ DWORD WINAPI watchConnector(void *context)
         return watcherFailed;
     if (!isWatched(connection))
         return acknowledge(connection);
-    if (outcome == WAIT_ABANDONED) {
-        raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE); // the connector died inside a call
-        return giveUp(connection);
-    }
+    if (outcome == WAIT_ABANDONED) // the connector died inside a call
+        return giveUp(connection, true);
 
     connection->endedWatcher = connection->watcherThread;
     connection->watcherThread = nullptr;
     announceDeath(connection);
-    releaseMutex(connection->mutex); // a destroy may free the record from here on, once this thread has ended
+    ReleaseMutex(connection->mutex); // a destroy may free the record from here on, once this thread has ended
     return 0;
 }
 
@@ -144,12 +143,14 @@ bool waitForLoss(const ShmQueue *connection)
 }
 
 /// Closes the connection in the place of an acceptor that cannot any more. How far that one came with it, if it
-/// died in its destroy, cannot be told; CLOSE is raised unless that was done. The mutex is held.
+/// died in its destroy, cannot be told; CLOSE is raised unless that was done. A select that waits only to write
+/// is woken by an acceptor's death, but not by its destroy. The mutex is held.
 void announceLoss(ShmQueue *connection)
 {
+    bool isDestroyed = connection->sendRing->closed != 0 && connection->recvRing->closed != 0;
     connection->sendRing->closed = 1;
     connection->recvRing->closed = 1;
-    wakeFor(thisSide(connection), SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE);
+    wakeFor(thisSide(connection), isDestroyed ? SHMQUEUE_SELECT_READ : SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE);
     if (!connection->handedOutClose && connection->sendRing->pendingEvents < SHMQUEUE_EVENT_CLOSE)
         raiseEvents(thisSide(connection), SHMQUEUE_EVENT_CLOSE);
 }
@@ -165,7 +166,7 @@ DWORD WINAPI watchForLoss(void *context)
         return watcherFailed;
     if (isWatched(connection))
         announceLoss(connection);
-    releaseMutex(connection->mutex);
+    ReleaseMutex(connection->mutex);
     return 0;
 }
 
@@ -206,7 +207,7 @@ bool waitForWatcher(const ShmQueue *queue)
 bool dismissWatcher(ShmQueue *queue)
 {
     general::clearMagic(queue->tag);
-    releaseMutex(queue->mutex);
+    ReleaseMutex(queue->mutex);
     if (waitForWatcher(queue) && takeMutex(queue->mutex))
         return true;
     queue->tag = liveTag;
@@ -237,7 +238,7 @@ uint32_t ShmQueueDestroy(ShmQueue *queue)
     if (queue->watcherThread != nullptr && !dismissWatcher(queue))
         return SHMQUEUE_BAD_HANDLE;
     bool isUnclaimed = queue->isAcceptor && processIdOf(queue) == 0;
-    releaseMutex(queue->mutex);
+    ReleaseMutex(queue->mutex);
     if (isUnclaimed)
         takeReplyBack(queue);
     if (queue->endedWatcher != nullptr) // it may not have returned yet, and the library may be unloaded next

@@ -64,14 +64,22 @@ inline bool isPlausible(const RingState &state, uint32_t base, uint32_t end, uin
     return state.readPos < capacity && wrapped(state.readPos, state.count, capacity) == state.writePos;
 }
 
-/// Reads a header, each word once. One that cannot be true is that of a closed and empty ring.
-inline RingState stateOf(const RingHeader *ring, uint32_t capacity)
+/// Reads a header, each word once.
+/// @param isPossible  receives whether it can be true
+inline RingState wordsOf(const RingHeader *ring, uint32_t capacity, bool &isPossible)
 {
     RingState state{
         .closed = ring->closed != 0, .readPos = ring->readPos, .writePos = ring->writePos, .count = ring->count};
-    if (isPlausible(state, ring->base, ring->end, capacity))
-        return state;
-    return {.closed = true, .readPos = 0, .writePos = 0, .count = 0};
+    isPossible = isPlausible(state, ring->base, ring->end, capacity);
+    return state;
+}
+
+/// Reads a header. One that cannot be true is that of a closed and empty ring.
+inline RingState stateOf(const RingHeader *ring, uint32_t capacity)
+{
+    bool isPossible = false;
+    RingState state = wordsOf(ring, capacity, isPossible);
+    return isPossible ? state : RingState{.closed = true, .readPos = 0, .writePos = 0, .count = 0};
 }
 
 inline uint8_t *bytesOf(RingHeader *ring)

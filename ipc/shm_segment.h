@@ -82,20 +82,13 @@ inline bool isLive(const ShmQueue *queue)
     return queue != nullptr && *const_cast<const volatile uint32_t *>(&queue->tag) == liveTag;
 }
 
-/// A refused release would block both processes for good, so it is asked for once more.
-inline void releaseMutex(HANDLE mutex)
-{
-    if (!ReleaseMutex(mutex))
-        ReleaseMutex(mutex);
-}
-
 /// Takes the mutex, however long it is held. A mutex whose owner died is passed on, and counts as not
 /// taken: whatever the owner was about to change is half changed.
 [[nodiscard]] inline bool takeMutex(HANDLE mutex)
 {
     DWORD outcome = WaitForSingleObject(mutex, INFINITE);
     if (outcome == WAIT_ABANDONED)
-        releaseMutex(mutex);
+        ReleaseMutex(mutex);
     return outcome == WAIT_OBJECT_0;
 }
 
@@ -106,7 +99,7 @@ public:
     ~Lock()
     {
         if (isHeld())
-            releaseMutex(mutex_);
+            ReleaseMutex(mutex_);
     }
     Lock(const Lock &) = delete;
     Lock &operator=(const Lock &) = delete;

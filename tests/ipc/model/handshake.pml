@@ -88,21 +88,35 @@ inline takeReply(status)
     fi
 }
 
-/* Until there is a signal, looks without the mutex at what the rings show, and compares with the look before. */
+#define showsReply (repliesPossible && repCount != 0)
+#define showsNothing (reqCount == 0 && !showsReply)
+
+/* Until there is a signal, looks without the mutex at what the rings show. What is seen as at the look before is
+ * looked at once more with the mutex. */
 inline awaitReply(status)
 {
     sawReply = false;
     sawNothing = false;
     do
     :: atomic { signal -> signal = false }; break
-    :: !signal && BREAK != NO_SIGHT && repliesPossible && repCount != 0 ->
+    :: !signal && BREAK != NO_SIGHT && showsReply ->
         if
-        :: sawReply -> break
+        :: sawReply -> take(status);
+            if
+            :: status == BAD
+            :: status == OK && showsReply -> owner = FREE; break
+            :: else -> owner = FREE
+            fi
         :: else -> sawReply = true; sawNothing = false
         fi
-    :: !signal && BREAK != NO_SIGHT && reqCount == 0 && (repCount == 0 || !repliesPossible) ->
+    :: !signal && BREAK != NO_SIGHT && showsNothing ->
         if
-        :: sawNothing -> addRequest(status); sawNothing = false
+        :: sawNothing -> take(status);
+            if
+            :: status == BAD
+            :: status == OK && showsNothing -> owner = FREE; addRequest(status); sawNothing = false /* null: connects again */
+            :: else -> owner = FREE
+            fi
         :: else -> sawNothing = true; sawReply = false
         fi
     od

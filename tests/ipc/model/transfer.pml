@@ -414,6 +414,7 @@ leaving:
 proctype Watcher(byte side)
 {
     byte me = WATCHER;
+    bool isDestroyed;
 end_nobodyDies:
     dead[1 - side];
     atomic { owner == FREE -> owner = me }
@@ -423,9 +424,10 @@ end_nobodyDies:
         if
         :: BREAK == HALF_CLOSED && closed[1 - side]
         :: BREAK != HALF_CLOSED || !closed[1 - side] ->
+            isDestroyed = closed[side] && closed[1 - side]; /* a destroy, which does not wake who waits to write */
             closed[side] = true;
             closed[1 - side] = true;
-            wakeFor(side, (READ | WRITE));
+            wakeFor(side, (isDestroyed -> READ : READ | WRITE));
             if
             :: !told[side] && pending[side] < CLOSE -> raise(side, CLOSE)
             :: else
