@@ -71,8 +71,8 @@ enum {
 /// @return the listener, which the caller hands to ShmQueueDestroy; null if the name is null or too
 ///         long or has a backslash, if anybody holds one of its objects already (a listener, a client of one
 ///         that was built separately, a connection whose name and number are spelt alike), if memory is
-///         exhausted, or if the system refuses an object. Where only clients are in the way, which came too
-///         early or still wait for a listener that died, it tries for 0.4 s
+///         exhausted, or if the system refuses an object. Unless it sees a listener of this library's, it tries for
+///         0.4 s: what is in the way of it may be clients that came too early or still wait for one that died
 GENERAL_API ShmQueue *GENERAL_CALL ShmQueueListen(const char *name);
 
 /// Connects to the listener of a name, and waits until the request is accepted: without limit for as
@@ -103,15 +103,17 @@ GENERAL_API ShmQueue *GENERAL_CALL ShmQueueConnect(const char *name);
 ///         request is pending, or once if a process died while it held the mutex; null with the request used
 ///         up if 32 replies wait for their clients, if the number is in use, if memory is exhausted, or if
 ///         the system refuses an object or a thread. In the last three cases the client's connect returns
-///         null
+///         null, and the call may take 0.1 s to let it know
 GENERAL_API ShmQueue *GENERAL_CALL ShmQueueAccept(ShmQueue *listener, uint32_t number, uint32_t size);
 
 /// Closes a connection or a listener and frees the handle. The peer's adds return SHMQUEUE_CLOSED
 /// from now on, its removes too once they have drained the ring. A peer that sleeps in ShmQueueSelect
 /// is woken if it waits to read and nothing is left to read; one that waits only to write is not.
 ///
-/// Not to be called from a DllMain: it waits for the end of the thread that watches the peer's process. Destroy
-/// every connection before the library is unloaded; it may be unloaded as soon as the last destroy has returned.
+/// Not to be called under the loader lock, that is from a DllMain or from the destructor of a static object in a DLL.
+/// It waits for the end of the thread that watches the peer, which a connecting end has as well as an accepted one,
+/// and no thread comes to its end while that lock is held: it would wait for ever. Destroy every connection before
+/// the library is unloaded; it may be unloaded as soon as the last destroy has returned.
 /// @param queue  a live connection or listener
 /// @return SHMQUEUE_OK; SHMQUEUE_BAD_HANDLE if the handle is not live, or if the mutex or the thread
 ///         could not be waited for, among others once after a process died while it held the mutex. In the latter case

@@ -121,6 +121,14 @@ private:
     DWORD start_ = GetTickCount(), said_ = start_;
 };
 
+/// Where a process has died inside a call, one call returns SHMQUEUE_BAD_HANDLE; the second tells whether that was all.
+template<typename Call>
+uint32_t twice(Call call)
+{
+    uint32_t status = call();
+    return status == SHMQUEUE_BAD_HANDLE ? call() : status;
+}
+
 /// A block of bytes between a file and a ring.
 struct Block {
     std::vector<uint8_t> bytes;
@@ -141,7 +149,7 @@ struct Block {
     uint32_t addTo(ShmQueue *queue, Progress &progress)
     {
         uint32_t length = end - begin;
-        uint32_t status = ShmQueueAdd(queue, bytes.data() + begin, &length);
+        uint32_t status = twice([&] { return ShmQueueAdd(queue, bytes.data() + begin, &length); });
         if (status == SHMQUEUE_OK) {
             begin += length;
             progress.moved(length);
@@ -152,7 +160,7 @@ struct Block {
     uint32_t passOn(ShmQueue *queue, Progress &progress)
     {
         auto length = static_cast<uint32_t>(bytes.size());
-        uint32_t status = ShmQueueRemove(queue, bytes.data(), &length);
+        uint32_t status = twice([&] { return ShmQueueRemove(queue, bytes.data(), &length); });
         for (DWORD done = 0, part = 0; status == SHMQUEUE_OK && done < length; done += part)
             if (!WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), &bytes[done], length - done, &part, nullptr))
                 std::exit(complain(transferFailed, "standard output cannot be written any more"));
@@ -162,11 +170,9 @@ struct Block {
     }
 };
 
-/// A peer that died inside a call makes the first destroy fail; the second one succeeds.
 void destroy(ShmQueue *queue)
 {
-    if (ShmQueueDestroy(queue) != SHMQUEUE_OK)
-        ShmQueueDestroy(queue);
+    twice([&] { return ShmQueueDestroy(queue); });
 }
 
 // ---- client ----
@@ -177,7 +183,7 @@ uint32_t sleep(ShmQueue *queue, bool wantsRoom)
 {
     uint32_t flags = wantsRoom ? SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE : SHMQUEUE_SELECT_READ;
     uint32_t ready = 0;
-    return ShmQueueSelect(queue, &flags, INFINITE, &ready);
+    return twice([&] { return ShmQueueSelect(queue, &flags, INFINITE, &ready); });
 }
 
 uint32_t receive(ShmQueue *queue, Block &incoming, Progress &progress)
@@ -219,7 +225,7 @@ int runClient(const Options &options)
     if (status == SHMQUEUE_CLOSED && !options.receive)
         return complain(transferFailed, "the listener closed the connection before everything was sent");
     if (status == SHMQUEUE_BAD_HANDLE)
-        return complain(transferFailed, "the connection broke: the listener ended in the middle of a call");
+        return complain(transferFailed, "the connection broke: the system refuses to serve it");
     return allMoved;
 }
 
@@ -241,7 +247,7 @@ struct Client {
         uint32_t workEvent = SHMQUEUE_EVENT_READ;
         if (file != nullptr)
             workEvent = SHMQUEUE_EVENT_WRITE;
-        ShmQueueEventSelect(queue, SHMQUEUE_EVENT_CLOSE | workEvent);
+        twice([&] { return ShmQueueEventSelect(queue, SHMQUEUE_EVENT_CLOSE | workEvent); });
     }
     ~Client()
     {
@@ -257,7 +263,7 @@ struct Client {
     Outcome serve(Progress &progress)
     {
         uint32_t events = 0;
-        if (ShmQueueEnumEvents(queue, &events) != SHMQUEUE_OK)
+        if (twice([&] { return ShmQueueEnumEvents(queue, &events); }) != SHMQUEUE_OK)
             return Outcome::failed;
         peerIsGone = peerIsGone || events >= SHMQUEUE_EVENT_CLOSE;
         return file == nullptr ? takeIn(progress) : giveOut(progress);
@@ -293,7 +299,7 @@ public:
     Server(const Options &options, ShmQueue *listener)
         : options_(options), listener_(listener), progress_(options.verbose)
     {
-        ShmQueueEventSelect(listener_, SHMQUEUE_EVENT_ACCEPT);
+        twice([&] { return ShmQueueEventSelect(listener_, SHMQUEUE_EVENT_ACCEPT); });
     }
     ~Server() { stopListening(); }
     Server(const Server &) = delete;
@@ -336,13 +342,13 @@ private:
     bool hasRequest()
     {
         uint32_t flags = SHMQUEUE_SELECT_READ, ready = 0;
-        return ShmQueueSelect(listener_, &flags, 0, &ready) == SHMQUEUE_OK && ready != 0;
+        return twice([&] { return ShmQueueSelect(listener_, &flags, 0, &ready); }) == SHMQUEUE_OK && ready != 0;
     }
 
     void accept()
     {
         uint32_t events = 0;
-        ShmQueueEnumEvents(listener_, &events);
+        twice([&] { return ShmQueueEnumEvents(listener_, &events); });
         while (listener_ != nullptr && clients_.size() < mostClients && hasRequest()) {
             ShmQueue *queue = ShmQueueAccept(listener_, ++lastNumber_, options_.ringSize);
             if (queue == nullptr) {
