@@ -309,6 +309,7 @@ public:
     {
         while (listener_ != nullptr || !clients_.empty()) {
             std::vector<HANDLE> events;
+            events.reserve(clients_.size() + 1);
             for (const auto &client : clients_)
                 events.push_back(ShmQueueGetEvent(client->queue));
             bool accepts = listener_ != nullptr && clients_.size() < mostClients;
