@@ -144,87 +144,65 @@ private:
     uint32_t window_; ///< the largest power of two that is not more than the intervals
 };
 
-/// Looks values up in an object's table.
-///
-/// The formulas at the top subtract numbers that grow with the place along the curve, in single precision:
-/// far from the start nothing would be left of a short interval. The same function seen from the ends of
-/// its interval, (u0, a0) and (u2, a2), has no such difference. With D(u) = c2 u + c1 it is
-///   (a - a0) / (a2 - a0) = (u - u0) D(u2) / ((u2 - u) D(u0) + (u - u0) D(u2)),
-/// and its inverse is the same with D(u0) and D(u2) exchanged. So a result lies between the ends, and either
-/// direction undoes the other.
-/// @tparam MayBend  whether a line may be less straight than it is stored, see bendOf
-template<typename Parameters, typename Lengths, bool MayBend>
-class ArcMap {
+/// One side of a stranger's table, stored either way.
+class AnySamples {
 public:
-    explicit ArcMap(const Spline1 *spline)
-        : coefficients_(spline->table), parameters_(spline->parameterSamples, spline->intervals),
-          lengths_(spline->lengthSamples, spline->intervals)
+    AnySamples(const float *samples, int32_t intervals, bool areUniform)
+        : areUniform_(areUniform), uniform_(samples, intervals), stored_(samples, intervals)
     {
     }
 
-    double lastParameter() const { return parameters_.last(); }
-    double lastLength() const { return lengths_.last(); }
-
-    [[gnu::always_inline]] float lengthAt(float parameter) const
+    double first() const { return uniform_.first(); }
+    double last() const { return areUniform_ ? uniform_.last() : stored_.last(); }
+    Extent extentOf(int32_t interval) const
     {
-        auto u = static_cast<double>(parameter);
-        TablePlace place;
-        if (!parameters_.find(parameter, place))
-            return static_cast<float>(u > parameters_.first() ? lengths_.last() : lengths_.first());
-        Extent us = parameters_.extentOf(place.interval);
-        Extent as = lengths_.extentOf(place.interval);
-        const float *c = coefficientsOf(place.interval);
-        auto c2 = static_cast<double>(c[2]);
-        double here = c2 * u + static_cast<double>(c[1]);
-        double rise = c2 * us.width; // D(u2) - D(u0)
-        if (MayBend && c2 == 0) {
-            double bend = bendOf(c, us, as);
-            here = static_cast<double>(c[1]) * as.width + bend * (2 * place.share - 1);
-            rise = 2 * bend;
-        }
-        // A line to the other end, and what the piece deviates from it.
-        double line = as.width * place.share;
-        double length = as.first + line + line * (1 - place.share) * rise / here;
-        return static_cast<float>(between(as.first, length, as.last));
+        return areUniform_ ? uniform_.extentOf(interval) : stored_.extentOf(interval);
     }
-
-    [[gnu::always_inline]] float parameterAt(float length) const
+    int32_t intervalOf(float value) const
     {
-        auto a = static_cast<double>(length);
-        if (!(a > lengths_.first()))
-            return static_cast<float>(parameters_.first());
-        if (a >= lengths_.last())
-            return static_cast<float>(parameters_.last());
-        int32_t interval = lengths_.intervalOf(length);
-        Extent us = parameters_.extentOf(interval);
-        Extent as = lengths_.extentOf(interval);
-        const float *c = coefficientsOf(interval);
-        auto c2 = static_cast<double>(c[2]);
-        double first = c2 * us.first + static_cast<double>(c[1]);
-        double rise = c2 * us.width;
-        if (MayBend && c2 == 0) {
-            double bend = bendOf(c, us, as);
-            first = static_cast<double>(c[1]) * as.width - bend;
-            rise = 2 * bend;
-        }
-        double parameter = us.first + us.width * (a - as.first) * first / (as.width * first + (as.last - a) * rise);
-        return static_cast<float>(between(us.first, parameter, us.last));
+        return areUniform_ ? uniform_.intervalOf(value) : stored_.intervalOf(value);
     }
-
-    /// Whether a line of the table bends.
-    bool bends(int32_t intervals) const
+    bool find(float value, TablePlace &place) const
     {
-        for (int32_t i = 0; i < intervals; ++i) {
-            const float *c = coefficientsOf(i);
-            if (c[2] == 0 && bendOf(c, parameters_.extentOf(i), lengths_.extentOf(i)) != 0)
-                return true;
-        }
-        return false;
+        return areUniform_ ? uniform_.find(value, place) : stored_.find(value, place);
     }
 
 private:
-    const float *coefficientsOf(int32_t interval) const { return coefficients_ + 4 * static_cast<size_t>(interval); }
+    bool areUniform_;
+    UniformSamples uniform_;
+    StoredSamples stored_;
+};
 
+/// What looking up needs of a piece beside its ends (u0, a0) and (u2, a2).
+///
+/// The formulas at the top subtract numbers that grow with the place along the curve, in single precision:
+/// far from the start nothing would be left of a short interval. The same function seen from the ends of
+/// its interval has no such difference. With D(u) = c2 u + c1 it is
+///   (a - a0) / (a2 - a0) = (u - u0) D(u2) / ((u2 - u) D(u0) + (u - u0) D(u2)),
+/// and its inverse is the same with D(u0) and D(u2) exchanged. So a result lies between the ends, and either
+/// direction undoes the other. Only the ratio of D(u0) and D(u2) counts.
+struct EndWeights {
+    double first; ///< D(u0)
+    double rise;  ///< D(u2) - D(u0)
+};
+
+/// Weights that are worked out where they are needed.
+class WeightsFromTable {
+public:
+    explicit WeightsFromTable(const float *coefficients) : coefficients_(coefficients) {}
+
+    [[gnu::always_inline]] EndWeights operator()(int32_t interval, Extent us, Extent as) const
+    {
+        const float *c = coefficients_ + 4 * static_cast<size_t>(interval);
+        auto c1 = static_cast<double>(c[1]);
+        auto c2 = static_cast<double>(c[2]);
+        if (c2 != 0)
+            return {c2 * us.first + c1, c2 * us.width};
+        double bend = bendOf(c, us, as);
+        return {c1 * as.width - bend, 2 * bend};
+    }
+
+private:
     /// A piece counts as straight by the angle between its chords, which vanishes wherever one unit of
     /// length is much more or much less than one of the parameter. The line that is stored still passes
     /// through the middle sample, and with the ends this makes the curve again.
@@ -240,6 +218,64 @@ private:
         return isStraight ? 0 : bend;
     }
 
+    const float *coefficients_;
+};
+
+/// Weights that are worked out beforehand, one pair for each interval.
+class PreparedWeights {
+public:
+    explicit PreparedWeights(const EndWeights *weights) : weights_(weights) {}
+
+    EndWeights operator()(int32_t interval, Extent /*us*/, Extent /*as*/) const { return weights_[interval]; }
+
+private:
+    const EndWeights *weights_;
+};
+
+/// Looks values up in a table.
+template<typename Parameters, typename Lengths, typename Weights>
+class ArcMap {
+public:
+    ArcMap(const Parameters &parameters, const Lengths &lengths, Weights weights)
+        : parameters_(parameters), lengths_(lengths), weights_(weights)
+    {
+    }
+
+    double lastParameter() const { return parameters_.last(); }
+    double lastLength() const { return lengths_.last(); }
+
+    [[gnu::always_inline]] float lengthAt(float parameter) const
+    {
+        auto u = static_cast<double>(parameter);
+        TablePlace place;
+        if (!parameters_.find(parameter, place))
+            return static_cast<float>(u > parameters_.first() ? lengths_.last() : lengths_.first());
+        Extent as = lengths_.extentOf(place.interval);
+        EndWeights weight = weights_(place.interval, parameters_.extentOf(place.interval), as);
+        // A line to the other end, and what the piece deviates from it.
+        double line = as.width * place.share;
+        double here = weight.first + weight.rise * place.share;
+        double length = as.first + line + line * (1 - place.share) * weight.rise / here;
+        return static_cast<float>(between(as.first, length, as.last));
+    }
+
+    [[gnu::always_inline]] float parameterAt(float length) const
+    {
+        auto a = static_cast<double>(length);
+        if (!(a > lengths_.first()))
+            return static_cast<float>(parameters_.first());
+        if (a >= lengths_.last())
+            return static_cast<float>(parameters_.last());
+        int32_t interval = lengths_.intervalOf(length);
+        Extent us = parameters_.extentOf(interval);
+        Extent as = lengths_.extentOf(interval);
+        EndWeights weight = weights_(interval, us, as);
+        double here = as.width * weight.first + (as.last - a) * weight.rise;
+        double parameter = us.first + us.width * (a - as.first) * weight.first / here;
+        return static_cast<float>(between(us.first, parameter, us.last));
+    }
+
+private:
     /// The ends' weights may differ in sign: a pole that belongs to the end of a piece with a standstill has
     /// been rounded into it, or the table is a stranger's. NaN, when nothing has weight, becomes the first end.
     [[gnu::always_inline]] static double between(double first, double value, double last)
@@ -248,31 +284,34 @@ private:
         return value < last ? value : last;
     }
 
-    const float *coefficients_;
     Parameters parameters_;
     Lengths lengths_;
+    Weights weights_;
 };
 
-/// Calls body(map) with the map of an object's table. Only a stranger's table stores its parameters one by
-/// one, or has its lengths at equal steps.
-/// @param lookUps  how many will follow: with few, lines that bend are not searched for
+/// Calls body(map) with the map of an object's table.
+/// @param lookUps  how many will follow: what many have in common is worked out beforehand
 template<typename Body>
 void withArcMap(const Spline1 *spline, int32_t lookUps, Body body)
 {
-    switch (spline->tableFlags & 3) {
-    case 1: {
-        ArcMap<UniformSamples, StoredSamples, false> map(spline);
-        if (lookUps < spline->intervals || map.bends(spline->intervals))
-            return body(ArcMap<UniformSamples, StoredSamples, true>(spline));
-        return body(map);
+    int32_t intervals = spline->intervals;
+    WeightsFromTable weights(spline->table);
+    bool uniformParameters = (spline->tableFlags & 1) != 0;
+    bool uniformLengths = (spline->tableFlags & 2) != 0;
+    if (!uniformParameters || uniformLengths) { // a stranger's table
+        AnySamples parameters(spline->parameterSamples, intervals, uniformParameters);
+        AnySamples lengths(spline->lengthSamples, intervals, uniformLengths);
+        return body(ArcMap(parameters, lengths, weights));
     }
-    case 0:
-        return body(ArcMap<StoredSamples, StoredSamples, true>(spline));
-    case 2:
-        return body(ArcMap<StoredSamples, UniformSamples, true>(spline));
-    default:
-        return body(ArcMap<UniformSamples, UniformSamples, true>(spline));
-    }
+    constexpr int32_t mostPrepared = 256;
+    UniformSamples parameters(spline->parameterSamples, intervals);
+    StoredSamples lengths(spline->lengthSamples, intervals);
+    if (lookUps / 4 < intervals || intervals > mostPrepared)
+        return body(ArcMap(parameters, lengths, weights));
+    EndWeights prepared[mostPrepared];
+    for (int32_t i = 0; i < intervals; ++i)
+        prepared[i] = weights(i, parameters.extentOf(i), lengths.extentOf(i));
+    body(ArcMap(parameters, lengths, PreparedWeights(prepared)));
 }
 
 } // namespace general::spline

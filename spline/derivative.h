@@ -9,12 +9,29 @@
 
 namespace general::spline {
 
-/// The derivative, span by span, as a polynomial of the local parameter.
-template<int Points, int Dimension>
+/// The derivative on one span: a quadratic polynomial of the local parameter for each component. What a curve
+/// does not have, in degree or dimension, is 0.
+struct SpanDerivative {
+    static constexpr int rows = 3;
+    static constexpr int components = 4;
+
+    alignas(16) double factor[rows][components]; ///< highest power first
+
+    double first(double f, int c) const { return (factor[0][c] * f + factor[1][c]) * f + factor[2][c]; }
+    double second(double f, int c) const { return 2 * factor[0][c] * f + factor[1][c]; }
+    double third(int c) const { return 2 * factor[0][c]; }
+
+    [[gnu::always_inline]] Pair &pair(int row, int p) { return reinterpret_cast<Pair &>(factor[row][2 * p]); }
+    [[gnu::always_inline]] const Pair &pair(int row, int p) const
+    {
+        return reinterpret_cast<const Pair &>(factor[row][2 * p]);
+    }
+};
+
+/// Finds the derivative of a curve, span by span.
+template<int Points, int Pairs>
 class Derivative {
 public:
-    static constexpr int degree = Points - 1;
-
     explicit Derivative(const Spline1 *spline) : spans_(spline)
     {
         Basis basis = basisOf(spline);
@@ -31,80 +48,56 @@ public:
             load(span);
     }
 
-    /// A component of the derivative at a local parameter of the span.
-    [[gnu::always_inline]] double first(double f, int c) const
-    {
-        double value = factor_[0][c];
-#pragma GCC unroll 4
-        for (int r = 1; r < degree; ++r)
-            value = value * f + factor_[r][c];
-        return value;
-    }
+    /// The derivative on the span that was last gone to.
+    const SpanDerivative &current() const { return current_; }
 
-    /// A component of the second derivative.
-    double second(double f, int c) const
+    /// The derivative at a local parameter of that span.
+    [[gnu::always_inline]] Components<Pairs> first(double f) const
     {
-        if constexpr (degree == 3)
-            return 2 * factor_[0][c] * f + factor_[1][c];
-        return degree == 2 ? factor_[0][c] : 0;
+        Components<Pairs> result;
+#pragma GCC unroll 2
+        for (int p = 0; p < Pairs; ++p) {
+            Pair value = current_.pair(firstRow, p);
+#pragma GCC unroll 2
+            for (int r = firstRow + 1; r < SpanDerivative::rows; ++r)
+                value = value * f + current_.pair(r, p);
+            result.pair[p] = value;
+        }
+        return result;
     }
-
-    /// A component of the third derivative, which is constant on a span.
-    double third(int c) const { return degree == 3 ? 2 * factor_[0][c] : 0; }
 
     [[gnu::always_inline]] double speed(double f) const
     {
-        return length([&](int c) { return first(f, c); });
+        return lengthOf(first(f));
     }
 
-    /// Length of the second derivative.
-    double acceleration(double f) const
+    [[gnu::always_inline]] static double lengthOf(const Components<Pairs> &vector)
     {
-        return length([&](int c) { return second(f, c); });
-    }
-
-    /// Length of the vector with the components that component(c) gives.
-    template<typename Component>
-    [[gnu::always_inline]] static double length(Component component)
-    {
-        double sum = 0;
-#pragma GCC unroll 4
-        for (int c = 0; c < Dimension; ++c) {
-            double value = component(c);
-            sum += value * value;
-        }
+        Pair square = vector.pair[0] * vector.pair[0];
+        double sum = square[0] + square[1];
+        if (Pairs == 2)
+            sum += vector.pair[Pairs - 1][0] * vector.pair[Pairs - 1][0];
         return sqrt(sum);
     }
 
 private:
-    /// Works on differences to one control point: where all of a span coincide, the derivative is exactly 0.
-    [[gnu::noinline]] void load(int32_t span)
-    {
-        span_ = span;
-        double factor[degree][Dimension] = {};
-        double start[Dimension] = {};
-        spans_.template visit<Points, Dimension>(span, [&](int j, const float *point) {
-#pragma GCC unroll 4
-            for (int c = 0; c < Dimension; ++c) {
-                auto component = static_cast<double>(point[c]);
-                if (j == 0) {
-                    start[c] = component;
-                    continue;
-                }
-#pragma GCC unroll 4
-                for (int r = 0; r < degree; ++r)
-                    factor[r][c] += slope_[r][j] * (component - start[c]);
-            }
-        });
-        for (int r = 0; r < degree; ++r)
-            for (int c = 0; c < Dimension; ++c)
-                factor_[r][c] = factor[r][c];
-    }
+    static constexpr int degree = Points - 1;
+    static constexpr int firstRow = SpanDerivative::rows - degree;
+
+    /// Compiled once, in spl1_vect_wk.
+    [[gnu::noinline]] void load(int32_t span);
 
     Spans spans_;
-    double slope_[degree][Points] = {}; ///< what a control point adds to each factor
     int32_t span_ = INT32_MIN;
-    double factor_[degree][Dimension] = {}; ///< highest power first
+    double slope_[degree][Points] = {}; ///< what a control point adds to each factor
+    SpanDerivative current_ = {};
 };
+
+extern template class Derivative<2, 1>;
+extern template class Derivative<2, 2>;
+extern template class Derivative<3, 1>;
+extern template class Derivative<3, 2>;
+extern template class Derivative<4, 1>;
+extern template class Derivative<4, 2>;
 
 } // namespace general::spline

@@ -20,6 +20,15 @@ void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, f
 /// @param scratch  2 * dimension floats, needed for degrees 2 and 3
 void evaluateTangents(const Spline1 *spline, int32_t count, const float *params, float *tangents, float *scratch);
 
+/// Two numbers that are computed with at once.
+using Pair [[gnu::vector_size(16), gnu::may_alias]] = double;
+
+/// The components of a point: one or two, or three and a 0.
+template<int Pairs>
+struct Components {
+    Pair pair[Pairs];
+};
+
 /// A place on the curve: a span, by its number, and the local parameter in it.
 struct Place {
     double u; ///< the parameter, clamped to the range of the curve
@@ -34,8 +43,8 @@ struct Place {
 class Spans {
 public:
     explicit Spans(const Spline1 *spline)
-        : points_(spline->points), count_(spline->pointCount), degree_(spline->degree), closed_(isClosed(spline)),
-          end_(parameterEnd(spline)),
+        : points_(spline->points), count_(spline->pointCount), degree_(spline->degree), dimension_(spline->dimension),
+          closed_(isClosed(spline)), end_(parameterEnd(spline)),
           // Quadratic spans lie half a unit later: integer parameters fall on their middle.
           shift_(degree_ == 2 ? 0.5 : 0)
     {
@@ -60,24 +69,55 @@ public:
 
     bool isOpen() const { return !closed_; }
 
-    /// Calls use(j, its components) for each control point j of a span.
-    template<int Points, int Dimension, typename Use>
+    /// Calls use(j, its components) for each control point j of a span. The components come in pairs, padded with 0.
+    template<int Points, int Pairs, typename Use>
     [[gnu::always_inline]] void visit(int32_t span, Use use) const
     {
         int32_t first = firstNumber(span);
         if (first >= 0 && first <= count_ - Points) {
-            const float *point = points_ + static_cast<ptrdiff_t>(first) * Dimension;
+            const float *point = points_ + static_cast<ptrdiff_t>(first) * stride<Pairs>();
 #pragma GCC unroll 4
             for (int j = 0; j < Points; ++j)
-                use(j, point + j * Dimension);
+                use(j, components<Pairs>(point + static_cast<ptrdiff_t>(j) * stride<Pairs>()));
             return;
         }
         for (int j = 0; j < Points; ++j)
-            use(j, points_ + static_cast<ptrdiff_t>(index(span, j)) * Dimension);
+            use(j, components<Pairs>(points_ + static_cast<ptrdiff_t>(index(span, j)) * stride<Pairs>()));
+    }
+
+    /// Writes a result.
+    template<int Pairs>
+    [[gnu::always_inline]] void store(const Components<Pairs> &point, float *result) const
+    {
+        result[0] = static_cast<float>(point.pair[0][0]);
+        if (stride<Pairs>() > 1)
+            result[1] = static_cast<float>(point.pair[0][1]);
+        if (Pairs == 2)
+            result[2] = static_cast<float>(point.pair[Pairs - 1][0]);
+    }
+
+    /// Floats from one point to the next.
+    template<int Pairs>
+    [[gnu::always_inline]] int32_t stride() const
+    {
+        return Pairs == 2 ? 3 : dimension_;
     }
 
 private:
-    int32_t firstNumber(int32_t span) const { return degree_ == 3 ? span - 1 : span; }
+    template<int Pairs>
+    [[gnu::always_inline]] Components<Pairs> components(const float *point) const
+    {
+        Components<Pairs> result;
+        result.pair[0] = Pair{static_cast<double>(point[0]), stride<Pairs>() > 1 ? static_cast<double>(point[1]) : 0};
+        if (Pairs == 2)
+            result.pair[Pairs - 1] = Pair{static_cast<double>(point[2]), 0};
+        return result;
+    }
+
+    int32_t firstNumber(int32_t span) const
+    {
+        return degree_ == 3 ? span - 1 : span;
+    }
 
     /// Brings a number beyond the ends back: mirrored about the first and last control point of an open
     /// curve, around the loop of a closed one.
@@ -97,24 +137,20 @@ private:
     const float *points_;
     int32_t count_;
     int32_t degree_;
+    int32_t dimension_;
     bool closed_;
     double end_;
     double shift_;
 };
 
-/// Calls body.operator()<Points, Dimension>() for the span size and dimension of a usable type.
+/// Calls body.operator()<Points, Pairs>() for the span size and the pairs of components of a usable type.
 template<typename Body>
 decltype(auto) forShape(const Spline1 *spline, Body &&body)
 {
     auto withPoints = [&]<int Points>() -> decltype(auto) {
-        switch (spline->dimension) {
-        case 1:
+        if (spline->dimension < 3)
             return body.template operator()<Points, 1>();
-        case 2:
-            return body.template operator()<Points, 2>();
-        default:
-            return body.template operator()<Points, 3>();
-        }
+        return body.template operator()<Points, 2>();
     };
     switch (spline->degree) {
     case 1:

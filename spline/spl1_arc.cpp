@@ -35,7 +35,7 @@ uint32_t checkMapping(Spline1 *spline, int32_t count, const float *output)
 }
 
 /// Generates the input of a mapping where its output will be.
-const float *equalSteps(const Spline1 *spline, int32_t count, double end, float *values)
+[[gnu::noinline]] const float *equalSteps(const Spline1 *spline, int32_t count, double end, float *values)
 {
     InputValues in(spline, count, nullptr, end);
     for (int32_t i = 0; i < count; ++i)

@@ -46,26 +46,40 @@ double meanFall(const Parabola &along, const Parabola &acrossSquared)
     return sum / parts;
 }
 
+/// Length of the vector with the components that component(c) gives.
+template<typename Component>
+double lengthOf(Component component)
+{
+    double sum = 0;
+    for (int c = 0; c < largestDimension; ++c)
+        sum += component(c) * component(c);
+    return sqrt(sum);
+}
+
+double acceleration(const SpanDerivative &derivative, double f)
+{
+    return lengthOf([&](int c) { return derivative.second(f, c); });
+}
+
 /// Bounds the integral, over the span, of the negative part of T.P''', T being the unit tangent and
 /// P''' the third derivative.
-template<int Points, int Dimension>
-double fallBound(const Derivative<Points, Dimension> &derivative)
+double fallBound(const SpanDerivative &derivative)
 {
-    double jerk = derivative.length([&](int c) { return derivative.third(c); });
+    double jerk = lengthOf([&](int c) { return derivative.third(c); });
     if (!(jerk > 0))
         return 0;
 
     // The derivative along P''' is a quadratic polynomial; the rest of it is linear in each component, so
     // its squared length is a quadratic polynomial as well.
     Parabola along{jerk / 2, 0, 0};
-    double direction[Dimension];
-    for (int c = 0; c < Dimension; ++c) {
+    double direction[largestDimension];
+    for (int c = 0; c < largestDimension; ++c) {
         direction[c] = derivative.third(c) / jerk;
         along.b += derivative.second(0, c) * direction[c];
         along.c += derivative.first(0, c) * direction[c];
     }
     Parabola acrossSquared{0, 0, 0};
-    for (int c = 0; c < Dimension; ++c) {
+    for (int c = 0; c < largestDimension; ++c) {
         double slope = derivative.second(0, c) - along.b * direction[c];
         double start = derivative.first(0, c) - along.c * direction[c];
         acrossSquared.a += slope * slope;
@@ -77,14 +91,13 @@ double fallBound(const Derivative<Points, Dimension> &derivative)
 
 /// Change of the speed, seen from the side that the sign says: +1 after f, -1 before it. Where the
 /// curve stands still the speed rises on either side.
-template<int Points, int Dimension>
-double speedChange(const Derivative<Points, Dimension> &derivative, double f, int side)
+double speedChange(const SpanDerivative &derivative, double f, int side)
 {
-    double speed = derivative.speed(f);
+    double speed = lengthOf([&](int c) { return derivative.first(f, c); });
     if (speed == 0)
-        return side * derivative.acceleration(f);
+        return side * acceleration(derivative, f);
     double sum = 0;
-    for (int c = 0; c < Dimension; ++c)
+    for (int c = 0; c < largestDimension; ++c)
         sum += derivative.first(f, c) * derivative.second(f, c);
     return sum / speed;
 }
@@ -99,44 +112,54 @@ double speedChange(const Derivative<Points, Dimension> &derivative, double f, in
 /// The first term is never negative, and neither are the jumps of v' where the speed vanishes. So v'
 /// falls only by jumps at knots and where T.P''' is negative, which can be bounded. It rises by as much
 /// and by its own difference, at most max|P''| - v'(0).
-///
-/// @return the factor of w^2/24 in this bound, which holds for the integral from 0 to any cell's end; 0
-///         for polygons, which are not integrated in steps
-template<int Points, int Dimension>
+class SecondVariation {
+public:
+    /// Takes the next span, of which the curve has the part from one local parameter to another.
+    void add(const SpanDerivative &derivative, double from, double to)
+    {
+        double change = speedChange(derivative, from, +1);
+        if (isFirst_)
+            initialChange_ = change;
+        else if (change < changeBefore_)
+            fall_ += changeBefore_ - change;
+        isFirst_ = false;
+        changeBefore_ = speedChange(derivative, to, -1);
+        fall_ += fallBound(derivative);
+        largestAcceleration_ =
+            std::max(largestAcceleration_, std::max(acceleration(derivative, from), acceleration(derivative, to)));
+    }
+
+    /// The factor of w^2/24 in the bound, which holds for the integral from 0 to any cell's end.
+    double result() const { return 3 * (fall_ + largestAcceleration_ - initialChange_); }
+
+private:
+    bool isFirst_ = true;
+    double fall_ = 0;
+    double largestAcceleration_ = 0;
+    double initialChange_ = 0;
+    double changeBefore_ = 0;
+};
+
+/// @return 0 for polygons, which are not integrated in steps
 double secondVariation(const Spline1 *spline)
 {
-    Derivative<Points, Dimension> derivative(spline);
     int32_t range = parameterEnd(spline);
-    if (derivative.degree == 1 || range < 1)
+    if (spline->degree == 1 || range < 1)
         return 0;
 
     // Quadratic spans lie half a unit later, so the first and the last one count by half.
-    bool halved = derivative.degree == 2;
+    bool halved = spline->degree == 2;
     int32_t firstSpan = halved ? -1 : 0;
-    double fall = 0;
-    double largestAcceleration = 0;
-    double initialChange = 0;
-    double changeBefore = 0;
-    for (int32_t span = firstSpan; span < range; ++span) {
-        derivative.goTo(span);
-        double from = halved && span == firstSpan ? 0.5 : 0;
-        double to = halved && span == range - 1 ? 0.5 : 1;
-        double change = speedChange(derivative, from, +1);
-        if (span == firstSpan)
-            initialChange = change;
-        else if (change < changeBefore)
-            fall += changeBefore - change;
-        changeBefore = speedChange(derivative, to, -1);
-        fall += fallBound(derivative);
-        largestAcceleration =
-            std::max(largestAcceleration, std::max(derivative.acceleration(from), derivative.acceleration(to)));
-    }
-    return 3 * (fall + largestAcceleration - initialChange);
-}
-
-double secondVariation(const Spline1 *spline)
-{
-    return forShape(spline, [&]<int Points, int Dimension>() { return secondVariation<Points, Dimension>(spline); });
+    SecondVariation variation;
+    forShape(spline, [&]<int Points, int Pairs>() {
+        Derivative<Points, Pairs> derivative(spline);
+        for (int32_t span = firstSpan; span < range; ++span) {
+            derivative.goTo(span);
+            variation.add(derivative.current(), halved && span == firstSpan ? 0.5 : 0,
+                          halved && span == range - 1 ? 0.5 : 1);
+        }
+    });
+    return variation.result();
 }
 
 double largestIntegrationError(const Spline1 *spline)

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 
-#include <algorithm>
 #include <float.h>
 
 #include <math.h>
@@ -18,8 +17,8 @@ namespace general::spline {
 namespace {
 
 /// The speed at a parameter.
-template<int Points, int Dimension>
-[[gnu::always_inline]] inline double speedAt(Derivative<Points, Dimension> &derivative, double parameter)
+template<int Points, int Pairs>
+[[gnu::always_inline]] inline double speedAt(Derivative<Points, Pairs> &derivative, double parameter)
 {
     Place place = derivative.spans().locate(parameter);
     derivative.goTo(place.span);
@@ -44,10 +43,10 @@ private:
 };
 
 /// Midpoint rule over [from, to]: hands `count` cumulative lengths, at equal distances, to `sink`.
-template<int Points, int Dimension>
+template<int Points, int Pairs>
 void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count, double step, LengthSink sink)
 {
-    Derivative<Points, Dimension> derivative(spline);
+    Derivative<Points, Pairs> derivative(spline);
     double distance = (to - from) / count;
     double substeps = step <= distance ? ceil(distance / step) : 1;
     substeps = std::min(substeps, floor(mostEvaluations / count) + 1); // a packet may carry any step
@@ -67,10 +66,10 @@ void integrateSpeed(const Spline1 *spline, double from, double to, int32_t count
 
 /// A polygon's speed is constant between control points. Splitting the substeps there makes the
 /// midpoint rule exact, whatever the step.
-template<int Dimension>
+template<int Pairs>
 void addUpPolygon(const Spline1 *spline, double from, double to, int32_t count, LengthSink sink)
 {
-    Derivative<2, Dimension> derivative(spline);
+    Derivative<2, Pairs> derivative(spline);
     double distance = (to - from) / count;
     double sum = 0;
     double here = from;
@@ -88,11 +87,11 @@ void addUpPolygon(const Spline1 *spline, double from, double to, int32_t count, 
 
 void integrateInto(const Spline1 *spline, double from, double to, int32_t count, double step, LengthSink sink)
 {
-    forShape(spline, [&]<int Points, int Dimension>() {
+    forShape(spline, [&]<int Points, int Pairs>() {
         if constexpr (Points == 2)
-            addUpPolygon<Dimension>(spline, from, to, count, sink);
+            addUpPolygon<Pairs>(spline, from, to, count, sink);
         else
-            integrateSpeed<Points, Dimension>(spline, from, to, count, step, sink);
+            integrateSpeed<Points, Pairs>(spline, from, to, count, step, sink);
     });
 }
 

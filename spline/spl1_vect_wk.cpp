@@ -3,8 +3,6 @@
 #include "spline/derivative.h"
 #include "spline/evaluator.h"
 
-#include <utility>
-
 GENERAL_MODULE_ID("$Id$");
 
 namespace general::spline {
@@ -13,11 +11,8 @@ namespace {
 
 constexpr int32_t noSpan = INT32_MIN;
 
-/// Two numbers that are computed with at once.
-using Pair [[gnu::vector_size(16), gnu::may_alias]] = double;
-
 /// Evaluates one curve, keeping the control points of the span that it was last on.
-template<int Points, int Dimension>
+template<int Points, int Pairs>
 class Evaluator {
 public:
     explicit Evaluator(const Spline1 *spline) : spans_(spline)
@@ -41,7 +36,6 @@ public:
 
 private:
     static constexpr int weightPairs = (Points + 1) / 2;
-    static constexpr int componentPairs = (Dimension + 1) / 2;
 
     /// One number for each control point of a span, padded with 0 to pairs.
     struct Weights {
@@ -73,129 +67,161 @@ private:
         if (span == span_)
             return;
         span_ = span;
-        spans_.template visit<Points, Dimension>(span, [&](int j, const float *component) {
-            for (int p = 0; p < componentPairs; ++p) {
-                auto left = static_cast<double>(component[2 * p]);
-                points_[j][p] = Pair{left, 2 * p + 1 < Dimension ? static_cast<double>(component[2 * p + 1]) : 0};
-            }
-        });
+        spans_.template visit<Points, Pairs>(span, [&](int j, const Components<Pairs> &point)
+                                                       [[gnu::always_inline]] { points_[j] = point; });
     }
 
     /// Sums the control points of the span, by weight.
     [[gnu::always_inline]] void combine(const Weights &weights, float *result) const
     {
+        Components<Pairs> sum;
 #pragma GCC unroll 2
-        for (int p = 0; p < componentPairs; ++p) {
-            Pair sum = weights[0] * points_[0][p];
+        for (int p = 0; p < Pairs; ++p) {
+            sum.pair[p] = weights[0] * points_[0].pair[p];
 #pragma GCC unroll 4
             for (int j = 1; j < Points; ++j)
-                sum += weights[j] * points_[j][p];
-            result[2 * p] = static_cast<float>(sum[0]);
-            if (2 * p + 1 < Dimension)
-                result[2 * p + 1] = static_cast<float>(sum[1]);
+                sum.pair[p] += weights[j] * points_[j].pair[p];
         }
+        spans_.store(sum, result);
     }
 
     Spans spans_;
     int32_t span_ = noSpan;
     Weights rows_[Points];
-    Pair points_[Points][componentPairs] = {};
+    Components<Pairs> points_[Points] = {};
 };
 
+/// The direction of a curve of degree 2 or 3 where it stands still: along the second derivative, turned
+/// towards increasing parameter.
+/// @param direction  the second derivative
+/// @param scratch    room for two points
+[[gnu::cold, gnu::noinline]] void turnForward(const Spline1 *spline, const Spans &spans, const Place &place,
+                                              double *direction, float *scratch)
+{
+    int32_t current = spans.index(place.span, 1);
+    bool hasBefore = spans.index(place.span, 0) < current;
+    bool hasAfter = spans.index(place.span, 2) > current;
+    const float around[] = {static_cast<float>(hasBefore ? place.u - 1 : place.u),
+                            static_cast<float>(hasAfter ? place.u + 1 : place.u)};
+    evaluatePoints(spline, 2, around, scratch);
+    const float *after = scratch + spline->dimension;
+    double advance = 0;
+    for (int32_t c = 0; c < spline->dimension; ++c)
+        advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(scratch[c]));
+    if (advance < 0)
+        for (int32_t c = 0; c < spline->dimension; ++c)
+            direction[c] = -direction[c];
+}
+
 /// Finds the unit tangents of one curve.
-template<int Points, int Dimension>
+template<int Points, int Pairs>
 class Tangents {
 public:
     explicit Tangents(const Spline1 *spline) : spline_(spline), derivative_(spline) {}
 
-    /// @param scratch  2 * Dimension floats; not used for degree 1
+    /// @param scratch  room for two points; not used for degree 1
     [[gnu::always_inline]] void tangent(double parameter, float *result, float *scratch)
     {
         Place place = spans().locate(parameter);
         if (degree == 1 && place.span == edge_) { // an edge has one tangent
-            for (int c = 0; c < Dimension; ++c)
-                result[c] = edgeTangent_[c];
+            spans().store(edgeTangent_, result);
             return;
         }
         derivative_.goTo(place.span);
-        double direction[Dimension];
-#pragma GCC unroll 4
-        for (int c = 0; c < Dimension; ++c)
-            direction[c] = derivative_.first(place.f, c);
-        double length = lengthOf(direction);
-        if (length == 0) {
-            standingDirection(place, direction, scratch);
-            length = lengthOf(direction);
+        Components<Pairs> direction = derivative_.first(place.f);
+        double length = Derivative<Points, Pairs>::lengthOf(direction);
+        if (degree > 1 && length == 0) {
+            direction = standingDirection(place, scratch);
+            length = Derivative<Points, Pairs>::lengthOf(direction);
         }
         // There may be no direction: then the tangent is the zero vector.
         double scale = length == 0 ? 0 : 1 / length;
         if (degree == 1)
             scale = runsBack(place.span) ? -scale : scale;
-#pragma GCC unroll 4
-        for (int c = 0; c < Dimension; ++c)
-            result[c] = static_cast<float>(direction[c] * scale);
+#pragma GCC unroll 2
+        for (int p = 0; p < Pairs; ++p)
+            direction.pair[p] *= scale;
+        spans().store(direction, result);
         if (degree == 1) {
             edge_ = place.span;
-            for (int c = 0; c < Dimension; ++c)
-                edgeTangent_[c] = result[c];
+            edgeTangent_ = direction;
         }
     }
 
 private:
     static constexpr int degree = Points - 1;
 
-    const Spans &spans() const { return derivative_.spans(); }
-
-    static double lengthOf(const double (&vector)[Dimension])
+    const Spans &spans() const
     {
-        return Derivative<Points, Dimension>::length([&](int c) { return vector[c]; });
+        return derivative_.spans();
     }
 
     /// Whether an edge is the one beyond the last point of an open polygon.
-    bool runsBack(int32_t span) const { return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1); }
-
-    /// The direction of a curve of degree 2 or 3 where it stands still: along the second derivative,
-    /// turned towards increasing parameter.
-    [[gnu::noinline]] void standingDirection(const Place &place, double (&direction)[Dimension], float *scratch) const
+    bool runsBack(int32_t span) const
     {
-        if constexpr (degree == 1)
-            return;
+        return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1);
+    }
 
-        for (int c = 0; c < Dimension; ++c)
-            direction[c] = derivative_.second(place.f, c);
-        int32_t current = spans().index(place.span, 1);
-        bool hasBefore = spans().index(place.span, 0) < current;
-        bool hasAfter = spans().index(place.span, 2) > current;
-        float *before = scratch;
-        float *after = scratch + Dimension;
-        Evaluator<Points, Dimension> evaluator(spline_);
-        // A loop, so that the whole of point() is compiled here once.
-        for (auto [parameter, result] :
-             {std::pair(hasBefore ? place.u - 1 : place.u, before), std::pair(hasAfter ? place.u + 1 : place.u, after)})
-            evaluator.point(parameter, result);
-        double advance = 0;
-        for (int c = 0; c < Dimension; ++c)
-            advance += direction[c] * (static_cast<double>(after[c]) - static_cast<double>(before[c]));
-        if (advance < 0)
-            for (double &component : direction)
-                component = -component;
+    [[gnu::cold, gnu::noinline]] Components<Pairs> standingDirection(const Place &place, float *scratch) const
+    {
+        double direction[4];
+        for (int c = 0; c < 4; ++c)
+            direction[c] = derivative_.current().second(place.f, c);
+        turnForward(spline_, spans(), place, direction, scratch);
+        Components<Pairs> result;
+        for (int p = 0; p < Pairs; ++p)
+            result.pair[p] = Pair{direction[2 * p], direction[2 * p + 1]};
+        return result;
     }
 
     const Spline1 *spline_;
-    Derivative<Points, Dimension> derivative_;
+    Derivative<Points, Pairs> derivative_;
     int32_t edge_ = noSpan;
-    float edgeTangent_[Dimension] = {};
+    Components<Pairs> edgeTangent_ = {};
 };
 
 } // namespace
 
+/// Works on differences to one control point: where all of a span coincide, the derivative is exactly 0.
+template<int Points, int Pairs>
+void Derivative<Points, Pairs>::load(int32_t span)
+{
+    span_ = span;
+    Components<Pairs> start;
+    Pair factor[degree][Pairs] = {};
+    spans_.template visit<Points, Pairs>(span, [&](int j, const Components<Pairs> &point) [[gnu::always_inline]] {
+        if (j == 0) {
+            start = point;
+            return;
+        }
+#pragma GCC unroll 2
+        for (int p = 0; p < Pairs; ++p) {
+            Pair difference = point.pair[p] - start.pair[p];
+#pragma GCC unroll 4
+            for (int r = 0; r < degree; ++r)
+                factor[r][p] += slope_[r][j] * difference;
+        }
+    });
+    for (int r = 0; r < degree; ++r)
+        for (int p = 0; p < Pairs; ++p)
+            current_.pair(firstRow + r, p) = factor[r][p];
+}
+
+template class Derivative<2, 1>;
+template class Derivative<2, 2>;
+template class Derivative<3, 1>;
+template class Derivative<3, 2>;
+template class Derivative<4, 1>;
+template class Derivative<4, 2>;
+
 void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, float *points)
 {
     InputValues parameters(spline, count, params, parameterEnd(spline));
-    forShape(spline, [&]<int Points, int Dimension>() {
-        Evaluator<Points, Dimension> evaluator(spline);
+    forShape(spline, [&]<int Points, int Pairs>() {
+        Evaluator<Points, Pairs> evaluator(spline);
         float *result = points;
-        for (int32_t i = 0; i < count; ++i, result += Dimension)
+        int32_t stride = spline->dimension;
+        for (int32_t i = 0; i < count; ++i, result += stride)
             evaluator.point(static_cast<double>(parameters[i]), result);
     });
 }
@@ -203,10 +229,11 @@ void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, f
 void evaluateTangents(const Spline1 *spline, int32_t count, const float *params, float *tangents, float *scratch)
 {
     InputValues parameters(spline, count, params, parameterEnd(spline));
-    forShape(spline, [&]<int Points, int Dimension>() {
-        Tangents<Points, Dimension> finder(spline);
+    forShape(spline, [&]<int Points, int Pairs>() {
+        Tangents<Points, Pairs> finder(spline);
         float *result = tangents;
-        for (int32_t i = 0; i < count; ++i, result += Dimension)
+        int32_t stride = spline->dimension;
+        for (int32_t i = 0; i < count; ++i, result += stride)
             finder.tangent(static_cast<double>(parameters[i]), result, scratch);
     });
 }
