@@ -31,6 +31,27 @@ unsigned char *slot(const Container *container, uint32_t number)
     return elementAt(container->storage, number, container->elementSize);
 }
 
+/// Copies an element into a slot, as the last thing that a call does.
+/// @return 0, which each of these containers has for success
+template<typename Container>
+[[gnu::always_inline]] inline uint32_t putElement(const Container *container, uint32_t number, const void *element)
+{
+    if (container->elementSize != wordSize)
+        return copyBytes(slot(container, number), element, container->elementSize);
+    copyWord(elementAt(container->storage, number, wordSize), element);
+    return 0;
+}
+
+/// Copies an element out of a slot, likewise.
+template<typename Container>
+[[gnu::always_inline]] inline uint32_t takeElement(const Container *container, uint32_t number, void *element)
+{
+    if (container->elementSize != wordSize)
+        return copyBytes(element, slot(container, number), container->elementSize);
+    copyWord(element, elementAt(container->storage, number, wordSize));
+    return 0;
+}
+
 /// Bytes of storage for a number of elements; never 0, because a heap may answer a request for nothing
 /// with null, or take it as a request to free.
 inline bool storageSize(size_t capacity, uint32_t elementSize, size_t &size)

@@ -60,19 +60,6 @@ PQStat checkIndex(const PQueue *queue, int32_t index)
     return index >= 0 && static_cast<uint32_t>(index) < queue->count ? PQ_OK : PQ_BAD_INDEX;
 }
 
-void copyOne(void *destination, const void *source, uint32_t elementSize)
-{
-    if (elementSize == general::wordSize)
-        general::copyWord(destination, source);
-    else
-        general::copyBytes(destination, source, elementSize);
-}
-
-void copyOut(const PQueue *queue, uint32_t number, void *element)
-{
-    copyOne(element, slot(queue, number), queue->elementSize);
-}
-
 } // namespace
 
 PQueue *PQCreate(uint32_t elementSize, PQCompare compare)
@@ -103,9 +90,8 @@ uint32_t PQAdd(PQueue *queue, const void *element)
     unsigned char *place = slot(queue, number);
     if (queue->count > number)
         general::moveUp(place + queue->elementSize, place, size_t{queue->count - number} * queue->elementSize);
-    copyOne(place, element, queue->elementSize);
     ++queue->count;
-    return PQ_OK;
+    return general::putElement(queue, number, element);
 }
 
 uint32_t PQRmv(PQueue *queue, void *element)
@@ -124,7 +110,7 @@ uint32_t PQRmvIndex(PQueue *queue, int32_t index, void *element)
     if (stat != PQ_OK)
         return stat;
 
-    copyOut(queue, static_cast<uint32_t>(index), element);
+    general::takeElement(queue, static_cast<uint32_t>(index), element);
     removeSlot(queue, static_cast<uint32_t>(index));
     return PQ_OK;
 }
@@ -154,8 +140,7 @@ uint32_t PQLook(const PQueue *queue, int32_t index, void *element)
     if (stat != PQ_OK)
         return stat;
 
-    copyOut(queue, static_cast<uint32_t>(index), element);
-    return PQ_OK;
+    return general::takeElement(queue, static_cast<uint32_t>(index), element);
 }
 
 uint32_t PQPeek(const PQueue *queue, int32_t index, void **element)

@@ -37,9 +37,11 @@ uint32_t slotOfIndex(const Queue *queue, uint32_t index)
     return index < untilEnd ? queue->head + index : index - untilEnd;
 }
 
-uint32_t slotAfter(const Queue *queue, uint32_t number)
+/// Takes the head or the tail one slot on.
+void advance(const Queue *queue, uint32_t &number)
 {
-    return number + 1 == queue->capacity ? 0 : number + 1;
+    if (++number == queue->capacity)
+        number = 0;
 }
 
 /// Moves count slots; source and destination may overlap.
@@ -81,27 +83,13 @@ void closeGap(Queue *queue, uint32_t gap)
 
 void dropOldest(Queue *queue)
 {
-    queue->head = slotAfter(queue, queue->head);
+    advance(queue, queue->head);
     --queue->count;
 }
 
-/// Appends an element of any size, growing the storage first if it is full.
-[[gnu::noinline]] QueStat append(Queue *queue, const void *element)
+[[gnu::noinline]] uint32_t growAndAdd(Queue *queue, const void *element)
 {
-    if (queue->count == queue->capacity && !grow(queue))
-        return QUE_NO_MEMORY;
-    general::copyBytes(slot(queue, queue->tail), element, queue->elementSize);
-    queue->tail = slotAfter(queue, queue->tail);
-    ++queue->count;
-    return QUE_OK;
-}
-
-/// Takes out the oldest element, of any size.
-[[gnu::noinline]] QueStat takeOldest(Queue *queue, void *element)
-{
-    general::copyBytes(element, slot(queue, queue->head), queue->elementSize);
-    dropOldest(queue);
-    return QUE_OK;
+    return grow(queue) ? QueAdd(queue, element) : uint32_t{QUE_NO_MEMORY};
 }
 
 /// What is wrong with reading the element at an index.
@@ -147,13 +135,13 @@ uint32_t QueAdd(Queue *queue, const void *element)
         return QUE_BAD_HANDLE;
     if (element == nullptr)
         return QUE_BAD_ARG;
-    if (queue->elementSize != general::wordSize || queue->count == queue->capacity)
-        return append(queue, element);
+    if (queue->count == queue->capacity)
+        return growAndAdd(queue, element);
 
-    general::copyWord(general::elementAt(queue->storage, queue->tail, general::wordSize), element);
-    queue->tail = slotAfter(queue, queue->tail);
+    uint32_t number = queue->tail;
+    advance(queue, queue->tail);
     ++queue->count;
-    return QUE_OK;
+    return general::putElement(queue, number, element);
 }
 
 uint32_t QueRmv(Queue *queue, void *element)
@@ -164,12 +152,10 @@ uint32_t QueRmv(Queue *queue, void *element)
         return QUE_EMPTY;
     if (element == nullptr)
         return QUE_BAD_ARG;
-    if (queue->elementSize != general::wordSize)
-        return takeOldest(queue, element);
 
-    general::copyWord(element, general::elementAt(queue->storage, queue->head, general::wordSize));
+    uint32_t number = queue->head;
     dropOldest(queue);
-    return QUE_OK;
+    return general::takeElement(queue, number, element);
 }
 
 uint32_t QueDel(Queue *queue)
@@ -202,8 +188,7 @@ uint32_t QueLook(const Queue *queue, uint32_t index, void *element)
     if (element == nullptr)
         return QUE_BAD_ARG;
 
-    general::copyBytes(element, slot(queue, slotOfIndex(queue, index)), queue->elementSize);
-    return QUE_OK;
+    return general::takeElement(queue, slotOfIndex(queue, index), element);
 }
 
 uint32_t QuePeek(const Queue *queue, uint32_t index, void **element)

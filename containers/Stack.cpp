@@ -25,22 +25,9 @@ namespace {
 
 using general::isLive;
 
-/// Pushes an element of any size, growing the storage first if it is full.
-[[gnu::noinline]] StackStat push(Stack *stack, const void *element)
+[[gnu::noinline]] uint32_t growAndAdd(Stack *stack, const void *element)
 {
-    if (stack->count == stack->capacity && !general::growStorage(stack))
-        return STACK_NO_MEMORY;
-    general::copyBytes(general::slot(stack, stack->count), element, stack->elementSize);
-    ++stack->count;
-    return STACK_OK;
-}
-
-/// Pops an element of any size.
-[[gnu::noinline]] StackStat pop(Stack *stack, void *element)
-{
-    --stack->count;
-    general::copyBytes(element, general::slot(stack, stack->count), stack->elementSize);
-    return STACK_OK;
+    return general::growStorage(stack) ? StackAdd(stack, element) : uint32_t{STACK_NO_MEMORY};
 }
 
 } // namespace
@@ -76,12 +63,12 @@ uint32_t StackAdd(Stack *stack, const void *element)
         return STACK_BAD_HANDLE;
     if (element == nullptr)
         return STACK_BAD_ARG;
-    if (stack->elementSize != general::wordSize || stack->count == stack->capacity)
-        return push(stack, element);
+    uint32_t number = stack->count;
+    if (number == stack->capacity)
+        return growAndAdd(stack, element);
 
-    general::copyWord(general::elementAt(stack->storage, stack->count, general::wordSize), element);
-    ++stack->count;
-    return STACK_OK;
+    stack->count = number + 1;
+    return general::putElement(stack, number, element);
 }
 
 uint32_t StackRmv(Stack *stack, void *element)
@@ -92,10 +79,8 @@ uint32_t StackRmv(Stack *stack, void *element)
         return STACK_EMPTY;
     if (element == nullptr)
         return STACK_BAD_ARG;
-    if (stack->elementSize != general::wordSize)
-        return pop(stack, element);
 
-    --stack->count;
-    general::copyWord(element, general::elementAt(stack->storage, stack->count, general::wordSize));
-    return STACK_OK;
+    uint32_t number = stack->count - 1;
+    stack->count = number;
+    return general::takeElement(stack, number, element);
 }
