@@ -11,6 +11,7 @@
 #define GENERAL_ACTION_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A registry. Opaque to callers.
 typedef struct Action Action;
@@ -75,5 +76,7 @@ GENERAL_API uint32_t GENERAL_CALL ActionDo(Action *action, void *first, void *se
 /// @param count   receives their number
 /// @return ACTION_OK, ACTION_BAD_HANDLE or ACTION_NO_ENTRY (count is null), looked for in that order
 GENERAL_API uint32_t GENERAL_CALL ActionCount(const Action *action, uint32_t *count);
+
+#include "general/names.h"
 
 #endif

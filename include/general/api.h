@@ -33,6 +33,13 @@
 #define GENERAL_API extern GENERAL_IMPORT_EXPORT
 #endif
 
+// The name that a type of the interface has: names.h tells when it is the longer one.
+#ifdef GENERAL_NO_GLOBAL_NAMES
+#define GENERAL_TYPE(name) general_##name
+#else
+#define GENERAL_TYPE(name) name
+#endif
+
 // Lets the compiler check the arguments of a function in the manner of printf.
 #ifdef __GNUC__
 #define GENERAL_PRINTF_LIKE(format, first) __attribute__((__format__(__printf__, format, first)))

@@ -14,6 +14,7 @@
 #define GENERAL_ARRAYLST_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// An array list. Opaque to callers.
 typedef struct ArrayLst ArrayLst;
@@ -138,5 +139,7 @@ GENERAL_API void GENERAL_CALL ArrayLstFree(void *array);
 /// @param stat  what a call returned
 /// @return a constant text; "arraylstStat unknown enum value" for any other number
 GENERAL_API const char *GENERAL_CALL ArrayLstStatStr(int32_t stat);
+
+#include "general/names.h"
 
 #endif

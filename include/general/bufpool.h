@@ -9,6 +9,7 @@
 #define GENERAL_BUFPOOL_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A pool. Opaque to callers.
 typedef struct BufPool BufPool;
@@ -49,5 +50,7 @@ GENERAL_API int32_t GENERAL_CALL BufPoolAvail(const BufPool *pool);
 /// @param maximumSize  the new limit in bytes
 /// @return 0; -1 if the pool is not live
 GENERAL_API int32_t GENERAL_CALL BufPoolResetMaxSize(BufPool *pool, uint32_t maximumSize);
+
+#include "general/names.h"
 
 #endif

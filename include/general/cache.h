@@ -11,6 +11,7 @@
 #define GENERAL_CACHE_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A cache. Opaque to callers.
 typedef struct Cache Cache;
@@ -78,5 +79,7 @@ GENERAL_API uint32_t GENERAL_CALL CacheRemove(Cache *cache, const void *key, int
 /// @param cache  a live cache
 /// @return CACHE_OK or CACHE_BAD_HANDLE
 GENERAL_API uint32_t GENERAL_CALL CacheDelete(Cache *cache);
+
+#include "general/names.h"
 
 #endif

@@ -11,6 +11,7 @@
 #define GENERAL_CBUF_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A buffer. Opaque to callers.
 typedef struct CBuf CBuf;
@@ -121,5 +122,7 @@ GENERAL_API uint32_t GENERAL_CALL CBufSetQuantum(CBuf *buffer, uint32_t quantum)
 /// @param stat  what a call returned
 /// @return a constant text; "Bad cbufStat value" for any other number
 GENERAL_API const char *GENERAL_CALL CBufStatStr(int32_t stat);
+
+#include "general/names.h"
 
 #endif

@@ -20,6 +20,7 @@
 #define GENERAL_CHRONO_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A stopwatch, owned by the caller.
 typedef struct ChronoRec {
@@ -103,5 +104,7 @@ GENERAL_API int32_t GENERAL_CALL elapsed(const char *label);
 /// tick in seconds.
 /// @param label  null for no line
 GENERAL_API void GENERAL_CALL time_stamp(const char *label);
+
+#include "general/names.h"
 
 #endif

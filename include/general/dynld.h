@@ -14,6 +14,7 @@
 #define GENERAL_DYNLD_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// Outcome of DynLd.
 typedef enum DynLdStat {
@@ -45,5 +46,7 @@ GENERAL_API const char *GENERAL_CALL DynLdErr(void);
 /// The platform's file extension for dynamic libraries.
 /// @return "dll"
 GENERAL_API const char *GENERAL_CALL DynLdExt(void);
+
+#include "general/names.h"
 
 #endif

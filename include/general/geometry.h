@@ -21,6 +21,7 @@
 #define GENERAL_GEOMETRY_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// Two numbers are equal when their difference is smaller than this.
 #define GEOMETRY_TOLERANCE 1e-5
@@ -226,5 +227,7 @@ GENERAL_API void GENERAL_CALL T4_add_T4(const T4 a, const T4 b, T4 out);
 /// @param a,b  the operands, left and right
 /// @param out  receives the result; may be an operand itself
 GENERAL_API void GENERAL_CALL T4_subtract_T4(const T4 a, const T4 b, T4 out);
+
+#include "general/names.h"
 
 #endif

@@ -19,6 +19,7 @@
 #define GENERAL_GLOB_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// What GlobCheck finds.
 typedef enum GlobStat {
@@ -64,5 +65,7 @@ GENERAL_API int GENERAL_CALL GlobEval(const char *string, const char *pattern);
 /// @param status  what a call returned
 /// @return a constant text, never null; "<unknown status>" for a number that is no GlobStat
 GENERAL_API const char *GENERAL_CALL GlobError(int status);
+
+#include "general/names.h"
 
 #endif

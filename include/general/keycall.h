@@ -9,6 +9,7 @@
 #define GENERAL_KEYCALL_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A registry. Opaque to callers.
 typedef struct KeyCall KeyCall;
@@ -76,5 +77,7 @@ GENERAL_API uint32_t GENERAL_CALL KeyCallGet(const KeyCall *registry, uint32_t k
 /// @return KEYCALL_OK, KEYCALL_BAD_HANDLE or KEYCALL_NO_ENTRY (also for a negative index)
 GENERAL_API uint32_t GENERAL_CALL KeyCallGetI(const KeyCall *registry, int32_t index, uint32_t *key, void **callback,
                                               void **data);
+
+#include "general/names.h"
 
 #endif

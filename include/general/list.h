@@ -20,6 +20,7 @@
 #define GENERAL_LIST_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// The two links that every node begins with.
 typedef struct ListNode {
@@ -70,5 +71,7 @@ GENERAL_API void GENERAL_CALL ListInsert(ListNode *position, ListNode *node);
 /// is checked.
 /// @param node  a node that is on a list
 GENERAL_API void GENERAL_CALL ListRmvItem(ListNode *node);
+
+#include "general/names.h"
 
 #endif

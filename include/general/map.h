@@ -9,6 +9,7 @@
 #define GENERAL_MAP_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A map. Opaque to callers.
 typedef struct Map Map;
@@ -81,5 +82,7 @@ GENERAL_API uint32_t GENERAL_CALL MapNext(const Map *map, uint32_t currentKey, u
 /// @param map  a live map
 /// @return the count; 0 if the map is null or not live
 GENERAL_API int32_t GENERAL_CALL MapSize(const Map *map);
+
+#include "general/names.h"
 
 #endif

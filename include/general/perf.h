@@ -17,6 +17,7 @@
 #define GENERAL_PERF_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// The segment's magic while its records are valid (bytes 6D 76 68 53); 0 before and after.
 #define PERF_MAGIC 0x5368766Du
@@ -91,5 +92,7 @@ GENERAL_API int GENERAL_CALL PerfApplyDelta(uint32_t id, uint32_t delta);
 /// Withdraws the segment: clears its magic, then closes it. Readers that hold it open keep it.
 /// @return not 0 when the system closed the segment; 0 when it did not, or when there is no segment
 GENERAL_API int GENERAL_CALL PerfShutdown(void);
+
+#include "general/names.h"
 
 #endif

@@ -12,14 +12,15 @@
 #define GENERAL_PQUEUE_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A priority queue. Opaque to callers.
 typedef struct PQueue PQueue;
 
 /// Orders two elements. A negative result puts the new element before the queued one, so a
 /// comparison that is negative when its first argument is the smaller one hands out the largest
-/// element first. It must not call into the queue that it is called by, nor leave by longjmp or an
-/// exception.
+/// element first. `added` is the address that PQAdd was given. It must not call into the queue that it is
+/// called by, nor leave by longjmp or an exception.
 typedef int(GENERAL_CALL *PQCompare)(const void *queued, const void *added);
 
 /// Outcome of every priority queue call. After any but PQ_OK the queue is unchanged.
@@ -93,5 +94,7 @@ GENERAL_API uint32_t GENERAL_CALL PQLook(const PQueue *queue, int32_t index, voi
 ///                 not change its place in the order
 /// @return PQ_OK, PQ_BAD_HANDLE or PQ_BAD_INDEX
 GENERAL_API uint32_t GENERAL_CALL PQPeek(const PQueue *queue, int32_t index, void **element);
+
+#include "general/names.h"
 
 #endif

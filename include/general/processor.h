@@ -11,6 +11,7 @@
 #define GENERAL_PROCESSOR_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// What KuCPUCount finds.
 typedef enum KuCountStatus {
@@ -111,5 +112,7 @@ GENERAL_API const char *GENERAL_CALL KuGet3LevelSubIDStr(void);
 /// @param milliseconds  how long to measure, at least 1; hundreds give a steady figure
 /// @return kHz; 0 when milliseconds is 0 or when there is no timer or no time-stamp counter
 GENERAL_API uint64_t GENERAL_CALL Kucpuid_frequency(unsigned milliseconds);
+
+#include "general/names.h"
 
 #endif

@@ -9,6 +9,7 @@
 #define GENERAL_QUEUE_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A queue. Opaque to callers.
 typedef struct Queue Queue;
@@ -81,5 +82,7 @@ GENERAL_API uint32_t GENERAL_CALL QueLook(const Queue *queue, uint32_t index, vo
 /// @return QUE_OK, QUE_BAD_HANDLE, QUE_EMPTY or QUE_BAD_ARG (index not below the count, or element
 ///         is null), looked for in that order
 GENERAL_API uint32_t GENERAL_CALL QuePeek(const Queue *queue, uint32_t index, void **element);
+
+#include "general/names.h"
 
 #endif

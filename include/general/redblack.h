@@ -36,6 +36,7 @@
 #define GENERAL_REDBLACK_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A tree's head, one of its leaves, or an internal node. Opaque to callers.
 typedef struct RbNode RbNode;
@@ -176,5 +177,7 @@ GENERAL_API int32_t GENERAL_CALL RbPrintTree(const RbNode *node, int32_t indent)
 /// @param indent  spaces in front of the node's line
 /// @return what the last printf returned
 GENERAL_API int32_t GENERAL_CALL RbPrintTreeI(const RbNode *node, int32_t indent);
+
+#include "general/names.h"
 
 #endif

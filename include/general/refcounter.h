@@ -8,6 +8,7 @@
 #define GENERAL_REFCOUNTER_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A counter. Opaque to callers.
 typedef struct RefCounter RefCounter;
@@ -40,5 +41,7 @@ GENERAL_API RefCounter *GENERAL_CALL RefCounterAddReference(RefCounter *counter)
 /// Drops one reference. With the last one the callback runs, once, and then the counter is freed.
 /// @param counter  a live counter
 GENERAL_API void GENERAL_CALL RefCounterReleaseReference(RefCounter *counter);
+
+#include "general/names.h"
 
 #endif

@@ -35,6 +35,7 @@
 #define GENERAL_SHMQUEUE_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A listener, or one end of a connection. Opaque to callers and private to a process.
 typedef struct ShmQueue ShmQueue;
@@ -187,5 +188,7 @@ GENERAL_API uint32_t GENERAL_CALL ShmQueueEnumEvents(ShmQueue *queue, uint32_t *
 /// @param queue  a live connection or listener
 /// @return the event's HANDLE, or null for null or a handle that is not live
 GENERAL_API void *GENERAL_CALL ShmQueueGetEvent(const ShmQueue *queue);
+
+#include "general/names.h"
 
 #endif

@@ -38,6 +38,7 @@
 #define GENERAL_SPLINE_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A spline object. Opaque to callers.
 typedef struct Spline1 Spline1;
@@ -362,5 +363,7 @@ GENERAL_API uint32_t GENERAL_CALL Spline1DDecimate(const Spline1 *spline, int32_
 /// @return as Spline1DDecimate
 GENERAL_API uint32_t GENERAL_CALL Spline1CDecimate(const Spline1 *spline, int32_t inCount, const SplineCoord *inRecords,
                                                    int32_t outCount, SplineCoord *outRecords);
+
+#include "general/names.h"
 
 #endif

@@ -8,6 +8,7 @@
 #define GENERAL_STACK_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A stack. Opaque to callers.
 typedef struct Stack Stack;
@@ -51,5 +52,7 @@ GENERAL_API uint32_t GENERAL_CALL StackAdd(Stack *stack, const void *element);
 /// @return STACK_OK, STACK_BAD_HANDLE, STACK_EMPTY or STACK_BAD_ARG (element is null), looked for
 ///         in that order
 GENERAL_API uint32_t GENERAL_CALL StackRmv(Stack *stack, void *element);
+
+#include "general/names.h"
 
 #endif

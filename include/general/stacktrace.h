@@ -14,6 +14,7 @@
 #define GENERAL_STACKTRACE_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// One frame of a stack trace.
 typedef struct QVSTraceEntry {
@@ -78,5 +79,7 @@ GENERAL_API void GENERAL_CALL QVSfreeStackTraceWithSyms(QVSTraceEntry *entries, 
 /// Tells whether the image-help library can be used. It is looked for once per process.
 /// @return 1 or 0
 GENERAL_API int GENERAL_CALL QVScheckDbgHelpDll(void);
+
+#include "general/names.h"
 
 #endif

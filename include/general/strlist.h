@@ -9,6 +9,7 @@
 #define GENERAL_STRLIST_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A list. Its fields are read, and changed by these functions only.
 typedef struct StrList {
@@ -38,5 +39,7 @@ GENERAL_API char *GENERAL_CALL StrListAppend(StrList *list, const char *string);
 /// Frees the buffer and sets every field to zero.
 /// @param list  an initialised record
 GENERAL_API void GENERAL_CALL StrListDestroy(StrList *list);
+
+#include "general/names.h"
 
 #endif

@@ -7,6 +7,7 @@
 #define GENERAL_VSTR_H
 
 #include "general/api.h"
+#include "general/names.h"
 
 /// A variable string. Opaque to callers.
 typedef struct Vstr Vstr;
@@ -54,5 +55,7 @@ GENERAL_API uint32_t GENERAL_CALL VstrGet(const Vstr *string, char **text);
 ///                string; not null
 /// @return VSTR_OK or VSTR_BAD_HANDLE
 GENERAL_API uint32_t GENERAL_CALL VstrLength(const Vstr *string, int32_t *length);
+
+#include "general/names.h"
 
 #endif
