@@ -1,18 +1,12 @@
 /* Stands in for the mail command qvsmail, for the demo and for tests: no mail leaves the machine. Writes its
-   arguments, a line each, and then the body into the file that QVSMAIL_RECORD names. With QVSMAIL_SLEEP it
-   only sleeps for so many milliseconds. */
+   arguments, a line each, and then the body into the file that QVSMAIL_RECORD names. */
 
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <windows.h>
 
 int main(int argc, char **argv)
 {
-    if (getenv("QVSMAIL_SLEEP")) {
-        Sleep((DWORD)atoi(getenv("QVSMAIL_SLEEP")));
-        return 0;
-    }
     if (argc != 7 || !getenv("QVSMAIL_RECORD")) {
         fputs("usage: qvsmail -t RECIPIENTS -s SUBJECT -b BODY_FILE, with QVSMAIL_RECORD set\n", stderr);
         return 2;

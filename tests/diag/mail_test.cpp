@@ -17,12 +17,11 @@ namespace {
 using namespace test_support;
 using testing::ElementsAre;
 
-/// A folder of its own for temporary files, and stand-ins in front of what they stand for.
+/// A folder of its own for temporary files, and a stand-in in front of the mail library.
 struct Mail : testing::Test {
     Mail()
     {
         SetDllDirectoryA((home + "\\standins").c_str());
-        _putenv_s("PATH", (home + "\\standins;" + std::getenv("PATH")).c_str());
         _putenv_s("TMP", folder.c_str());
         CreateDirectoryA(folder.c_str(), nullptr);
     }
@@ -55,14 +54,14 @@ TEST_F(Mail, WithoutABodyNothingIsSentAndNothingKept)
     QVSMailTo("x");
     QVSMailSubject("y");
     QVSMailAttachment("z");
-    EXPECT_TRUE(QVSMailClose(1) == 1 && QVSMailClose(0) == 1);
+    EXPECT_EQ(QVSMailClose(1) + QVSMailClose(0), 2);
     EXPECT_EQ(watch.liveBlocks(), 0);
-    EXPECT_TRUE(QVSMailPrint(nullptr) + QVSMailAttachment(nullptr) == 0 && QVSMailPrint("%s", "") == 1);
-    EXPECT_EQ(QVSMailClose(0), 0) << "the recipients are gone";
-    EXPECT_THAT(events.take(), logs("QVSMailClose: there are no recipients"));
-    EXPECT_TRUE(QVSMailTo("  ") == 1 && QVSMailPrint("x") == 1);
-    EXPECT_EQ(QVSMailClose(1), 0) << "the command would take its -s for them";
-    EXPECT_THAT(events.take(), logs("QVSMailClose: there are no recipients"));
+    EXPECT_EQ(QVSMailPrint(nullptr) + QVSMailAttachment(nullptr), 0);
+    for (const char *none : {static_cast<const char *>(nullptr), "  "}) { // the command would take its -s for them
+        EXPECT_EQ(QVSMailTo(none) + QVSMailPrint("%s", ""), 2);
+        EXPECT_EQ(QVSMailClose(none != nullptr), 0);
+        EXPECT_THAT(events.take(), logs("QVSMailClose: there are no recipients"));
+    }
 }
 
 std::string startedLine; ///< what CreateProcessA was handed
@@ -71,8 +70,11 @@ TEST_F(Mail, CommandLineCannotBeBrokenOutOf)
 {
     auto refuse = winapi([](LPCSTR, LPSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL inherit, DWORD flags,
                             LPVOID, LPCSTR, LPSTARTUPINFOA startup, LPPROCESS_INFORMATION) -> BOOL {
-        EXPECT_TRUE(inherit && flags == (CREATE_NEW_CONSOLE | CREATE_DEFAULT_ERROR_MODE));
-        EXPECT_TRUE((startup->dwFlags & STARTF_USESHOWWINDOW) != 0 && startup->wShowWindow == SW_HIDE);
+        EXPECT_EQ(inherit, TRUE);
+        EXPECT_EQ(flags, DWORD{CREATE_NEW_CONSOLE | CREATE_DEFAULT_ERROR_MODE});
+        EXPECT_EQ(startup->cb, sizeof *startup);
+        EXPECT_EQ(startup->dwFlags, DWORD{STARTF_USESHOWWINDOW});
+        EXPECT_EQ(startup->wShowWindow, SW_HIDE);
         return SetLastError(ERROR_FILE_NOT_FOUND), startedLine = line, FALSE;
     });
     ImportHook hook("CreateProcessA", refuse);
@@ -108,17 +110,56 @@ TEST_F(Mail, CommandLineCannotBeBrokenOutOf)
     }
 }
 
-TEST_F(Mail, CommandThatTakesTooLongLosesTheMessage)
+DWORD waitResult;
+
+TEST_F(Mail, CommandIsWaitedForFiveSeconds)
 {
-    _putenv_s("QVSMAIL_SLEEP", "6000");
+    auto start = winapi([](LPCSTR, LPSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID, LPCSTR,
+                           LPSTARTUPINFOA, LPPROCESS_INFORMATION started) -> BOOL {
+        for (HANDLE *handle : {&started->hProcess, &started->hThread})
+            *handle = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+        return TRUE;
+    });
+    auto wait = winapi([](HANDLE, DWORD milliseconds) {
+        EXPECT_EQ(milliseconds, 5000u);
+        return SetLastError(ERROR_ACCESS_DENIED), waitResult;
+    });
+    ImportHook starting("CreateProcessA", start), waiting("WaitForSingleObject", wait);
+    FailingImport<decltype(CloseHandle)> close("CloseHandle", FALSE, 0);
+    EXPECT_THAT(closed(1), ElementsAre());
+    EXPECT_EQ(result, 1);
+    waitResult = WAIT_TIMEOUT;
     EXPECT_THAT(closed(1), logs("WaitForSingleObject failed with error <", WAIT_TIMEOUT));
     EXPECT_EQ(result, 0);
-    _putenv_s("QVSMAIL_SLEEP", "1");
-    FailingImport<decltype(WaitForSingleObject)> wait("WaitForSingleObject", WAIT_FAILED, 1, ERROR_ACCESS_DENIED);
-    FailingImport<decltype(CloseHandle)> close("CloseHandle", FALSE, 0);
+    waitResult = WAIT_FAILED;
     EXPECT_THAT(closed(1), logs("WaitForSingleObject failed with error <", ERROR_ACCESS_DENIED));
-    EXPECT_EQ(close.calls(), 2);
-    _putenv_s("QVSMAIL_SLEEP", "");
+    EXPECT_EQ(close.calls(), 6);
+}
+
+std::vector<std::string> temporaryNames; ///< that the runtime hands out, and the last again and again
+size_t namesAsked;
+
+TEST_F(Mail, BodyTakesNoFileThatIsThere)
+{
+    auto handOut = +[](const char *, const char *) {
+        return _strdup(temporaryNames[std::min(namesAsked++, temporaryNames.size() - 1)].c_str());
+    };
+    ImportHook names("_tempnam", handOut);
+    std::ofstream(file) << "another's";
+    const struct {
+        std::vector<std::string> names;
+        int result;
+        size_t asked;
+    } rows[] = {{{file, file, folder + "\\new"}, 1, 3}, {{file}, 0, 100}, {{folder + "\\nowhere\\new"}, 0, 1}};
+    for (const auto &row : rows) {
+        temporaryNames = row.names, namesAsked = 0;
+        EXPECT_EQ(QVSMailPrint("x"), row.result);
+        EXPECT_EQ(namesAsked, row.asked);
+        QVSMailClose(0);
+    }
+    std::string text;
+    std::getline(std::ifstream(file), text);
+    EXPECT_EQ(text, "another's");
 }
 
 TEST_F(Mail, SimpleMapi)
@@ -163,7 +204,9 @@ TEST_F(Mail, SimpleMapi)
     for (const std::string what : {"message of 4", "recipient list of 72", "files of 24"}) {
         HeapWatch watch(++allocation);
         EXPECT_THAT(closed(0, [] { QVSMailAttachment("f"); }), logs("malloc() for " + what + " bytes failed"));
-        EXPECT_TRUE(watch.liveBlocks() == 0 && result == 0 && std::string(seen) == "nothing");
+        EXPECT_EQ(watch.liveBlocks(), 0);
+        EXPECT_EQ(result, 0);
+        EXPECT_STREQ(seen, "nothing");
     }
 }
 
@@ -193,11 +236,16 @@ TEST_F(Mail, BodyFilesAreCopiedWholeOrReported)
     fails("_fdopen", noStream, "QVSMailPrint failed");
     fails("fread", shortRead, "read/write of file " + file + " failed (4 bytes read)");
     fails("fwrite", shortWrite, "read/write of file " + file + " failed (5 bytes read)");
-    ImportHook status("_fstati64", fourGigabytes);
-    EXPECT_THAT(closed(0), logs("a message of 4294967295 bytes is too long for Simple MAPI"));
-    ImportHook flush("fflush", noFlush);
-    for (int viaCommand : {0, 1})
-        EXPECT_THAT(closed(viaCommand), logs("fflush() of message failed"));
+    auto sendingFails = [&](const char *import, auto *replacement, int viaCommand, const std::string &text) {
+        ImportHook hook(import, replacement);
+        EXPECT_THAT(closed(viaCommand), logs(text));
+        EXPECT_EQ(result, 0);
+    };
+    sendingFails("_fstati64", noStatus, 0, "fstat() of message failed");
+    sendingFails("_fstati64", fourGigabytes, 0, "a message of 4294967295 bytes is too long for Simple MAPI");
+    sendingFails("fread", shortRead, 0, "fread() of message failed after 5 bytes");
+    sendingFails("fflush", noFlush, 0, "fflush() of message failed");
+    sendingFails("fflush", noFlush, 1, "fflush() of message failed");
 }
 
 TEST_F(Mail, ExhaustedMemoryLosesTheMessageOnly)
