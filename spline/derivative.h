@@ -93,11 +93,11 @@ private:
     SpanDerivative current_ = {};
 };
 
-extern template class Derivative<2, 1>;
-extern template class Derivative<2, 2>;
-extern template class Derivative<3, 1>;
-extern template class Derivative<3, 2>;
-extern template class Derivative<4, 1>;
-extern template class Derivative<4, 2>;
+extern template void Derivative<2, 1>::load(int32_t span);
+extern template void Derivative<2, 2>::load(int32_t span);
+extern template void Derivative<3, 1>::load(int32_t span);
+extern template void Derivative<3, 2>::load(int32_t span);
+extern template void Derivative<4, 1>::load(int32_t span);
+extern template void Derivative<4, 2>::load(int32_t span);
 
 } // namespace general::spline

@@ -61,7 +61,7 @@ public:
     }
 
     /// The number of control point j of a span.
-    int32_t index(int32_t span, int32_t j) const
+    [[gnu::always_inline]] int32_t index(int32_t span, int32_t j) const
     {
         int32_t number = firstNumber(span) + j;
         return number >= 0 && number < count_ ? number : wrapped(number);

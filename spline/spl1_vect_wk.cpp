@@ -23,6 +23,9 @@ public:
                 rows_[r].pair[p] = Pair{basis.row[r][2 * p], basis.row[r][2 * p + 1]};
     }
 
+    /// Floats of a result.
+    int32_t stride() const { return spans_.template stride<Pairs>(); }
+
     [[gnu::always_inline]] void point(double parameter, float *result)
     {
         Place place = spans_.locate(parameter);
@@ -119,6 +122,9 @@ class Tangents {
 public:
     explicit Tangents(const Spline1 *spline) : spline_(spline), derivative_(spline) {}
 
+    /// Floats of a result.
+    int32_t stride() const { return spans().template stride<Pairs>(); }
+
     /// @param scratch  room for two points; not used for degree 1
     [[gnu::always_inline]] void tangent(double parameter, float *result, float *scratch)
     {
@@ -207,12 +213,12 @@ void Derivative<Points, Pairs>::load(int32_t span)
             current_.pair(firstRow + r, p) = factor[r][p];
 }
 
-template class Derivative<2, 1>;
-template class Derivative<2, 2>;
-template class Derivative<3, 1>;
-template class Derivative<3, 2>;
-template class Derivative<4, 1>;
-template class Derivative<4, 2>;
+template void Derivative<2, 1>::load(int32_t span);
+template void Derivative<2, 2>::load(int32_t span);
+template void Derivative<3, 1>::load(int32_t span);
+template void Derivative<3, 2>::load(int32_t span);
+template void Derivative<4, 1>::load(int32_t span);
+template void Derivative<4, 2>::load(int32_t span);
 
 void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, float *points)
 {
@@ -220,8 +226,7 @@ void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, f
     forShape(spline, [&]<int Points, int Pairs>() {
         Evaluator<Points, Pairs> evaluator(spline);
         float *result = points;
-        int32_t stride = spline->dimension;
-        for (int32_t i = 0; i < count; ++i, result += stride)
+        for (int32_t i = 0; i < count; ++i, result += evaluator.stride())
             evaluator.point(static_cast<double>(parameters[i]), result);
     });
 }
@@ -232,8 +237,7 @@ void evaluateTangents(const Spline1 *spline, int32_t count, const float *params,
     forShape(spline, [&]<int Points, int Pairs>() {
         Tangents<Points, Pairs> finder(spline);
         float *result = tangents;
-        int32_t stride = spline->dimension;
-        for (int32_t i = 0; i < count; ++i, result += stride)
+        for (int32_t i = 0; i < count; ++i, result += finder.stride())
             finder.tangent(static_cast<double>(parameters[i]), result, scratch);
     });
 }
