@@ -21,97 +21,44 @@ int checkSubtree(RbNode *node, RbNode *parent, std::vector<RbNode *> &leaves)
     EXPECT_EQ(node->parent, parent);
     EXPECT_EQ(node->isRoot(), parent->isHead());
     if (!node->isInternal()) {
-        EXPECT_TRUE(node->isLeaf() && !node->isRed());
+        EXPECT_TRUE(node->isLeaf());
+        EXPECT_FALSE(node->isRed());
         leaves.push_back(node);
         return 1;
     }
     auto [left, right] = node->child;
-    EXPECT_TRUE(left->side() == RB_LEFT && right->side() == RB_RIGHT);
+    EXPECT_EQ(left->side(), RB_LEFT);
+    EXPECT_EQ(right->side(), RB_RIGHT);
     EXPECT_FALSE(node->isRed() && (left->isRed() || right->isRed()));
     int black = checkSubtree(left, node, leaves);
     size_t middle = leaves.size();
     EXPECT_EQ(checkSubtree(right, node, leaves), black) << "unequal black counts";
-    EXPECT_TRUE(node->leafLeft == leaves[middle - 1] && node->leafRight == leaves[middle]) << "wrong separator";
+    EXPECT_EQ(node->leafLeft, leaves[middle - 1]);
+    EXPECT_EQ(node->leafRight, leaves[middle]);
     return black + (node->isRed() ? 0 : 1);
 }
 
-// One flavour of keys each: how a number becomes a key, the order, and the functions under test.
-
-int32_t integer(const void *key)
-{
-    return static_cast<int32_t>(reinterpret_cast<intptr_t>(key));
-}
-
-struct IntegerKeys {
-    static const void *key(uint32_t number) // over the whole range: the differences of two overflow
-    {
-        return reinterpret_cast<const void *>(number * 7150000);
-    }
-    static bool precedes(const void *left, const void *right) { return integer(left) < integer(right); }
-    static RbNode *find(RbNode *tree, const void *key, int32_t *found)
-    {
-        return RbFindKeyI_n(tree, integer(key), found);
-    }
-    static RbNode *find(RbNode *tree, const void *key) { return RbFindKeyI(tree, integer(key)); }
-    static RbNode *exact(RbNode *tree, const void *key) { return RbExactI(tree, integer(key)); }
-};
-
-struct StringKeys {
-    static const void *key(uint32_t number)
-    {
-        static std::map<uint32_t, std::string> texts; // keys are the caller's to keep
-        std::string &text = texts[number];
-        for (uint32_t rest = text.empty() ? number : 0; rest > 0; rest /= 3)
-            text += "a\x7F\xE9"[rest % 3]; // many shared prefixes; bytes past 127 come last
-        return text.c_str();
-    }
-    static const char *text(const void *key) { return static_cast<const char *>(key); }
-    static bool precedes(const void *left, const void *right) { return std::strcmp(text(left), text(right)) < 0; }
-    static RbNode *find(RbNode *tree, const void *key, int32_t *found) { return RbFindKey_n(tree, text(key), found); }
-    static RbNode *find(RbNode *tree, const void *key) { return RbFindKey(tree, text(key)); }
-    static RbNode *exact(RbNode *tree, const void *key) { return RbExact(tree, text(key)); }
-};
-
-struct CallersKeys : IntegerKeys {
-    static bool precedes(const void *left, const void *right) { return integer(left) > integer(right); }
-    static int compare(const void *searched, const void *present)
-    {
-        return precedes(searched, present) ? -1 : precedes(present, searched);
-    }
-    static RbNode *find(RbNode *tree, const void *key, int32_t *found)
-    {
-        return RbFindKeyG_n(tree, key, compare, found);
-    }
-    static RbNode *find(RbNode *tree, const void *key) { return RbFindKeyG(tree, key, compare); }
-    static RbNode *exact(RbNode *tree, const void *key) { return RbExactG(tree, key, compare); }
-};
-
 // Equal keys come in as well: any of them may be found, and a new one goes before it.
-template<typename Keys>
 void drive(test_support::HeapWatch &watch, int steps, RbNode *tree)
 {
     std::mt19937 random(7);
-    std::multimap<const void *, RbNode *, bool (*)(const void *, const void *)> model(&Keys::precedes);
+    std::multimap<int32_t, RbNode *> model;
     for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
         SCOPED_TRACE(step);
-        const void *key = Keys::key(random() % 600);
+        auto key = static_cast<int32_t>(random() % 600 * 7150000); // the differences of two overflow
         int32_t found = -1;
-        RbNode *position = Keys::find(tree, key, &found);
+        RbNode *position = RbFindKeyI_n(tree, key, &found);
         auto [place, behind] = model.equal_range(key);
         EXPECT_EQ(found, place != behind);
         while (place != behind && place->second != position)
             ++place;
         EXPECT_EQ(position, place == model.end() ? tree : place->second);
-        EXPECT_EQ(Keys::find(tree, key), position);
-        EXPECT_EQ(Keys::exact(tree, key), found != 0 ? position : nullptr);
         bool filling = (step / 400) % 2 == 0;
         int blocks = watch.liveBlocks();
         if (found == 0 ? filling || random() % 4 == 0 : random() % 8 == 0) {
-            RbNode *leaf = RbInsert_a(&position, key, &model);
-            bool failed = watch.justFailed();
-            EXPECT_EQ(leaf == nullptr, failed);
-            EXPECT_EQ(watch.liveBlocks() - blocks, failed ? 0 : model.empty() ? 1 : 2);
-            EXPECT_TRUE(failed || (RbVal(leaf) == &model && RbKey(leaf) == key && RbKeyI(leaf) == integer(key)));
+            RbNode *leaf = RbInsert_a(&position, reinterpret_cast<void *>(key), &model);
+            EXPECT_EQ(leaf == nullptr, watch.justFailed());
+            EXPECT_EQ(watch.liveBlocks() - blocks, leaf == nullptr ? 0 : model.empty() ? 1 : 2);
             if (leaf != nullptr)
                 model.emplace_hint(place, key, leaf);
         } else if (found != 0 && (!filling || random() % 4 == 0)) {
@@ -122,24 +69,56 @@ void drive(test_support::HeapWatch &watch, int steps, RbNode *tree)
         if (RbEmpty(tree) == 0)
             checkSubtree(tree->parent, tree, leaves);
         ASSERT_EQ(leaves.size(), model.size());
-        auto entry = model.begin();
-        RbNode *previous = nullptr;
-        for (RbNode *leaf : leaves) {
-            EXPECT_EQ(leaf, entry++->second);
-            EXPECT_EQ(RbPrev(leaf), previous);
-            EXPECT_EQ(previous == nullptr ? RbFirst(tree) : RbNext(previous), leaf);
-            previous = leaf;
+        RbNode *previous = nullptr, *leaf = RbFirst(tree);
+        for (auto [itsKey, node] : model) {
+            EXPECT_EQ(leaf, node);
+            EXPECT_EQ(RbPrev(node), previous);
+            EXPECT_EQ(std::pair(RbKeyI(node), RbVal(node)), std::pair(itsKey, static_cast<void *>(&model)));
+            previous = node;
+            leaf = RbNext(node);
         }
+        EXPECT_EQ(leaf, nullptr);
         EXPECT_EQ(RbLast(tree), previous);
-        EXPECT_EQ(previous == nullptr ? RbFirst(tree) : RbNext(previous), nullptr);
-        EXPECT_EQ(tree->parent == tree, leaves.empty());
     }
 }
 
 TEST(RedBlack, BehavesAsAMultimapUnderRandomInsertsAndDeletes)
 {
-    for (auto *keys : {drive<IntegerKeys>, drive<StringKeys>, drive<CallersKeys>})
-        test_support::runTraffic(30, 4000, RbCreate, RbDestroy, keys);
+    test_support::runTraffic(30, 4000, RbCreate, RbDestroy, drive);
+}
+
+/// Inserts all keys but the last, from behind, and looks for each.
+/// @param keys   in their order
+/// @param order  the caller's, if the functions take one
+template<typename Key>
+void expectOrder(const std::vector<Key> &keys, auto findTelling, auto find, auto exact, auto... order)
+{
+    RbNode *tree = RbCreate();
+    for (size_t i = keys.size() - 1; i-- > 0;)
+        RbInsert_b(find(tree, keys[i], order...), (const void *)keys[i], nullptr);
+    RbNode *leaf = RbFirst(tree);
+    for (Key key : keys) {
+        int32_t found = -1;
+        RbNode *position = findTelling(tree, key, order..., &found);
+        EXPECT_EQ(found, leaf != nullptr);
+        EXPECT_EQ(position, found != 0 ? leaf : tree);
+        EXPECT_EQ(position, find(tree, key, order...));
+        EXPECT_EQ(leaf, exact(tree, key, order...));
+        leaf = found != 0 ? RbNext(leaf) : nullptr;
+    }
+    EXPECT_EQ(RbKey(RbLast(tree)), (const void *)keys[keys.size() - 2]);
+    RbDestroy(tree);
+}
+
+TEST(RedBlack, OrdersKeysAsTextsAsIntegersAndAsTheCallerSays)
+{
+    auto descending = [](const void *searched, const void *present) {
+        return searched < present ? 1 : -(searched > present);
+    };
+    const char *digits = "9876";
+    expectOrder<const char *>({"", "a", "aa", "a\x7F", "a\xE9", "b"}, RbFindKey_n, RbFindKey, RbExact);
+    expectOrder<int32_t>({INT32_MIN, -1, 0, 1, INT32_MAX}, RbFindKeyI_n, RbFindKeyI, RbExactI);
+    expectOrder<const void *>({digits + 2, digits + 1, digits}, RbFindKeyG_n, RbFindKeyG, RbExactG, +descending);
 }
 
 TEST(RedBlack, RefusesNodesOfTheWrongKind)
@@ -148,9 +127,7 @@ TEST(RedBlack, RefusesNodesOfTheWrongKind)
     for (int32_t key : {2, 4, 6})
         RbInsert_b(RbFindKeyI(tree, key), reinterpret_cast<void *>(key), nullptr);
     RbNode *leaf = RbFirst(tree);
-    EXPECT_TRUE(RbNext(tree) == leaf && RbPrev(tree) == RbLast(tree)); // given a head, the ends of the order
-    auto precedesAll = [](const void *, const void *) { return -1; };
-    EXPECT_EQ(RbFindKeyG(tree, nullptr, precedesAll), leaf) << "the sign is that of the key searched for";
+    EXPECT_EQ(std::pair(RbNext(tree), RbPrev(tree)), std::pair(leaf, RbLast(tree))) << "the ends of the order";
     int32_t found = -1;
     for (RbNode *none : {RbFindKeyI_n(leaf, 2, &found), RbExactI(leaf, 2), RbFirst(leaf), RbLast(leaf)})
         EXPECT_EQ(none, nullptr);
@@ -163,7 +140,8 @@ TEST(RedBlack, RefusesNodesOfTheWrongKind)
     expectEach(2, {RbPlength(leaf), RbNblack(leaf), RbNblack(RbLast(tree)), RbPlength(RbLast(tree)) - 1});
     RbNode *redChild = tree->parent->child[RB_RIGHT]; // over 4 and 6
     RbDeleteNode(leaf);
-    EXPECT_TRUE(tree->parent == redChild && redChild->isRed()) << "the root keeps its colour";
+    EXPECT_EQ(tree->parent, redChild);
+    EXPECT_TRUE(redChild->isRed()) << "the root keeps its colour";
     RbDestroy(tree);
 }
 

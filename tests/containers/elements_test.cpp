@@ -108,7 +108,8 @@ void drive(const Calls<Handle, Index> &calls, GoesBefore goesBefore, uint32_t si
         }
         uint32_t count = 7777;
         ASSERT_EQ(calls.length(handle, &count), 0u);
-        ASSERT_TRUE(count == model.size() && fieldOf(handle, calls.capacityField) == capacity);
+        ASSERT_EQ(count, model.size());
+        ASSERT_EQ(fieldOf(handle, calls.capacityField), capacity);
         for (int32_t i = -1; calls.look != nullptr && i <= static_cast<int32_t>(count); ++i) {
             std::string looked = blank;
             void *peeked = nullptr;

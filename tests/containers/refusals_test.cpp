@@ -14,8 +14,7 @@
 
 namespace {
 
-using test_support::expectEach;
-using test_support::expectRefusal;
+using namespace test_support;
 
 TEST(Containers, RefuseForeignHandles)
 {
@@ -43,30 +42,27 @@ TEST(ArrayLst, ZeroesItsOutputsAlsoForForeignHandles)
                     ArrayLstGetKeys(none, &out[5], &arrays[0]), ArrayLstGetObjs(none, &out[6], &arrays[1]),
                     ArrayLstFirst(none, &out[7], &out[8]), ArrayLstNext(none, &out[9], &out[9]),
                     ArrayLstLast(none, &out[9], &out[9])});
-        EXPECT_TRUE(arrays[0] == nullptr && arrays[1] == nullptr);
+        EXPECT_EQ(arrays[0], nullptr);
+        EXPECT_EQ(arrays[1], nullptr);
         EXPECT_EQ(std::count(std::begin(out), std::end(out), 0u), 10);
     }
 }
 
 TEST(Containers, HaveAMagicThatDestructionClearsButForTheArrayLists)
 {
-    test_support::HeapWatch watch;
-    auto check = [&](uint32_t magic, auto *handle, auto destroy, size_t field = 0) {
-        EXPECT_EQ(test_support::fieldOf(handle, field), magic);
-        destroy(handle);
-        EXPECT_EQ(watch.wordOfLastFreedBlock(field), magic == 0x0004676C ? magic : 0);
-    };
-    check(0x0004676C, ArrayLstCreate(), ArrayLstDestroy);
-    check(0x4C697374, ListMake(9), ListDestroy, 4);
-    check(0x4D415020, MapCreate(4), MapDestroy);
-    check(0x50517565, PQCreate(4, nullptr), PQDestroy);
-    check(0x51756531, QueCreate(4), QueDestroy);
-    check(0x53746131, StackCreate(4), StackDestroy);
+    HeapWatch watch;
+    expectMagic(0x0004676C, watch, ArrayLstCreate(), ArrayLstDestroy, 0x0004676C);
+    expectMagic(0x4C697374, watch, ListMake(9), ListDestroy, 0, 4);
+    expectMagic(0x4D415020, watch, MapCreate(4), MapDestroy);
+    expectMagic(0x50517565, watch, PQCreate(4, nullptr), PQDestroy);
+    expectMagic(0x51756531, watch, QueCreate(4), QueDestroy);
+    expectMagic(0x53746131, watch, StackCreate(4), StackDestroy);
 }
 
 TEST(QueueAndStack, ReportEmptinessBeforeNullPointers)
 {
-    EXPECT_TRUE(QueCreate(0) == nullptr && StackCreate(0) == nullptr);
+    EXPECT_EQ(QueCreate(0), nullptr);
+    EXPECT_EQ(StackCreate(0), nullptr);
     Queue *queue = QueCreate(4);
     Stack *stack = StackCreate(4);
     for (int64_t stat : {QUE_EMPTY, QUE_BAD_ARG}) {
@@ -81,10 +77,10 @@ TEST(QueueAndStack, ReportEmptinessBeforeNullPointers)
 
 TEST(ArrayLst, NamesItsResults)
 {
-    test_support::expectNames(ArrayLstStatStr,
-                              {"ARRAYLST_OK", "ARRAYLST_BAD_MALLOC", "ARRAYLST_EMPTY", "ARRAYLST_INVALID_ARGS",
-                               "ARRAYLST_NO_SUCH_KEY", "ARRAYLST_NO_SUCH_LST", "ARRAYLST_NO_SUCH_OBJ"},
-                              "arraylstStat unknown enum value");
+    expectNames(ArrayLstStatStr,
+                {"ARRAYLST_OK", "ARRAYLST_BAD_MALLOC", "ARRAYLST_EMPTY", "ARRAYLST_INVALID_ARGS",
+                 "ARRAYLST_NO_SUCH_KEY", "ARRAYLST_NO_SUCH_LST", "ARRAYLST_NO_SUCH_OBJ"},
+                "arraylstStat unknown enum value");
 }
 
 } // namespace

@@ -75,4 +75,13 @@ uint32_t &fieldOf(Handle *handle, size_t number)
     return reinterpret_cast<uint32_t *>(handle)[number];
 }
 
+/// Expects a handle's magic in a field, and what its destruction leaves there.
+template<typename Handle, typename Destroy>
+void expectMagic(uint32_t magic, HeapWatch &watch, Handle *handle, Destroy destroy, uint32_t left = 0, size_t field = 0)
+{
+    EXPECT_EQ(fieldOf(handle, field), magic);
+    destroy(handle);
+    EXPECT_EQ(watch.wordOfLastFreedBlock(field), left) << "of the magic " << magic;
+}
+
 } // namespace test_support

@@ -1,126 +1,107 @@
 #include "tests/support/heap_watch.h"
-#include "tests/support/fault_count.h"
-#include "tests/support/heap_watch_record.h"
 
-#include <malloc.h>
+#include "tests/support/fault_count.h"
+#ifdef _WIN32
+#include "tests/support/import_hook.h"
+#endif
 
 #include <algorithm>
-#include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
+
+extern "C" {
+#ifdef _WIN32
+// The DLL's imports are hooked.
+constexpr auto *__real_malloc = &std::malloc;
+constexpr auto *__real_calloc = &std::calloc;
+constexpr auto *__real_realloc = &std::realloc;
+constexpr auto *__real_free = &std::free;
+#else
+// The test programs are linked with --wrap, which gives the four functions these names.
+void *__real_malloc(std::size_t size);
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_realloc(void *block, std::size_t size);
+void __real_free(void *block);
+#endif
+
+void *__wrap_malloc(std::size_t size)
+{
+    return test_support::HeapWatch::allocate(size, nullptr, [=] { return __real_malloc(size); });
+}
+
+void *__wrap_calloc(std::size_t count, std::size_t size)
+{
+    return test_support::HeapWatch::allocate(count * size, nullptr, [=] { return __real_calloc(count, size); });
+}
+
+void *__wrap_realloc(void *block, std::size_t size)
+{
+    return test_support::HeapWatch::allocate(size, block, [=] { return __real_realloc(block, size); });
+}
+
+void __wrap_free(void *block)
+{
+    test_support::HeapWatch::release(block);
+    __real_free(block);
+}
+}
 
 namespace test_support {
 
-/// What is caught while a watch lives. Fixed tables, so that watching the heap never uses it.
-struct HeapRecord {
-    static constexpr std::uintptr_t emptyPlace = 0;
-    static constexpr std::uintptr_t removedPlace = 1;
-    static constexpr std::size_t places = 1 << 16;
+static std::mutex lock; // the library frees in threads too
 
-    HeapWatch::Counts *counts; ///< null: no watch lives
-    int failingAllocation;
-    std::uintptr_t blocks[places]; ///< open-addressed set of the blocks obtained
-
-    static std::size_t firstPlace(const void *block) { return (reinterpret_cast<std::uintptr_t>(block) >> 3) % places; }
-
-    void begin(HeapWatch::Counts &watched, int failing)
-    {
-        std::memset(blocks, 0, sizeof blocks);
-        failingAllocation = failing;
-        counts = &watched;
-    }
-
-    bool nextFails(std::size_t size)
-    {
-        if (counts == nullptr)
-            return false;
-        counts->lastSize = size;
-        if (++counts->allocations != failingAllocation)
-            return false;
-        counts->failed = counts->failedUnasked = true;
-        return true;
-    }
-
-    void *obtained(void *block)
-    {
-        if (counts == nullptr || block == nullptr)
-            return block;
-        std::size_t place = firstPlace(block);
-        while (blocks[place] > removedPlace)
-            place = (place + 1) % places;
-        blocks[place] = reinterpret_cast<std::uintptr_t>(block);
-        ++counts->liveBlocks;
-        return block;
-    }
-
-    bool released(const void *block)
-    {
-        if (counts == nullptr || block == nullptr)
-            return false;
-        for (std::size_t place = firstPlace(block); blocks[place] != emptyPlace; place = (place + 1) % places)
-            if (blocks[place] == reinterpret_cast<std::uintptr_t>(block)) {
-                blocks[place] = removedPlace;
-                --counts->liveBlocks;
-                return true;
-            }
-        return false;
-    }
-
-    void keepFirstWords(void *block)
-    {
+struct HeapWatch::Hooks {
 #ifdef _WIN32
-        std::size_t size = _msize(block);
-#else
-        std::size_t size = malloc_usable_size(block);
+    ImportHook mallocHook{"malloc", __wrap_malloc};
+    ImportHook callocHook{"calloc", __wrap_calloc};
+    ImportHook reallocHook{"realloc", __wrap_realloc};
+    ImportHook freeHook{"free", __wrap_free};
 #endif
-        std::memset(counts->lastFreed, 0, sizeof counts->lastFreed);
-        std::memcpy(counts->lastFreed, block, std::min(size, sizeof counts->lastFreed));
-    }
 };
 
-static HeapRecord record;
-
-HeapWatch::HeapWatch(int failingAllocation)
+HeapWatch::HeapWatch(int failingAllocation) : failingAllocation_(failingAllocation), hooks_(std::make_shared<Hooks>())
 {
-    record.begin(counts_, failingAllocation);
-    catchHeapCalls();
+    active_ = this;
 }
 
 HeapWatch::~HeapWatch()
 {
-    releaseHeapCalls();
-    record.counts = nullptr;
+    hooks_.reset();
+    active_ = nullptr;
     if (failed())
         countFault("allocations_failed");
 }
 
-void *watchedMalloc(std::size_t size, MallocFunction *real)
+void *HeapWatch::allocate(std::size_t size, void *former, const std::function<void *()> &real)
 {
-    return record.nextFails(size) ? nullptr : record.obtained(real(size));
-}
-
-void *watchedCalloc(std::size_t count, std::size_t size, CallocFunction *real)
-{
-    return record.nextFails(count * size) ? nullptr : record.obtained(real(count, size));
-}
-
-void *watchedRealloc(void *block, std::size_t size, ReallocFunction *real)
-{
-    if (record.nextFails(size))
+    if (active_ == nullptr)
+        return real();
+    std::lock_guard guard(lock);
+    active_->lastSize_ = size;
+    if (++active_->allocations_ == active_->failingAllocation_) {
+        active_->failedUnasked_ = true;
         return nullptr;
-    bool wasWatched = record.released(block);
-    void *moved = real(block, size);
-    if (moved != nullptr)
-        return record.obtained(moved);
-    if (wasWatched && size != 0)
-        record.obtained(block);
-    return nullptr;
+    }
+    void *block = real();
+    if (block != nullptr || size == 0) // of nothing, a reallocation frees
+        active_->sizes_.erase(former);
+    if (block != nullptr)
+        active_->sizes_[block] = size;
+    return block;
 }
 
-void watchedFree(void *block, FreeFunction *real)
+void HeapWatch::release(void *block)
 {
-    if (record.released(block))
-        record.keepFirstWords(block);
-    real(block);
+    if (active_ == nullptr)
+        return;
+    std::lock_guard guard(lock);
+    auto found = active_->sizes_.find(block);
+    if (found == active_->sizes_.end())
+        return;
+    std::memset(active_->lastFreed_, 0, sizeof active_->lastFreed_);
+    std::memcpy(active_->lastFreed_, block, std::min(found->second, sizeof active_->lastFreed_));
+    active_->sizes_.erase(found);
 }
 
 } // namespace test_support

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <map>
+#include <memory>
 #include <utility>
 
 namespace test_support {
@@ -23,29 +25,36 @@ public:
     HeapWatch &operator=(const HeapWatch &) = delete;
 
     /// Allocations asked for since the watch began, the failed one included.
-    int allocations() const { return counts_.allocations; }
+    int allocations() const { return allocations_; }
     /// Blocks obtained since the watch began that have not been freed.
-    int liveBlocks() const { return counts_.liveBlocks; }
+    int liveBlocks() const { return static_cast<int>(sizes_.size()); }
     /// Bytes asked for by the last malloc, calloc or realloc.
-    std::size_t lastSize() const { return counts_.lastSize; }
+    std::size_t lastSize() const { return lastSize_; }
     /// Whether the chosen allocation has been made to fail.
-    bool failed() const { return counts_.failed; }
+    bool failed() const { return failingAllocation_ > 0 && allocations_ >= failingAllocation_; }
     /// Whether the chosen allocation has failed since this was last asked.
-    bool justFailed() { return std::exchange(counts_.failedUnasked, false); }
+    bool justFailed() { return std::exchange(failedUnasked_, false); }
     /// A word of the last block freed, as it stood then; one of the first eight. 0 beyond its end.
-    unsigned wordOfLastFreedBlock(std::size_t index = 0) const { return counts_.lastFreed[index]; }
+    unsigned wordOfLastFreedBlock(std::size_t index = 0) const { return lastFreed_[index]; }
+
+    /// What an allocation of the library's goes through.
+    /// @param former  the block that is reallocated, or null
+    /// @param real    does what was asked for
+    static void *allocate(std::size_t size, void *former, const std::function<void *()> &real);
+    /// The library is about to free a block.
+    static void release(void *block);
 
 private:
-    friend struct HeapRecord;
-    struct Counts {
-        int allocations = 0;
-        int liveBlocks = 0;
-        std::size_t lastSize = 0;
-        bool failed = false;
-        bool failedUnasked = false;
-        unsigned lastFreed[8] = {};
-    };
-    Counts counts_;
+    struct Hooks;
+
+    static inline HeapWatch *active_; ///< null: no watch lives
+    const int failingAllocation_;
+    int allocations_ = 0;
+    std::size_t lastSize_ = 0;
+    bool failedUnasked_ = false;
+    std::map<void *, std::size_t> sizes_; ///< of the live blocks
+    unsigned lastFreed_[8] = {};
+    std::shared_ptr<Hooks> hooks_;
 };
 
 /// Runs a scenario with its first allocation failing, then with its second, and so on until one
@@ -56,22 +65,17 @@ private:
 /// @return how many allocations were made to fail
 inline int failEachAllocation(const std::function<void(HeapWatch &watch)> &scenario)
 {
-    constexpr int tooMany = 10000;
-    for (int failing = 1; failing < tooMany; ++failing) {
+    for (int failing = 1; !testing::Test::HasFailure(); ++failing) {
+        SCOPED_TRACE("allocation " + std::to_string(failing) + " failing");
         HeapWatch watch(failing);
         scenario(watch);
-        EXPECT_EQ(watch.liveBlocks(), 0) << "leaked with allocation " << failing << " failing";
-        if (!watch.failed()) {
-            EXPECT_GT(failing, 1) << "the scenario allocates nothing";
-            return failing - 1;
-        }
-        if (testing::Test::HasFailure()) {
-            ADD_FAILURE() << "with allocation " << failing << " failing";
-            return failing;
-        }
+        EXPECT_EQ(watch.liveBlocks(), 0) << "leaked";
+        if (watch.failed())
+            continue;
+        EXPECT_GT(failing, 1) << "the scenario allocates nothing";
+        return failing - 1;
     }
-    ADD_FAILURE() << "the scenario never runs through";
-    return tooMany;
+    return 0;
 }
 
 } // namespace test_support
