@@ -16,10 +16,10 @@
 /// A cache. Opaque to callers.
 typedef struct Cache Cache;
 
-/// Makes the value for a key. It may access and finish other keys of the same cache, but none that is
-/// being made itself, and must neither remove keys nor delete the cache. A maker that has no value to
-/// give leaves null: the access then succeeds with null, which is cached as any other value is. Give it
-/// up by CacheRemove to have the next access try again.
+/// Makes the value for a key. It may access, finish and remove other keys of the same cache, but none that
+/// is being made itself, and must not delete the cache. A maker that has no value to give leaves null: the
+/// access then succeeds with null, which is cached as any other value is. Give it up by CacheRemove to have
+/// the next access try again.
 /// @param key       the cache's own copy of the key
 /// @param length    its length in bytes
 /// @param value     receives the value; null until it is written

@@ -14,6 +14,8 @@
 #endif
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <iterator>
 #include <type_traits>
 #include <utility>
@@ -125,8 +127,8 @@ private:
 /// after release(): calls on an empty owner answer as the C functions do to null, and may not be made where the C
 /// functions do not check.
 ///
-/// Traits has Type, what the handle points to, and `static Status destroy(Type *)`, whose Status is void where the
-/// C function returns nothing.
+/// Traits has Type, what the handle points to, and `static Destroyed destroy(Type *)`, which gives a Result, true for
+/// success where the family has no enumeration, or nothing where the C function returns nothing.
 template<typename Traits>
 class Owner {
 public:
@@ -164,7 +166,9 @@ public:
         if constexpr (std::is_void_v<Destroyed>) {
             Owner(std::move(*this));
         } else {
-            Destroyed destroyed = handle_ != nullptr ? Traits::destroy(handle_) : Destroyed(0);
+            // Nothing to destroy is success: 0 among results, true among truths.
+            constexpr bool success = std::is_same_v<Destroyed, bool>;
+            Destroyed destroyed = handle_ != nullptr ? Traits::destroy(handle_) : Destroyed(success);
             if (destroyed)
                 handle_ = nullptr;
             return destroyed;
@@ -234,6 +238,48 @@ Owned check(Owned owner)
 
 /// @cond
 namespace detail {
+
+/// Whether a comparison of two T is known not to throw; what the standard library does to numbers is not marked so.
+template<typename Compare, typename T>
+inline constexpr bool neverThrows =
+    !GENERAL_EXCEPTIONS || std::is_nothrow_invocable_v<Compare, const T &, const T &> ||
+    (std::is_arithmetic_v<T> && (std::is_same_v<Compare, std::less<T>> || std::is_same_v<Compare, std::greater<T>>));
+
+/// Whether a container of 32-bit values can keep a T in one.
+template<typename T>
+inline constexpr bool isWord = (std::is_pointer_v<T> || std::is_integral_v<T> || std::is_enum_v<T>)&&sizeof(T) <=
+                               sizeof(std::uint32_t);
+
+template<typename T>
+std::uintptr_t toWord(T value) noexcept
+{
+    static_assert(isWord<T>, "what is kept is a pointer, or a number or enumeration of at most 32 bits");
+    if constexpr (std::is_pointer_v<T>)
+        return reinterpret_cast<std::uintptr_t>(value);
+    else
+        return static_cast<std::uintptr_t>(value);
+}
+template<typename T>
+T fromWord(std::uintptr_t word) noexcept
+{
+    if constexpr (std::is_pointer_v<T>)
+        return reinterpret_cast<T>(word);
+    else
+        return static_cast<T>(word);
+}
+
+/// What the standard library asks of an iterator that gives values.
+template<typename Value>
+struct ValueIterator {
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Value;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = Value;
+};
+
+/// The end of a loop over what tells itself when it is over.
+struct End {};
 
 /// Carries an exception of a user's function across the C call that called it: the function that the library
 /// calls makes the user's call through guard(), and whoever called the library calls rethrow() afterwards.

@@ -4,6 +4,12 @@
 #ifndef GENERAL_GENERAL_HPP
 #define GENERAL_GENERAL_HPP
 
+#include "general/buffers.hpp"
+#include "general/cache.hpp"
+#include "general/list.hpp"
+#include "general/map.hpp"
 #include "general/queue.hpp"
+#include "general/registry.hpp"
+#include "general/tree.hpp"
 
 #endif

@@ -14,7 +14,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <functional>
 
 namespace general {
 
@@ -32,105 +31,116 @@ namespace detail {
 
 struct QueueTraits {
     using Type = c::Queue;
-    static Result<c::QueStat> destroy(Type *queue) { return Result<c::QueStat>(QueDestroy(queue)); }
+    using Status = c::QueStat;
+    static Result<Status> destroy(Type *queue) { return Result<Status>(QueDestroy(queue)); }
+    static uint32_t add(Type *queue, const void *element) { return QueAdd(queue, element); }
+    static uint32_t remove(Type *queue, void *element) { return QueRmv(queue, element); }
+    static uint32_t length(const Type *queue, uint32_t *length) { return QueLength(queue, length); }
+    static uint32_t discard(Type *queue) { return QueDel(queue); }
+    static uint32_t erase(Type *queue, uint32_t index) { return QueDelIndex(queue, index); }
+    static uint32_t peek(Type *queue, uint32_t index, void **element) { return QuePeek(queue, index, element); }
 };
 struct StackTraits {
     using Type = c::Stack;
-    static Result<c::StackStat> destroy(Type *stack) { return Result<c::StackStat>(StackDestroy(stack)); }
+    using Status = c::StackStat;
+    static Result<Status> destroy(Type *stack) { return Result<Status>(StackDestroy(stack)); }
+    static uint32_t add(Type *stack, const void *element) { return StackAdd(stack, element); }
+    static uint32_t remove(Type *stack, void *element) { return StackRmv(stack, element); }
+    static uint32_t length(const Type *stack, uint32_t *length) { return StackLength(stack, length); }
 };
 struct PriorityQueueTraits {
     using Type = c::PQueue;
-    static Result<c::PQStat> destroy(Type *queue) { return Result<c::PQStat>(PQDestroy(queue)); }
+    using Status = c::PQStat;
+    static Result<Status> destroy(Type *queue) { return Result<Status>(PQDestroy(queue)); }
+    static uint32_t add(Type *queue, const void *element) { return PQAdd(queue, element); }
+    static uint32_t remove(Type *queue, void *element) { return PQRmv(queue, element); }
+    static uint32_t length(const Type *queue, uint32_t *length) { return PQLength(queue, length); }
+    static uint32_t discard(Type *queue) { return PQDel(queue); }
+    static uint32_t erase(Type *queue, uint32_t index) { return PQDelIndex(queue, static_cast<int32_t>(index)); }
+    static uint32_t peek(Type *queue, uint32_t index, void **element)
+    {
+        return PQPeek(queue, static_cast<int32_t>(index), element);
+    }
 };
-
-/// Whether a comparison of two T is known not to throw; what the standard library does to numbers is not marked so.
-template<typename Compare, typename T>
-inline constexpr bool neverThrows =
-    !GENERAL_EXCEPTIONS || std::is_nothrow_invocable_v<Compare, const T &, const T &> ||
-    (std::is_arithmetic_v<T> && (std::is_same_v<Compare, std::less<T>> || std::is_same_v<Compare, std::greater<T>>));
 
 } // namespace detail
 /// @endcond
 
-/// First-in, first-out queue: `Que...`.
-template<typename T>
-class Queue : public Owner<detail::QueueTraits> {
+/// What queue, stack and priority queue have: `QueAdd`, `StackAdd`, `PQAdd` and so on.
+template<typename T, typename Traits>
+class Elements : public Owner<Traits> {
     static_assert(std::is_trivially_copyable_v<T>, "elements are copied byte by byte");
 
 public:
-    using Result = general::Result<c::QueStat>;
-    using Outcome = general::Outcome<T, c::QueStat>;
+    using Result = general::Result<typename Traits::Status>;
+    using Outcome = general::Outcome<T, typename Traits::Status>;
+    using Owner<Traits>::Owner;
 
-    /// QueCreate. Empty if memory is exhausted.
-    Queue() noexcept : Owner(adopt, QueCreate(sizeof(T))) {}
-    /// Takes over a queue of elements of this size.
-    Queue(Adopt, c::Queue *queue) noexcept : Owner(adopt, queue) {}
-
-    /// QueAdd: appends a copy of an element.
-    Result push(const T &element) noexcept { return Result(QueAdd(get(), &element)); }
-    /// QueRmv: removes the oldest element and hands it out.
-    Result pop(T &element) noexcept { return Result(QueRmv(get(), &element)); }
-    /// QueRmv, for elements that can be made without one.
+    /// `Add`: queues a copy of an element, or puts it on top.
+    Result push(const T &element) noexcept { return Result(Traits::add(this->get(), &element)); }
+    /// `Rmv`: removes the next element and hands it out.
+    Result pop(T &element) noexcept { return Result(Traits::remove(this->get(), &element)); }
+    /// `Rmv`, for elements that can be made without one.
     Outcome pop() noexcept
     {
-        return Outcome([this](T *element) { return QueRmv(get(), element); });
+        return Outcome([this](T *element) { return Traits::remove(this->get(), element); });
     }
-    /// QueDel: removes the oldest element.
-    Result discard() noexcept { return Result(QueDel(get())); }
-    /// QueDelIndex: removes the element at an index.
-    Result erase(uint32_t index) noexcept { return Result(QueDelIndex(get(), index)); }
-    /// QuePeek: the element at an index, 0 the oldest, until the queue next changes; null if there is none.
-    T *peek(uint32_t index) const noexcept
-    {
-        void *element = nullptr;
-        QuePeek(get(), index, &element);
-        return static_cast<T *>(element);
-    }
-    /// QuePeek: the oldest element; null if there is none.
-    T *front() const noexcept { return peek(0); }
-    /// QueLength.
+    /// `Length`; 0 for an empty owner.
     uint32_t size() const noexcept
     {
         uint32_t length = 0;
-        QueLength(get(), &length);
+        Traits::length(this->get(), &length);
         return length;
     }
-    /// Whether nothing is queued.
+    /// Whether there is no element.
     bool empty() const noexcept { return size() == 0; }
+};
+
+/// What queue and priority queue have besides. Index 0 is the element that comes out next.
+template<typename T, typename Traits>
+class IndexedElements : public Elements<T, Traits> {
+public:
+    using typename Elements<T, Traits>::Result;
+    using Elements<T, Traits>::Elements;
+
+    /// `Del`: removes the next element.
+    Result discard() noexcept { return Result(Traits::discard(this->get())); }
+    /// `DelIndex`: removes the element at an index.
+    Result erase(uint32_t index) noexcept { return Result(Traits::erase(this->get(), index)); }
+    /// `Peek`: the element at an index, until the queue next changes; null if there is none. What is written to it
+    /// must not change its place in the order.
+    T *peek(uint32_t index) const noexcept
+    {
+        void *element = nullptr;
+        Traits::peek(this->get(), index, &element);
+        return static_cast<T *>(element);
+    }
+};
+
+/// First-in, first-out queue: `Que...`.
+template<typename T>
+class Queue : public IndexedElements<T, detail::QueueTraits> {
+    using Base = IndexedElements<T, detail::QueueTraits>;
+
+public:
+    /// QueCreate. Empty if memory is exhausted.
+    Queue() noexcept : Base(adopt, QueCreate(sizeof(T))) {}
+    /// Takes over a queue of elements of this size.
+    Queue(Adopt, c::Queue *queue) noexcept : Base(adopt, queue) {}
+    /// QuePeek: the oldest element; null if there is none.
+    T *front() const noexcept { return this->peek(0); }
 };
 
 /// Last-in, first-out stack: `Stack...`.
 template<typename T>
-class Stack : public Owner<detail::StackTraits> {
-    static_assert(std::is_trivially_copyable_v<T>, "elements are copied byte by byte");
+class Stack : public Elements<T, detail::StackTraits> {
+    using Base = Elements<T, detail::StackTraits>;
 
 public:
-    using Result = general::Result<c::StackStat>;
-    using Outcome = general::Outcome<T, c::StackStat>;
-
     /// StackCreate. Empty if memory is exhausted.
-    Stack() noexcept : Owner(adopt, StackCreate(sizeof(T))) {}
+    Stack() noexcept : Base(adopt, StackCreate(sizeof(T))) {}
     /// Takes over a stack of elements of this size.
-    Stack(Adopt, c::Stack *stack) noexcept : Owner(adopt, stack) {}
-
-    /// StackAdd: puts a copy of an element on top.
-    Result push(const T &element) noexcept { return Result(StackAdd(get(), &element)); }
-    /// StackRmv: takes the newest element off and hands it out.
-    Result pop(T &element) noexcept { return Result(StackRmv(get(), &element)); }
-    /// StackRmv, for elements that can be made without one.
-    Outcome pop() noexcept
-    {
-        return Outcome([this](T *element) { return StackRmv(get(), element); });
-    }
-    /// StackLength.
-    uint32_t size() const noexcept
-    {
-        uint32_t length = 0;
-        StackLength(get(), &length);
-        return length;
-    }
-    /// Whether the stack holds nothing.
-    bool empty() const noexcept { return size() == 0; }
+    Stack(Adopt, c::Stack *stack) noexcept : Base(adopt, stack) {}
 };
 
 /// Priority queue: `PQ...`. As in std::priority_queue the largest element comes out first, and with std::greater the
@@ -139,69 +149,40 @@ public:
 /// Less is a function object without state. What it throws comes out of push(), which then has added nothing; one
 /// that is `noexcept` saves push() the care.
 template<typename T, typename Less = std::less<T>>
-class PriorityQueue : public Owner<detail::PriorityQueueTraits> {
-    static_assert(std::is_trivially_copyable_v<T>, "elements are copied byte by byte");
+class PriorityQueue : public IndexedElements<T, detail::PriorityQueueTraits> {
     static_assert(std::is_empty_v<Less> && std::is_default_constructible_v<Less>, "a comparison has no state");
+    using Base = IndexedElements<T, detail::PriorityQueueTraits>;
 
 public:
-    using Result = general::Result<c::PQStat>;
-    using Outcome = general::Outcome<T, c::PQStat>;
+    using typename Base::Result;
 
     /// PQCreate. Empty if memory is exhausted.
-    PriorityQueue() noexcept : Owner(adopt, PQCreate(sizeof(T), compare)) {}
+    PriorityQueue() noexcept : Base(adopt, PQCreate(sizeof(T), compare)) {}
     /// Takes over a queue of elements of this size, with its own order.
-    PriorityQueue(Adopt, c::PQueue *queue) noexcept : Owner(adopt, queue) {}
+    PriorityQueue(Adopt, c::PQueue *queue) noexcept : Base(adopt, queue) {}
 
     /// PQAdd: queues a copy of an element, behind those of equal priority.
     Result push(const T &element) noexcept(detail::neverThrows<Less, T>)
     {
         if constexpr (detail::neverThrows<Less, T>) {
-            return Result(PQAdd(get(), &element));
+            return Base::push(element);
         } else {
             Added added{element, {}};
-            Result result(PQAdd(get(), &added));
+            Result result(PQAdd(this->get(), &added));
             if (added.carrier.holds()) {
-                // Where it does not know better, the comparison says that the new element goes behind the queued
-                // one: no element of these bytes is further behind.
-                uint32_t index = size();
-                while (std::memcmp(peek(--index), &element, sizeof element) != 0) {
+                // From then on the comparison put the new element behind the queued ones: none of the same bytes is
+                // further behind.
+                uint32_t index = this->size();
+                while (std::memcmp(this->peek(--index), &element, sizeof element) != 0) {
                 }
-                erase(index).ignore();
+                this->erase(index).ignore();
                 added.carrier.rethrow();
             }
             return result;
         }
     }
-    /// PQRmv: removes the first element and hands it out.
-    Result pop(T &element) noexcept { return Result(PQRmv(get(), &element)); }
-    /// PQRmv, for elements that can be made without one.
-    Outcome pop() noexcept
-    {
-        return Outcome([this](T *element) { return PQRmv(get(), element); });
-    }
-    /// PQDel: removes the first element.
-    Result discard() noexcept { return Result(PQDel(get())); }
-    /// PQDelIndex: removes the element at an index.
-    Result erase(uint32_t index) noexcept { return Result(PQDelIndex(get(), static_cast<int32_t>(index))); }
-    /// PQPeek: the element at an index, 0 the next to come out, until the queue next changes; null if there is none.
-    /// Writing to it must not change its place in the order.
-    T *peek(uint32_t index) const noexcept
-    {
-        void *element = nullptr;
-        PQPeek(get(), static_cast<int32_t>(index), &element);
-        return static_cast<T *>(element);
-    }
     /// PQPeek: the next element to come out, as for std::priority_queue; null if there is none.
-    T *top() const noexcept { return peek(0); }
-    /// PQLength.
-    uint32_t size() const noexcept
-    {
-        uint32_t length = 0;
-        PQLength(get(), &length);
-        return length;
-    }
-    /// Whether nothing is queued.
-    bool empty() const noexcept { return size() == 0; }
+    T *top() const noexcept { return this->peek(0); }
 
 private:
     struct Added {

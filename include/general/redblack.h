@@ -42,7 +42,7 @@
 typedef struct RbNode RbNode;
 
 /// Orders opaque keys: negative, 0 or positive as searchKey comes before, equals or follows nodeKey. It
-/// must not change the tree that is searched.
+/// must not change the tree that is searched, and has to return: not by longjmp, nor by an exception.
 typedef int(GENERAL_CALL *RbCompare)(const void *searchKey, const void *nodeKey);
 
 /// Makes an empty tree.
