@@ -1,33 +1,23 @@
-#include "tests/ipc/processes.h"
 #include "tests/ipc/raw_peer.h"
 #include "tests/support/fresh_library.h"
 #include "tests/support/import_hook.h"
 
 #include <atomic>
-#include <thread>
 
 using namespace ipc_test;
 using namespace test_support;
 
 namespace {
 
-bool isSet(HANDLE event, DWORD timeout = 0)
-{
-    return WaitForSingleObject(event, timeout) == WAIT_OBJECT_0;
-}
-
-std::string reply(uint32_t number, uint32_t capacity)
-{
-    const uint32_t words[] = {number, capacity};
-    return {reinterpret_cast<const char *>(words), sizeof words};
-}
-
-/// A listener, and a connection accepted from the raw peer.
-struct Accepted {
-    Queue listener{ShmQueueListen("accepted")};
-    RawPeer client{RawPeer::requester, "QVSShmInitaccepted", 256};
-    Queue connection{client.put("1234") == 4 ? ShmQueueAccept(listener.get(), 7, 8) : nullptr};
-    RawPeer peer{RawPeer::connector, "QVSShmaccepted07", 8};
+/// Both ends of connection 1, in one process.
+struct Pair {
+    explicit Pair(uint32_t capacity)
+    {
+        std::thread server([&] { acceptor.reset(listener.accept(1, capacity)); });
+        connector.reset(ShmQueueConnect("pair"));
+        server.join();
+    }
+    Queue listener{ShmQueueListen("pair")}, acceptor, connector;
 };
 
 /// A server in a thread: sends back what arrives, and gives up on who is silent for a while.
@@ -42,9 +32,9 @@ struct Server {
     {
         std::vector<std::pair<Queue, DWORD>> clients;
         for (uint32_t number = 1; !isOver; ++number) {
-            if (listener.select(SHMQUEUE_SELECT_READ, 10) == SHMQUEUE_OK && listener.value != 0)
-                if (Queue client(ShmQueueAccept(listener.get(), number, 100)); client != nullptr)
-                    clients.emplace_back(std::move(client), GetTickCount());
+            listener.select(SHMQUEUE_SELECT_READ, 10);
+            if (Queue client(ShmQueueAccept(listener.get(), number, 100)); client != nullptr)
+                clients.emplace_back(std::move(client), GetTickCount());
             std::erase_if(clients, [this](auto &client) {
                 uint32_t status = client.first.remove(100);
                 if (status == SHMQUEUE_OK)
@@ -59,8 +49,8 @@ struct Server {
     std::thread thread;
 };
 
-/// Whether the next client is served soon, at its first or second try. On a machine at rest that is in milliseconds.
-bool servesAClient(const char *name)
+/// The next client is served soon, at its first or second try. On a machine at rest that is in milliseconds.
+void expectServed(const char *name)
 {
     DWORD start = GetTickCount();
     Queue client(ShmQueueConnect(name));
@@ -68,38 +58,60 @@ bool servesAClient(const char *name)
         client.reset(ShmQueueConnect(name));
     client.add("x");
     client.select(SHMQUEUE_SELECT_READ, 5000);
-    return client.remove(1) == SHMQUEUE_OK && GetTickCount() - start < 5000;
+    EXPECT_EQ(client.remove(1), SHMQUEUE_OK);
+    EXPECT_LT(GetTickCount() - start, 5000u);
 }
 
-TEST(ShmHandshake, ServesTheNextClientAfterDeathsInTheHandshake)
+TEST(ShmHandshake, ServesTheNextClientAfterDeathsBetweenTwoStores)
 {
-    for (int death = 0; death < 6; ++death) {
-        Server server(ShmQueueListen("processes"));
-        Child child("die", death);
-        EXPECT_EQ(child.wait(), 0u);
-        EXPECT_TRUE(servesAClient("processes")) << death;
+    // clang-format off
+    const struct {
+        const char *after;
+        bool takesReply;
+        Word stored;
+        DWORD value;
+    } deaths[] = {
+        {.after = "nothing", .takesReply = false, .stored = count, .value = 0},
+        {.after = "the write position, not the count", .takesReply = false, .stored = writePos, .value = 4},
+        {.after = "the count, not the write position", .takesReply = false, .stored = count, .value = 4},
+        {.after = "the read position alone", .takesReply = true, .stored = readPos, .value = 8},
+        {.after = "the write position alone", .takesReply = true, .stored = writePos, .value = 0},
+        {.after = "the count alone", .takesReply = true, .stored = count, .value = 0},
+    };
+    // clang-format on
+    for (const auto &death : deaths) {
+        SCOPED_TRACE(death.after);
+        Server server(ShmQueueListen("deaths"));
+        RawPeer dead(RawPeer::requester, "QVSShmInitdeaths");
+        if (death.takesReply) {
+            dead.put("1234");
+            EXPECT_TRUE(isSet(dead.ownEvent, patience));
+        }
+        dead.dieHolding([&] {
+            if (!death.takesReply)
+                dead.tell(1, 1 | 8);
+            (death.takesReply ? dead.in(death.stored) : dead.out(death.stored)) = death.value;
+        });
+        expectServed("deaths");
     }
 }
 
 TEST(ShmHandshake, ServesTheNextClientAfterDeathsInTheQueue)
 {
     for (uint32_t deaths : {2, 34}) {
-        Queue listener(ShmQueueListen("processes"));
-        RawPeer dead(RawPeer::requester, "QVSShmInitprocesses", 256);
-        Child children[] = {Child("talk"), Child("talk")};
-        while (dead.out(count) < 8)
-            Sleep(10);
-        for (Child &child : children)
-            child.kill();
-        dead.put(std::string(4 * (deaths - 2), 'q'));
+        SCOPED_TRACE(deaths);
+        Queue listener(ShmQueueListen("deaths"));
+        RawPeer dead(RawPeer::requester, "QVSShmInitdeaths");
+        dead.put(std::string(4 * deaths, 'q'));
         Server server(listener.release());
         server.silence = 100;
         for (int i = 0; i < 400 && dead.in(count) + dead.out(count) != 0; ++i)
             Sleep(50);
-        EXPECT_EQ(dead.in(count) + dead.out(count), 0u); // each reply was taken back
+        EXPECT_EQ(dead.out(count), 0u);
+        EXPECT_EQ(dead.in(count), 0u); // each reply was taken back
         EXPECT_FALSE(isSet(dead.ownEvent));
         server.silence = 10000;
-        EXPECT_TRUE(servesAClient("processes")) << deaths;
+        expectServed("deaths");
     }
 }
 
@@ -115,15 +127,44 @@ TEST(ShmHandshake, NobodyWaitsForAListenerThatIsGone)
         std::thread another([&] { EXPECT_TRUE(role == accepts || ShmQueueConnect("processes") == nullptr); });
         Queue client(ShmQueueConnect("processes"));
         another.join();
-        ASSERT_EQ(client != nullptr, role == accepts);
-        if (role == accepts) {
+        EXPECT_EQ(client != nullptr, role == accepts);
+        if (client != nullptr) {
             EXPECT_EQ(client.choose(SHMQUEUE_EVENT_CLOSE), SHMQUEUE_OK);
-            EXPECT_EQ(client.select(SHMQUEUE_SELECT_READ) + client.value, 1u);
-            EXPECT_EQ(client.remove(1) + client.add("a"), 2u * SHMQUEUE_CLOSED);
-            EXPECT_EQ(client.events() + client.value, 32u);
+            EXPECT_EQ(client.select(SHMQUEUE_SELECT_READ), SHMQUEUE_OK);
+            EXPECT_EQ(client.value, 1u);
+            EXPECT_EQ(client.remove(1), SHMQUEUE_CLOSED);
+            EXPECT_EQ(client.add("a"), SHMQUEUE_CLOSED);
         }
         EXPECT_NE(Queue(ShmQueueListen("processes")), nullptr);
         killer.join();
+    }
+}
+
+/// Who was killed in its destroy may have come to any point of it. What it did is not done again.
+TEST(ShmHandshake, TellsAConnectorOnceOfItsAcceptorsEnd)
+{
+    for (bool destroys : {false, true}) {
+        SCOPED_TRACE(destroys);
+        Pair pair(40);
+        pair.connector.choose(SHMQUEUE_EVENT_READ | SHMQUEUE_EVENT_CLOSE);
+        pair.acceptor.add(std::string(40, 'x'));
+        for (int more = 0; more < 31; ++more)
+            EXPECT_EQ(pair.connector.remove(1), SHMQUEUE_OK);
+        pair.connector.events();
+        EXPECT_EQ(pair.connector.value, 32u); // READ so many times, and no CLOSE
+        EXPECT_EQ(pair.connector.add(std::string(40, 'x')), SHMQUEUE_OK);
+        if (destroys)
+            pair.acceptor.reset();
+        ImportHook look("OpenEventA", winapi([](DWORD, BOOL, LPCSTR) { // the acceptor's is not to be found
+                            SetLastError(ERROR_FILE_NOT_FOUND);
+                            return HANDLE{};
+                        }));
+        EXPECT_EQ(pair.connector.select(SHMQUEUE_SELECT_WRITE, 1000), SHMQUEUE_OK);
+        EXPECT_EQ(pair.connector.value, destroys ? 0u : 2u); // a destroy does not wake who waits only to write
+        EXPECT_TRUE(pair.connector.isTold());
+        pair.connector.events();
+        EXPECT_EQ(pair.connector.value, 32u);
+        EXPECT_FALSE(pair.connector.isTold(400));
     }
 }
 
@@ -132,7 +173,7 @@ thread_local int waits = 9; ///< of the thread that is to be overtaken
 TEST(ShmHandshake, TwoThreadsMayAccept)
 {
     Queue listener(ShmQueueListen("threads")), made[2];
-    RawPeer clients(RawPeer::requester, "QVSShmInitthreads", 256);
+    RawPeer clients(RawPeer::requester, "QVSShmInitthreads");
     clients.put("12345678");
     ImportHook slow("WaitForSingleObject", winapi([](HANDLE object, DWORD timeout) {
                         Sleep(++waits == 3 ? 200 : 0); // request and reply are moved, the rest is to come
@@ -150,92 +191,117 @@ TEST(ShmHandshake, TwoThreadsMayAccept)
         EXPECT_NE(RawPeer(RawPeer::connector, name, 1).view, nullptr) << name;
     }
     overtaken.join();
-    EXPECT_TRUE(made[0] != nullptr && made[1] != nullptr);
+    EXPECT_NE(made[0], nullptr);
+    EXPECT_NE(made[1], nullptr);
 }
 
+HANDLE hooked; ///< for the hooks on Sleep
+
 /// Two signals in a row are one to the system: the second is given when the first has been seen.
-TEST(ShmHandshake, AcceptWaitsForNobody)
+TEST(ShmHandshake, AcceptOwesASignalAndWaitsForNobody)
 {
     Queue listener(ShmQueueListen("twice"));
-    RawPeer clients(RawPeer::requester, "QVSShmInittwice", 256);
-    clients.put("123456781234");
+    RawPeer clients(RawPeer::requester, "QVSShmInittwice");
+    clients.put(std::string(16, 'q'));
     DWORD start = GetTickCount();
     Queue made[] = {Queue(ShmQueueAccept(listener.get(), 1, 1)), Queue(ShmQueueAccept(listener.get(), 2, 1)),
                     Queue(ShmQueueAccept(listener.get(), 3, 1))};
     EXPECT_LT(GetTickCount() - start, 400u);
     for (int client = 0; client < 3; ++client)
-        EXPECT_TRUE(isSet(clients.ownEvent, 1000));
+        EXPECT_TRUE(isSet(clients.ownEvent, 1000)) << client;
     EXPECT_FALSE(isSet(clients.ownEvent, 200));
     made[1].reset(); // its reply is the middle one
-    EXPECT_EQ(clients.get(99), reply(1, 1) + reply(3, 1));
+    hooked = clients.ownEvent;
+    SetEvent(hooked);
+    ImportHook seeing("Sleep", winapi([](DWORD) { WaitForSingleObject(hooked, 0); }));
+    EXPECT_EQ(ShmQueueAccept(listener.get(), 1, 2), nullptr); // the number is in use
+    EXPECT_TRUE(isSet(clients.ownEvent));                     // its client hears of that
+    EXPECT_EQ(clients.get(99), record({1, 1, 3, 1, 1, 2}));
 }
 
+/// A client that comes between a listener's first and last object makes one that it meant to open; others still hold
+/// what a dead listener has left. Both pass, and a listener does not.
+TEST(ShmHandshake, ListenOutlastsWhatPasses)
+{
+    for (const char *held : {"QVSShmInitearlyEvent2", "QVSShmInitearly", "QVSShmInitearlyHasPresence"}) {
+        hooked = strlen(held) > 15 ? CreateEventA(nullptr, TRUE, FALSE, held)
+                                   : CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 592, held);
+        EXPECT_EQ(ShmQueueListen("early"), nullptr) << held;
+        ImportHook leaving("Sleep", winapi([](DWORD) { CloseHandle(hooked); }));
+        EXPECT_NE(Queue(ShmQueueListen("early")), nullptr) << held;
+    }
+    Queue listener(ShmQueueListen("early"));
+    ImportHook failing("Sleep", winapi([](DWORD) { ADD_FAILURE() << "a listener is not waited for"; }));
+    EXPECT_EQ(ShmQueueListen("early"), nullptr);
+}
+
+/// What a client finds that has asked for a connection, and what comes of it. 7 is a connection with rings of 8 bytes
+/// for it, 5 that of another client, 4 one with rings of 4 bytes.
 TEST(ShmHandshake, ConnectMakesTheBestOfWhatTheListenerDoes)
 {
-    RawPeer listener(RawPeer::listener, "QVSShmInitraw", 256);
-    std::optional<RawPeer> acceptor(std::in_place, RawPeer::acceptor, "QVSShmraw07", 8);
-    auto connects = [&] {
-        acceptor->processId() = 0;
-        return Queue(ShmQueueConnect("raw")) != nullptr;
+    // clang-format off
+    const struct {
+        const char *finding;
+        std::vector<DWORD> replies = {7, 8};
+        bool isKnown = true, isSignalled = true, isClosed = false, isSlow = false;
+        int failingView = 0;
+        bool connects = true;
+        DWORD repliesLeft = 0;
+    } cases[] = {
+        {.finding = "a connection that is gone", .replies = {1, 8, 7, 8}},
+        {.finding = "that of another client", .replies = {5, 8, 7, 8}},
+        {.finding = "one of another capacity", .replies = {4, 2, 7, 8}},
+        {.finding = "no memory of its own", .replies = {7, 8, 7, 8}, .failingView = 2, .connects = false, .repliesLeft = 8},
+        {.finding = "a reply whose signal is lost", .isSignalled = false},
+        {.finding = "its request gone", .replies = {}, .isSignalled = false, .connects = false},
+        {.finding = "an accept that takes its time", .isSlow = true},
+        {.finding = "one of a listener built separately, without the mutex", .isKnown = false, .isSlow = true},
+        {.finding = "a reply, and its listener destroyed", .isClosed = true},
+        {.finding = "no reply, and its listener destroyed", .replies = {}, .isSignalled = false, .isClosed = true, .connects = false},
     };
-    listener.put(reply(1, 8) + reply(7, 8)); // the first one's segment is gone
-    SetEvent(listener.peerEvent);
-    EXPECT_TRUE(connects());
-    HANDLE presence[] = {CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitrawPresence"),
-                         CreateEventA(nullptr, TRUE, FALSE, "QVSShmInitrawHasPresence")};
-    listener.get(4);
-    for (bool answers : {true, false}) { // a reply without its signal, or a request that is lost
-        std::thread loser([&] {
-            while (listener.get(4).empty())
+    // clang-format on
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.finding);
+        RawPeer listener(RawPeer::listener, "QVSShmInitraw", 256, each.isKnown),
+            acceptor(RawPeer::acceptor, "QVSShmraw07", 8), another(RawPeer::acceptor, "QVSShmraw05", 8),
+            smaller(RawPeer::acceptor, "QVSShmraw04", 4);
+        another.processId() = 99;
+        std::thread answer([&] {
+            while (listener.in(count) == 0)
                 Sleep(1);
-            if (answers)
-                listener.put(reply(7, 8));
+            WaitForSingleObject(each.isKnown ? listener.mutex : listener.ownEvent, each.isKnown ? patience : 0);
+            listener.get(4);
+            Sleep(each.isSlow ? 900 : 0);
+            listener.put(record(each.replies));
+            listener.out(closed) = each.isClosed;
+            if (each.isSignalled)
+                SetEvent(listener.peerEvent);
+            ReleaseMutex(listener.mutex);
         });
-        EXPECT_EQ(connects(), answers);
-        loser.join();
+        FailingImport<decltype(MapViewOfFile)> failing("MapViewOfFile", nullptr, each.failingView,
+                                                       ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(Queue(ShmQueueConnect("raw")) != nullptr, each.connects);
+        answer.join();
+        EXPECT_EQ(listener.out(count), each.repliesLeft);
+        EXPECT_EQ(smaller.processId(), 0u);
     }
-    listener.put(reply(7, 8));
-    SetEvent(listener.peerEvent);
-    listener.out(closed) = 1; // what was accepted before counts
-    EXPECT_TRUE(connects());
-    EXPECT_FALSE(connects());
-    for (HANDLE event : presence)
-        CloseHandle(event);
 }
 
 TEST(ShmHandshake, NamesThatCollideGiveNullAndNothingHalfMade)
 {
-    Footprint before;
-    std::vector<Queue> queues;
-    for (auto [name, number] : {std::pair("server1", 7u), {"server", 107u}, {"Inita", 7u}}) {
-        Queue listener(ShmQueueListen(name));
-        RawPeer(RawPeer::requester, std::string("QVSShmInit") + name, 256).put("1234");
-        queues.emplace_back(ShmQueueAccept(listener.get(), number, 1000));
-        EXPECT_EQ(queues.back() == nullptr, number == 107u) << name;
-    }
-    EXPECT_EQ(ShmQueueListen("a07"), nullptr); // its segment would be called like Inita's connection
-    EXPECT_EQ(queues[2].add(std::string(1000, 'x')), SHMQUEUE_OK);
-    EXPECT_EQ(ShmQueueConnect("a07"), nullptr);
-    EXPECT_EQ(RawPeer(RawPeer::connector, "QVSShmInita07", 1000).get(9999), std::string(1000, 'x'));
-}
-
-/// A program file, mapped as one, is no memory to write to, however well its headers fit.
-TEST(ShmHandshake, RefusesAnImageForASegment)
-{
-    char program[MAX_PATH], copy[] = "image.exe";
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    CopyFileA(program, copy, FALSE);
-    const DWORD ring[10] = {0, 0, 0, 256}; // over entries of the data directory that nobody reads
-    DWORD written = 0;
-    HANDLE file =
-        CreateFileA(copy, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    SetFilePointer(file, 296, nullptr, FILE_BEGIN);
-    WriteFile(file, ring, sizeof ring, &written, nullptr);
-    HANDLE image = CreateFileMappingA(file, nullptr, PAGE_READONLY | SEC_IMAGE, 0, 0, "QVSShmInitimage");
-    EXPECT_NE(image, nullptr);
-    EXPECT_EQ(ShmQueueConnect("image"), nullptr);
-    CloseHandle(image);
-    CloseHandle(file);
+    leavesNothingBehind([] {
+        std::vector<Queue> queues;
+        for (auto [name, number] : {std::pair("server1", 7u), {"server", 107u}, {"Inita", 7u}}) {
+            Queue listener(ShmQueueListen(name));
+            RawPeer(RawPeer::requester, std::string("QVSShmInit") + name).put("1234");
+            queues.emplace_back(ShmQueueAccept(listener.get(), number, 1000));
+            EXPECT_EQ(queues.back() == nullptr, number == 107u) << name;
+        }
+        EXPECT_EQ(ShmQueueListen("a07"), nullptr); // its segment would be called like Inita's connection
+        EXPECT_EQ(queues[2].add(std::string(1000, 'x')), SHMQUEUE_OK);
+        EXPECT_EQ(ShmQueueConnect("a07"), nullptr);
+        EXPECT_EQ(RawPeer(RawPeer::connector, "QVSShmInita07", 1000).get(9999), std::string(1000, 'x'));
+    });
 }
 
 bool makes;
@@ -277,58 +343,121 @@ TEST(ShmHandshake, AsksTheSystemForTheRightAccess)
                     }));
     makes = true;
     objectsSeen = objectsWrong = 0;
-    Accepted server;
+    Link server(true);
     EXPECT_EQ(objectsSeen, 7 + 7);
     makes = false;
-    {
-        ImportHook process("OpenProcess", winapi([](DWORD access, BOOL inherit, DWORD id) {
-                               check(nullptr, access == SYNCHRONIZE && !inherit);
-                               return OpenProcess(access, inherit, id);
-                           }));
-        Queue client(ShmQueueConnect("accepted")); // takes the reply
-        EXPECT_NE(client, nullptr);
-        server.connection.choose(SHMQUEUE_EVENT_CLOSE);
-        client.reset();
-        EXPECT_TRUE(server.connection.isTold(patience));
-    }
+    ImportHook process("OpenProcess", winapi([](DWORD access, BOOL inherit, DWORD id) {
+                           check(nullptr, access == SYNCHRONIZE && !inherit);
+                           return OpenProcess(access, inherit, id);
+                       }));
+    Queue client(ShmQueueConnect("link")); // takes the reply
+    EXPECT_NE(client, nullptr);
+    server.choose(SHMQUEUE_EVENT_CLOSE);
+    client.reset();
+    EXPECT_TRUE(server.isTold(patience));
     EXPECT_GT(objectsSeen, 7 + 7 + 4 + 6 + 1);
     EXPECT_EQ(objectsWrong, 0);
 }
 
-TEST(ShmHandshake, WatchersAndDestroysMindEachOther)
+// ---- the watcher and destroy ----
+
+enum Ending { inACall, unopenable, gone, later };
+
+/// The connector ends, or seems to, while the acceptor sleeps, which is woken and told. Where the watcher cannot go on,
+/// the call fails once.
+template<Ending ending>
+void loseConnector(Link &link)
 {
-    {
-        Accepted silent;
-        silent.connection.choose(SHMQUEUE_EVENT_CLOSE);
-        std::thread([&] { // a client that dies inside its first call
-            WaitForSingleObject(silent.peer.mutex, patience);
-            silent.peer.announce(GetCurrentProcessId());
-        })
-            .join();
-        EXPECT_TRUE(silent.connection.isTold(patience));
-        EXPECT_EQ(silent.connection.events(), SHMQUEUE_BAD_HANDLE);
-        EXPECT_EQ(silent.connection.events() + silent.connection.value, 32u);
-        EXPECT_EQ(ShmQueueAccept(silent.connection.get(), 8, 8), nullptr); // no listener
-    }
-    using SetEventFunction = BOOL WINAPI(HANDLE);
-    {
-        Accepted once;
-        FailingImport<SetEventFunction> lost("SetEvent", TRUE, 1); // somebody takes the first signal to the watcher
-        EXPECT_EQ(once.connection.destroy(), SHMQUEUE_OK);
-        EXPECT_TRUE(lost.failed());
-    }
-    Accepted twice;
-    twice.peer.out(eventMask) = 32;
-    {
-        FailingImport<SetEventFunction> failing("SetEvent", FALSE, 2); // the one to the watcher
-        EXPECT_EQ(ShmQueueDestroy(twice.connection.get()), SHMQUEUE_BAD_HANDLE);
-    }
-    EXPECT_EQ(twice.peer.out(pending), 32u);
-    EXPECT_EQ(twice.connection.destroy(), SHMQUEUE_OK);
-    EXPECT_EQ(twice.peer.out(pending), 32u); // not told a second time
+    ImportHook refusing("OpenProcess", winapi([](DWORD access, BOOL inherit, DWORD id) {
+                            HANDLE process = ending == unopenable ? nullptr : OpenProcess(access, inherit, id);
+                            SetLastError(ending == unopenable ? ERROR_ACCESS_DENIED : GetLastError());
+                            return process;
+                        }));
+    std::thread connector([&] {
+        while (link.ours(waitMask) == 0)
+            Sleep(1);
+        if (ending == inACall)
+            WaitForSingleObject(link.raw->mutex, patience);
+        if (ending == later)
+            link.endConnector();
+        else
+            link.raw->announce(ending == gone ? 0xFFFFFFF0 : GetCurrentProcessId()); // no such process
+    });
+    EXPECT_EQ(link.select(SHMQUEUE_SELECT_READ), ending == later ? SHMQUEUE_OK : SHMQUEUE_BAD_HANDLE);
+    connector.join();
+    EXPECT_TRUE(link.isTold());
+    EXPECT_EQ(link.events(), SHMQUEUE_OK);
+    EXPECT_EQ(link.value, ending == unopenable ? 0u : 32u); // it lives for all that is known
+    EXPECT_EQ(link.remove(1), SHMQUEUE_EMPTY);              // not CLOSED
 }
 
 const DWORD testThread = GetCurrentThreadId();
+std::atomic<int> watcherSignals;
+
+TEST(ShmHandshake, DestroyWaitsForTheWatcherAndNeverForever)
+{
+    // clang-format off
+    const struct {
+        const char *connector;
+        DWORD chosen = SHMQUEUE_EVENT_CLOSE;
+        void (*live)(Link &) = [](Link &) {};
+        DWORD theirWaits = 2; ///< afterwards: only a reader with nothing to read is woken
+    } cases[] = {
+        {.connector = "never came"},
+        {.connector = "never came, and the event is set before the watcher does", .chosen = SHMQUEUE_EVENT_WRITE},
+        {.connector = "lives", .chosen = SHMQUEUE_EVENT_WRITE, .live = [](Link &link) { link.raw->announce(GetCurrentProcessId()); }},
+        {.connector = "was gone when it was looked for", .live = loseConnector<gone>},
+        {.connector = "died inside its first call", .live = loseConnector<inACall>},
+        {.connector = "may not be opened", .live = loseConnector<unopenable>},
+        {.connector = "has ended", .live = loseConnector<later>},
+        {.connector = "has something to read", .live = [](Link &link) { link.add("a"); }, .theirWaits = 3},
+    };
+    // clang-format on
+    ImportHook slow("SetEvent", winapi([](HANDLE event) { // holds the watcher up where it acknowledges
+                        if (GetCurrentThreadId() == testThread)
+                            return SetEvent(event);
+                        Sleep(100);
+                        ++watcherSignals;
+                        return SetEvent(event);
+                    }));
+    leavesNothingBehind([&] {
+        for (const auto &each : cases) {
+            SCOPED_TRACE(each.connector);
+            Link link(true);
+            ASSERT_NE(link, nullptr);
+            link.choose(each.chosen);
+            each.live(link);
+            link.theirs(waitMask) = 3;
+            link.theirs(eventMask) = 32;
+            EXPECT_EQ(link.destroy(), SHMQUEUE_OK);
+            EXPECT_GE(watcherSignals.exchange(0), 1);
+            EXPECT_EQ(link.ours(closed), 1u);
+            EXPECT_EQ(link.theirs(closed), 1u);
+            EXPECT_EQ(link.theirs(pending), 32u);
+            EXPECT_EQ(link.theirs(waitMask), each.theirWaits);
+        }
+    });
+}
+
+TEST(ShmHandshake, DestroyTriesAgain)
+{
+    using SetEventFunction = BOOL WINAPI(HANDLE);
+    {
+        Link link(true);
+        FailingImport<SetEventFunction> lost("SetEvent", TRUE, 1); // somebody takes the first signal to the watcher
+        EXPECT_EQ(link.destroy(), SHMQUEUE_OK);
+        EXPECT_TRUE(lost.failed());
+    }
+    Link link(true);
+    link.theirs(eventMask) = 32;
+    {
+        FailingImport<SetEventFunction> failing("SetEvent", FALSE, 2); // the one to the watcher
+        EXPECT_EQ(ShmQueueDestroy(link.get()), SHMQUEUE_BAD_HANDLE);
+    }
+    EXPECT_EQ(link.theirs(pending), 32u);
+    EXPECT_EQ(link.destroy(), SHMQUEUE_OK);
+    EXPECT_EQ(link.theirs(pending), 32u); // not told a second time
+}
 
 TEST(ShmHandshake, TheLibraryMayBeUnloadedAfterTheLastDestroy)
 {
@@ -344,13 +473,12 @@ TEST(ShmHandshake, TheLibraryMayBeUnloadedAfterTheLastDestroy)
             return library.function<Function>(name)(arguments...);
         };
         ShmQueue *listener = call("ShmQueueListen", ShmQueueListen, "fresh");
-        RawPeer client(RawPeer::requester, "QVSShmInitfresh", 256);
-        client.put("1234");
+        RawPeer(RawPeer::requester, "QVSShmInitfresh").put("1234");
         ShmQueue *connection = call("ShmQueueAccept", ShmQueueAccept, listener, 1u, 8u);
         RawPeer peer(RawPeer::connector, "QVSShmfresh01", 8);
         call("ShmQueueEventSelect", ShmQueueEventSelect, connection, 32u);
         for (int i = 0; i < 100 && !isSet(peer.peerEvent, 20); ++i)
-            peer.announce(GetCurrentProcessId()); // woken a second time, the watcher takes the process for ended
+            peer.announce(GetCurrentProcessId());
         EXPECT_EQ(call("ShmQueueDestroy", ShmQueueDestroy, connection), SHMQUEUE_OK);
         EXPECT_EQ(call("ShmQueueDestroy", ShmQueueDestroy, listener), SHMQUEUE_OK);
     }

@@ -16,6 +16,11 @@ namespace ipc_test {
 
 constexpr DWORD patience = 60000; ///< ms; no wait of a test is longer
 
+inline bool isSet(HANDLE event, DWORD timeout = 0)
+{
+    return WaitForSingleObject(event, timeout) == WAIT_OBJECT_0;
+}
+
 /// Destroys a queue. The first attempt may find its mutex abandoned.
 struct Destroyer {
     void operator()(ShmQueue *queue) const
@@ -41,12 +46,12 @@ struct Queue : std::unique_ptr<ShmQueue, Destroyer> {
     uint32_t select(uint32_t wanted, uint32_t timeout = patience)
     {
         uint32_t ready = 0, status = ShmQueueSelect(get(), &(value = wanted), timeout, &ready);
-        EXPECT_TRUE(status != SHMQUEUE_OK || ready == (value == 3 ? 2 : value != 0));
+        EXPECT_EQ(ready, status != SHMQUEUE_OK ? 0 : value == 3 ? 2 : value != 0);
         return status;
     }
     uint32_t choose(uint32_t mask) { return ShmQueueEventSelect(get(), mask); }
     uint32_t events() { return ShmQueueEnumEvents(get(), &value); }
-    bool isTold(DWORD timeout = 0) { return WaitForSingleObject(ShmQueueGetEvent(get()), timeout) == WAIT_OBJECT_0; }
+    bool isTold(DWORD timeout = 0) { return isSet(ShmQueueGetEvent(get()), timeout); }
     ShmQueue *accept(uint32_t number, uint32_t size)
     {
         return select(SHMQUEUE_SELECT_READ) == SHMQUEUE_OK ? ShmQueueAccept(get(), number, size) : nullptr;
@@ -126,5 +131,14 @@ struct Footprint {
     }
     const std::pair<int, int> before = now();
 };
+
+/// Does something twice; the second time leaves nothing behind. The first may leave what the system makes once.
+template<typename Act>
+void leavesNothingBehind(Act act)
+{
+    act();
+    Footprint before;
+    act();
+}
 
 } // namespace ipc_test

@@ -4,9 +4,10 @@
 
 #pragma once
 
-#include <windows.h>
+#include "tests/ipc/processes.h"
 
-#include <string>
+#include <optional>
+#include <thread>
 #include <vector>
 
 namespace ipc_test {
@@ -14,11 +15,18 @@ namespace ipc_test {
 /// The words of a ring header.
 enum Word { base, readPos, writePos, end, count, blocked, closed, waitMask, eventMask, pending };
 
+/// Words as the segments hold them: a reply is a connection's number and capacity.
+inline std::string record(const std::vector<DWORD> &words)
+{
+    return {reinterpret_cast<const char *>(words.data()), words.size() * sizeof(DWORD)};
+}
+
 /// One side of one segment. A maker writes the first ring, its peer the second.
 struct RawPeer {
     enum Kind { listener, requester, acceptor, connector };
 
-    RawPeer(Kind kind, const std::string &prefix, DWORD capacity) : size(capacity)
+    /// @param isKnown  a listener has the two events by which those of this library are known
+    RawPeer(Kind kind, const std::string &prefix, DWORD capacity = 256, bool isKnown = true) : size(capacity)
     {
         bool makes = kind == listener || kind == acceptor, isInit = kind == listener || kind == requester;
         DWORD first = isInit ? 0 : 4, second = first + 40 + size, all = second + 40 + size;
@@ -26,6 +34,9 @@ struct RawPeer {
         auto event = [&](const char *suffix, bool isManual) {
             return keep(CreateEventA(nullptr, isManual, FALSE, (prefix + suffix).c_str()));
         };
+        for (const char *suffix : {"HasPresence", "Presence"})
+            if (kind == listener && isKnown)
+                event(suffix, true);
         HANDLE mapping =
             keep(makes ? CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, all, &prefix[0])
                        : OpenFileMappingA(FILE_MAP_WRITE, FALSE, &prefix[0]));
@@ -108,11 +119,51 @@ struct RawPeer {
             SetEvent(peerEvent);
         in(pending) += events;
     }
+    /// Does something with the mutex held and dies with it.
+    template<typename Act>
+    void dieHolding(Act act)
+    {
+        std::thread([&] {
+            WaitForSingleObject(mutex, patience);
+            act();
+        }).join();
+    }
 
     DWORD size;
     std::vector<HANDLE> opened;
     HANDLE mutex, ownEvent, peerEvent, ownWake, peerWake, processWait = nullptr;
     char *view, *outRing, *inRing;
+};
+
+/// Connection 7 in one process, the library at one end and the raw peer at the other; null if that failed.
+struct Link : Queue {
+    explicit Link(bool accepts, DWORD capacity = 8, const std::string &name = "link")
+    {
+        std::string init = "QVSShmInit" + name, connection = "QVSShm" + name + "07";
+        if (accepts)
+            listener.reset(ShmQueueListen(name.c_str()));
+        if (accepts && listener == nullptr)
+            return;
+        shake.emplace(accepts ? RawPeer::requester : RawPeer::listener, init);
+        shake->put(accepts ? "1234" : record({7, capacity}));
+        if (!accepts && SetEvent(shake->peerEvent))
+            raw.emplace(RawPeer::acceptor, connection, capacity);
+        reset(accepts ? ShmQueueAccept(listener.get(), 7, capacity) : ShmQueueConnect(name.c_str()));
+        if (accepts && *this != nullptr)
+            raw.emplace(RawPeer::connector, connection, capacity);
+    }
+    DWORD &theirs(Word word) { return raw->out(word); } ///< in the ring that the raw peer writes
+    DWORD &ours(Word word) { return raw->in(word); }
+    /// Woken once more, the watcher takes the connector's process for ended.
+    void endConnector()
+    {
+        choose(SHMQUEUE_EVENT_CLOSE);
+        for (int i = 0; i < 100 && !isTold(20); ++i)
+            raw->announce(GetCurrentProcessId());
+    }
+
+    Queue listener;
+    std::optional<RawPeer> shake, raw;
 };
 
 } // namespace ipc_test
