@@ -24,7 +24,7 @@ std::string runDebugged(const std::string &mode, HANDLE output)
         if (event.dwDebugEventCode == OUTPUT_DEBUG_STRING_EVENT) {
             std::string text(event.u.DebugString.nDebugStringLength, '?');
             ReadProcessMemory(child.hProcess, event.u.DebugString.lpDebugStringData, text.data(), text.size(), nullptr);
-            sent += text.c_str();
+            sent += text.data(); // up to its zero
         }
         const bool isStart = event.u.Exception.ExceptionRecord.ExceptionCode == EXCEPTION_BREAKPOINT;
         ContinueDebugEvent(event.dwProcessId, event.dwThreadId, isStart ? DBG_CONTINUE : DBG_EXCEPTION_NOT_HANDLED);

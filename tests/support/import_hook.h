@@ -45,6 +45,11 @@ private:
     void *original_;
 };
 
+template<typename Lambda, typename Result, typename... Arguments>
+struct WinapiFunction {
+    static Result WINAPI call(Arguments... arguments) { return Lambda{}(arguments...); }
+};
+
 /// The function that a lambda without captures stands for, in the system's calling convention:
 ///
 ///     ImportHook hook("GetTickCount", winapi([] { return DWORD{5}; }));
@@ -52,10 +57,7 @@ template<typename Lambda>
 auto winapi(Lambda)
 {
     return []<typename Result, typename... Arguments>(Result (Lambda::*)(Arguments...) const) {
-        struct Function {
-            static Result WINAPI call(Arguments... arguments) { return Lambda{}(arguments...); }
-        };
-        return &Function::call;
+        return &WinapiFunction<Lambda, Result, Arguments...>::call;
     }(&Lambda::operator());
 }
 
