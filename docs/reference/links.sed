@@ -1,5 +1,5 @@
 # Turns the links of the guides, made for reading in the tree, into links between the reference's pages.
-s#\]\((\.\./)?include/general/([a-z_]+\.h)\)#](@ref \2)#g
+s#\]\((\.\./)?include/general/([a-z_]+\.h(pp)?)\)#](@ref \2)#g
 s#\]\((docs/)?([a-z_-]+\.md)(\#[^)]*)?\)#](@ref docs/\2)#g
 s#\]\((\.\./)?([A-Z]+\.md)\)#](@ref \2)#g
 # What the reference does not hold stays as text.

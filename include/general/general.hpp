@@ -6,6 +6,7 @@
 
 #include "general/buffers.hpp"
 #include "general/cache.hpp"
+#include "general/geometry.hpp"
 #include "general/list.hpp"
 #include "general/map.hpp"
 #include "general/queue.hpp"

@@ -185,10 +185,12 @@ public:
     T *top() const noexcept { return this->peek(0); }
 
 private:
+    /// @cond
     struct Added {
         T element; // first: a comparison in C takes this for the element
         detail::Carrier carrier;
     };
+    /// @endcond
 
     static int GENERAL_CALL compare(const void *queued, const void *added) noexcept
     {

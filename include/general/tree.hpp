@@ -357,11 +357,24 @@ public:
     }
 
 private:
+    /// @cond
     struct Block {
         void *memory;
         ~Block() { ::operator delete(memory); }
     };
+    /// @endcond
 };
+
+#if GENERAL_EXCEPTIONS
+/// The leaf that insert() or try_emplace() gave, or std::bad_alloc.
+template<typename Pair>
+detail::LeafIterator<Pair, false> check(const std::pair<detail::LeafIterator<Pair, false>, bool> &inserted)
+{
+    if (!inserted.first)
+        throw std::bad_alloc();
+    return inserted.first;
+}
+#endif
 
 } // namespace general
 
