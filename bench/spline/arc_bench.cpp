@@ -12,7 +12,7 @@ constexpr int queries = 50000; // more than a branch predictor remembers
 
 /// An object with its arc table, and the table as its packet has it.
 struct Measured {
-    explicit Measured(int32_t intervals) : spline(bench::makeCurve(SPLINE_B, 3, 200))
+    explicit Measured(int32_t intervals, double scale) : spline(bench::makeCurve(SPLINE_B, 3, 200, scale))
     {
         float length = 0;
         Spline1SetAcc(spline, 0.01, intervals);
@@ -48,10 +48,10 @@ std::vector<float> randomValues(float end)
     return values;
 }
 
-std::function<void(benchmark::State &)> lengthToParameter(int32_t intervals)
+std::function<void(benchmark::State &)> lengthToParameter(int32_t intervals, double scale)
 {
     return [=](benchmark::State &state) {
-        Measured curve(intervals);
+        Measured curve(intervals, scale);
         std::vector<float> in = randomValues(curve.lengths.back());
         std::vector<float> out(queries);
         for (auto _ : state) {
@@ -62,10 +62,10 @@ std::function<void(benchmark::State &)> lengthToParameter(int32_t intervals)
     };
 }
 
-std::function<void(benchmark::State &)> parameterToLength(int32_t intervals)
+std::function<void(benchmark::State &)> parameterToLength(int32_t intervals, double scale)
 {
     return [=](benchmark::State &state) {
-        Measured curve(intervals);
+        Measured curve(intervals, scale);
         std::vector<float> in = randomValues(curve.params.back());
         std::vector<float> out(queries);
         for (auto _ : state) {
@@ -77,10 +77,10 @@ std::function<void(benchmark::State &)> parameterToLength(int32_t intervals)
 }
 
 /// std::upper_bound over the samples, then the interval's formula.
-std::function<void(benchmark::State &)> search(int32_t intervals, bool byLength)
+std::function<void(benchmark::State &)> search(int32_t intervals, double scale, bool byLength)
 {
     return [=](benchmark::State &state) {
-        Measured curve(intervals);
+        Measured curve(intervals, scale);
         const std::vector<float> &samples = byLength ? curve.lengths : curve.params;
         std::vector<float> in = randomValues(samples.back());
         std::vector<float> out(queries);
@@ -126,13 +126,16 @@ std::function<void(benchmark::State &)> build(int kind, int degree, double accur
 }
 
 const bool registered = [] {
-    for (int32_t intervals : {16, 256}) {
-        std::string suffix = ", " + std::to_string(intervals) + " intervals";
-        bench::contend("50000 lengths to parameters" + suffix, "general", lengthToParameter(intervals), 1);
-        bench::contend("50000 lengths to parameters" + suffix, "std::upper_bound", search(intervals, true));
-        bench::contend("50000 parameters to lengths" + suffix, "general", parameterToLength(intervals), 2);
-        bench::contend("50000 parameters to lengths" + suffix, "std::upper_bound", search(intervals, false));
-    }
+    for (double scale : {1.0, 1e-6})
+        for (int32_t intervals : {16, 256}) {
+            std::string suffix = ", " + std::to_string(intervals) + " intervals" + (scale < 1 ? ", tiny curve" : "");
+            const std::string params = "50000 lengths to parameters" + suffix;
+            const std::string lengths = "50000 parameters to lengths" + suffix;
+            bench::contend(params, "general", lengthToParameter(intervals, scale), 1);
+            bench::contend(params, "std::upper_bound", search(intervals, scale, true));
+            bench::contend(lengths, "general", parameterToLength(intervals, scale), 2);
+            bench::contend(lengths, "std::upper_bound", search(intervals, scale, false));
+        }
     bench::contend("arc table of 200 points, B-spline degree 2", "general", build(SPLINE_B, 2, 0.01));
     bench::contend("arc table of 200 points, B-spline degree 3", "general", build(SPLINE_B, 3, 0.01));
     bench::contend("arc table of 200 points, cardinal degree 3", "general", build(SPLINE_CARDINAL, 3, 0.01));

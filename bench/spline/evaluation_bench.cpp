@@ -179,6 +179,8 @@ void addRows(const std::string &type)
     bench::contend(points + ", any order", "loop over the basis", loop<Degree, Cardinal, false>(Order::random));
     bench::contend(tangents, "general", library(&Spline1DTangent, kind, Degree, Order::rising), aimOfLoop);
     bench::contend(tangents, "loop over the basis", loop<Degree, Cardinal, true>(Order::rising));
+    bench::contend(tangents + ", any order", "general", library(&Spline1DTangent, kind, Degree, Order::random));
+    bench::contend(tangents + ", any order", "loop over the basis", loop<Degree, Cardinal, true>(Order::random));
 }
 
 template<int Degree>
