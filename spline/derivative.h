@@ -66,10 +66,7 @@ public:
         return result;
     }
 
-    [[gnu::always_inline]] double speed(double f) const
-    {
-        return lengthOf(first(f));
-    }
+    [[gnu::always_inline]] double speed(double f) const { return lengthOf(first(f)); }
 
     [[gnu::always_inline]] static double lengthOf(const Components<Pairs> &vector)
     {

@@ -114,10 +114,7 @@ private:
         return result;
     }
 
-    int32_t firstNumber(int32_t span) const
-    {
-        return degree_ == 3 ? span - 1 : span;
-    }
+    int32_t firstNumber(int32_t span) const { return degree_ == 3 ? span - 1 : span; }
 
     /// Brings a number beyond the ends back: mirrored about the first and last control point of an open
     /// curve, around the loop of a closed one.

@@ -157,16 +157,10 @@ public:
 private:
     static constexpr int degree = Points - 1;
 
-    const Spans &spans() const
-    {
-        return derivative_.spans();
-    }
+    const Spans &spans() const { return derivative_.spans(); }
 
     /// Whether an edge is the one beyond the last point of an open polygon.
-    bool runsBack(int32_t span) const
-    {
-        return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1);
-    }
+    bool runsBack(int32_t span) const { return spans().isOpen() && spans().index(span, 0) > spans().index(span, 1); }
 
     [[gnu::cold, gnu::noinline]] Components<Pairs> standingDirection(const Place &place, float *scratch) const
     {

@@ -247,8 +247,8 @@ inline constexpr bool neverThrows =
 
 /// Whether a container of 32-bit values can keep a T in one.
 template<typename T>
-inline constexpr bool isWord = (std::is_pointer_v<T> || std::is_integral_v<T> || std::is_enum_v<T>)&&sizeof(T) <=
-                               sizeof(std::uint32_t);
+inline constexpr bool isWord =
+    (std::is_pointer_v<T> || std::is_integral_v<T> || std::is_enum_v<T>) && sizeof(T) <= sizeof(std::uint32_t);
 
 template<typename T>
 std::uintptr_t toWord(T value) noexcept
@@ -297,10 +297,7 @@ public:
                 thrown_ = std::current_exception();
         }
     }
-    bool holds() const noexcept
-    {
-        return thrown_ != nullptr;
-    }
+    bool holds() const noexcept { return thrown_ != nullptr; }
     void rethrow()
     {
         if (thrown_)
@@ -315,10 +312,7 @@ private:
     {
         call();
     }
-    bool holds() const noexcept
-    {
-        return false;
-    }
+    bool holds() const noexcept { return false; }
     void rethrow() noexcept {}
 #endif
 };

@@ -410,8 +410,7 @@ TEST(Cpp, RegistriesCallEveryFunctionAndThrowThen)
     EXPECT_TRUE(action.clear() && action.run(text) && text == "aa");
     general::KeyCall<int (*)(int), const char *> registry;
     uint32_t key = registry.next();
-    EXPECT_TRUE(registry.insert(
-        key, [](int number) { return number + 1; }, "data"));
+    EXPECT_TRUE(registry.insert(key, [](int number) { return number + 1; }, "data"));
     EXPECT_EQ(general::check(registry.find(key)).callback(1), 2);
     EXPECT_STREQ(registry.pop()->data, "data");
     EXPECT_EQ(registry.erase(key).result(), KEYCALL_NO_ENTRY);
