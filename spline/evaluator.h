@@ -86,14 +86,23 @@ public:
     }
 
     /// Writes a result.
+    /// @return the place for the next one
     template<int Pairs>
-    [[gnu::always_inline]] void store(const Components<Pairs> &point, float *result) const
+    [[gnu::always_inline]] float *store(const Components<Pairs> &point, float *result) const
     {
         result[0] = static_cast<float>(point.pair[0][0]);
-        if (stride<Pairs>() > 1)
+        if (hasSecond<Pairs>())
             result[1] = static_cast<float>(point.pair[0][1]);
         if (Pairs == 2)
             result[2] = static_cast<float>(point.pair[Pairs - 1][0]);
+        return result + stride<Pairs>();
+    }
+
+private:
+    template<int Pairs>
+    [[gnu::always_inline]] bool hasSecond() const
+    {
+        return Pairs == 2 || dimension_ == 2;
     }
 
     /// Floats from one point to the next.
@@ -103,12 +112,11 @@ public:
         return Pairs == 2 ? 3 : dimension_;
     }
 
-private:
     template<int Pairs>
     [[gnu::always_inline]] Components<Pairs> components(const float *point) const
     {
         Components<Pairs> result;
-        result.pair[0] = Pair{static_cast<double>(point[0]), stride<Pairs>() > 1 ? static_cast<double>(point[1]) : 0};
+        result.pair[0] = Pair{static_cast<double>(point[0]), hasSecond<Pairs>() ? static_cast<double>(point[1]) : 0};
         if (Pairs == 2)
             result.pair[Pairs - 1] = Pair{static_cast<double>(point[2]), 0};
         return result;

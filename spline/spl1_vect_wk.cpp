@@ -23,10 +23,8 @@ public:
                 rows_[r].pair[p] = Pair{basis.row[r][2 * p], basis.row[r][2 * p + 1]};
     }
 
-    /// Floats of a result.
-    int32_t stride() const { return spans_.template stride<Pairs>(); }
-
-    [[gnu::always_inline]] void point(double parameter, float *result)
+    /// @return the place for the next point
+    [[gnu::always_inline]] float *point(double parameter, float *result)
     {
         Place place = spans_.locate(parameter);
         goTo(place.span);
@@ -34,7 +32,7 @@ public:
 #pragma GCC unroll 4
         for (int r = 1; r < Points; ++r)
             weights = weights.scaled(place.f).plus(rows_[r], 1);
-        combine(weights, result);
+        return combine(weights, result);
     }
 
 private:
@@ -70,12 +68,11 @@ private:
         if (span == span_)
             return;
         span_ = span;
-        spans_.template visit<Points, Pairs>(span, [&](int j, const Components<Pairs> &point)
-                                                       [[gnu::always_inline]] { points_[j] = point; });
+        spans_.template visit<Points, Pairs>(span, [&](int j, const Components<Pairs> &point) { points_[j] = point; });
     }
 
     /// Sums the control points of the span, by weight.
-    [[gnu::always_inline]] void combine(const Weights &weights, float *result) const
+    [[gnu::always_inline]] float *combine(const Weights &weights, float *result) const
     {
         Components<Pairs> sum;
 #pragma GCC unroll 2
@@ -85,7 +82,7 @@ private:
             for (int j = 1; j < Points; ++j)
                 sum.pair[p] += weights[j] * points_[j].pair[p];
         }
-        spans_.store(sum, result);
+        return spans_.store(sum, result);
     }
 
     Spans spans_;
@@ -122,16 +119,13 @@ class Tangents {
 public:
     explicit Tangents(const Spline1 *spline) : spline_(spline), derivative_(spline) {}
 
-    /// Floats of a result.
-    int32_t stride() const { return spans().template stride<Pairs>(); }
-
     /// @param scratch  room for two points; not used for degree 1
-    [[gnu::always_inline]] void tangent(double parameter, float *result, float *scratch)
+    /// @return the place for the next tangent
+    [[gnu::always_inline]] float *tangent(double parameter, float *result, float *scratch)
     {
         Place place = spans().locate(parameter);
         if (degree == 1 && place.span == edge_) { // an edge has one tangent
-            spans().store(edgeTangent_, result);
-            return;
+            return spans().store(edgeTangent_, result);
         }
         derivative_.goTo(place.span);
         Components<Pairs> direction = derivative_.first(place.f);
@@ -147,11 +141,11 @@ public:
 #pragma GCC unroll 2
         for (int p = 0; p < Pairs; ++p)
             direction.pair[p] *= scale;
-        spans().store(direction, result);
         if (degree == 1) {
             edge_ = place.span;
             edgeTangent_ = direction;
         }
+        return spans().store(direction, result);
     }
 
 private:
@@ -189,7 +183,7 @@ void Derivative<Points, Pairs>::load(int32_t span)
     span_ = span;
     Components<Pairs> start;
     Pair factor[degree][Pairs] = {};
-    spans_.template visit<Points, Pairs>(span, [&](int j, const Components<Pairs> &point) [[gnu::always_inline]] {
+    spans_.template visit<Points, Pairs>(span, [&](int j, const Components<Pairs> &point) {
         if (j == 0) {
             start = point;
             return;
@@ -220,8 +214,8 @@ void evaluatePoints(const Spline1 *spline, int32_t count, const float *params, f
     forShape(spline, [&]<int Points, int Pairs>() {
         Evaluator<Points, Pairs> evaluator(spline);
         float *result = points;
-        for (int32_t i = 0; i < count; ++i, result += evaluator.stride())
-            evaluator.point(static_cast<double>(parameters[i]), result);
+        for (int32_t i = 0; i < count; ++i)
+            result = evaluator.point(static_cast<double>(parameters[i]), result);
     });
 }
 
@@ -231,8 +225,8 @@ void evaluateTangents(const Spline1 *spline, int32_t count, const float *params,
     forShape(spline, [&]<int Points, int Pairs>() {
         Tangents<Points, Pairs> finder(spline);
         float *result = tangents;
-        for (int32_t i = 0; i < count; ++i, result += finder.stride())
-            finder.tangent(static_cast<double>(parameters[i]), result, scratch);
+        for (int32_t i = 0; i < count; ++i)
+            result = finder.tangent(static_cast<double>(parameters[i]), result, scratch);
     });
 }
 
