@@ -10,6 +10,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <tuple>
 
 using namespace ipc_test;
 using namespace test_support;
@@ -219,32 +220,33 @@ TEST(ShmQueue, WakesAndRaisesEvents)
         {"watch", [&] { return peer.out(eventMask) = argument, ResetEvent(peer.ownEvent), peer.out(pending) = 0; }},
         {"sleep", [&] { return peer.out(waitMask) = slept = argument, ResetEvent(peer.ownWake), 0; }},
         {"close", [&] { return peer.out(closed) = peer.in(closed) = 1, peer.tell(0, 32), 0; }}};
-    Step words{.call = "",
-               .ourWaits = 0,
-               .ourPending = 0,
-               .ourBlocked = 0,
-               .theirWaits = 0,
-               .theirPending = 0,
-               .theirBlocked = 0};
-    auto expect = [&](DWORD now, DWORD Step::*word, const Step &step, const char *name) {
-        words.*word = step.*word == same ? words.*word : step.*word;
-        EXPECT_EQ(now, words.*word) << name;
-    };
+    Step last{.call = "none",
+              .ourWaits = 0,
+              .ourPending = 0,
+              .ourBlocked = 0,
+              .theirWaits = 0,
+              .theirPending = 0,
+              .theirBlocked = 0};
+    const std::tuple<const char *, DWORD Step::*, const DWORD &> words[] = {
+        {"our wait mask", &Step::ourWaits, peer.in(waitMask)},
+        {"our pending events", &Step::ourPending, peer.in(pending)},
+        {"whether we are blocked", &Step::ourBlocked, peer.in(blocked)},
+        {"their wait mask", &Step::theirWaits, peer.out(waitMask)},
+        {"their pending events", &Step::theirPending, peer.out(pending)},
+        {"whether they are blocked", &Step::theirBlocked, peer.out(blocked)}};
     for (const Step &step : steps) {
         SCOPED_TRACE(testing::Message() << "step " << &step - steps << ": " << step.call);
         argument = step.argument;
         link.value = 0;
         EXPECT_EQ(calls.at(step.call)(), step.status);
         EXPECT_EQ(link.value, step.value);
-        expect(peer.in(waitMask), &Step::ourWaits, step, "our wait mask");
-        expect(peer.in(pending), &Step::ourPending, step, "our pending events");
-        expect(peer.in(blocked), &Step::ourBlocked, step, "whether we are blocked");
-        expect(peer.out(waitMask), &Step::theirWaits, step, "their wait mask");
-        expect(peer.out(pending), &Step::theirPending, step, "their pending events");
-        expect(peer.out(blocked), &Step::theirBlocked, step, "whether they are blocked");
-        EXPECT_EQ(link.isTold(), words.ourPending != 0);
-        EXPECT_EQ(isSet(peer.ownEvent), words.theirPending != 0);
-        EXPECT_EQ(isSet(peer.ownWake), words.theirWaits != slept);
+        for (auto [name, word, now] : words) {
+            last.*word = step.*word == same ? last.*word : step.*word;
+            EXPECT_EQ(now, last.*word) << name;
+        }
+        EXPECT_EQ(link.isTold(), last.ourPending != 0);
+        EXPECT_EQ(isSet(peer.ownEvent), last.theirPending != 0);
+        EXPECT_EQ(isSet(peer.ownWake), last.theirWaits != slept);
     }
 }
 

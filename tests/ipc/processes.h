@@ -78,10 +78,12 @@ struct Child {
     ~Child()
     {
         kill();
+        wait();
         CloseHandle(process);
     }
     Child(const Child &) = delete;
 
+    void kill() { TerminateProcess(process, 1); }
     /// The exit code; STILL_ACTIVE if the process did not end in time.
     DWORD wait()
     {
@@ -89,11 +91,6 @@ struct Child {
         WaitForSingleObject(process, patience);
         GetExitCodeProcess(process, &code);
         return code;
-    }
-    void kill()
-    {
-        TerminateProcess(process, 1);
-        WaitForSingleObject(process, patience);
     }
     HANDLE process;
 };
