@@ -19,6 +19,9 @@ import sys
 import time
 
 EQUIVALENTS = "tests/equivalents.txt"
+# The guides with tables of examples and programs that are tests of a folder too, where its own programs notice nothing.
+GUIDES = {"containers": "containers", "buffers": "buffers", "text": "text|validators", "diag": "diagnostics", "ipc": "shmqueue",
+          "spline": "splines", "geom": "geometry", "time": "time", "platform": "platform|validators"}
 LONGEST_FILE = 1 << 30  # what a broken test program may write
 
 # What a place becomes. Binary operators stand between spaces, which tells them from pointers and templates.
@@ -173,9 +176,14 @@ class Tester:
         return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace")
 
     def test(self, seconds):
-        """None if the tests pass, else what became of them. What they left running is ended."""
-        command = ["ctest", "--test-dir", self.build_folder / "tests" / self.folder, "--stop-on-failure", "--no-tests=error",
-                   "--output-on-failure"]
+        """None if the tests pass, else what became of them."""
+        return (self.run_tests(self.folder, ".", seconds) or
+                self.run_tests("documents", f"^documents/({GUIDES.get(self.folder, 'none')})$", seconds))
+
+    def run_tests(self, folder, names, seconds):
+        """What they left running is ended."""
+        command = ["ctest", "--test-dir", self.build_folder / "tests" / folder, "--tests-regex", names, "--stop-on-failure",
+                   "--output-on-failure", *(["--no-tests=error"] if names == "." else [])]
         limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (LONGEST_FILE, LONGEST_FILE))
         with subprocess.Popen(command, env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               start_new_session=True, preexec_fn=limit) as process:

@@ -2,56 +2,48 @@
 
 #include "tests/support/handles.h"
 
-#include <algorithm>
-#include <array>
-#include <random>
+#include <cstring>
 
 namespace {
 
-struct ModelSlot {
-    unsigned char *buffer;
-    uint32_t size;
-    bool inUse;
-};
+using namespace test_support;
 
-// Buffers are told apart by what their users left in them. Every fifth release comes twice.
-TEST(BufPool, HandsOutTheLowestFreeSlotUnderRandomTraffic)
+TEST(BufPool, HandsOutTheLowestFreeSlotAndKeepsItsBuffer)
 {
-    auto create = [] { return BufPoolCreate(5, 100); };
-    test_support::runTraffic(60, 20000, create, BufPoolDestroy, [](auto &watch, int steps, BufPool *pool) {
-        std::mt19937 random(3);
-        EXPECT_EQ(BufPoolResetMaxSize(pool, 200), 0);
-        std::array<ModelSlot, 5> model = {};
-        int32_t available = 5;
-        for (int step = 0; step < steps; ++step) {
-            ModelSlot *slot = &model[random() % 5];
-            if (random() % 2 == 0) {
-                uint32_t size = random() % 220;
-                slot = std::find_if(model.begin(), model.end(), [](const ModelSlot &s) { return !s.inUse; });
-                bool served = size <= 200 && slot != model.end() && available != 0;
-                bool grows = served && (slot->buffer == nullptr || size > slot->size);
-                int allocations = watch.allocations();
-                auto *buffer = static_cast<unsigned char *>(BufPoolGrab(pool, size));
-                ASSERT_EQ(watch.allocations(), allocations + grows);
-                ASSERT_TRUE(!grows || watch.lastSize() == size);
-                ASSERT_EQ(buffer != nullptr, served && !watch.justFailed());
-                if (buffer == nullptr)
-                    continue;
-                auto number = static_cast<unsigned char>(slot - model.begin());
-                ASSERT_TRUE(slot->size == 0 || size == 0 || buffer[0] == number) << "another's, or not kept";
-                *slot = {buffer, grows ? size : slot->size, true};
-                if (slot->size != 0)
-                    buffer[0] = number;
-                --available;
-            } else if (slot->inUse || random() % 5 == 0) {
-                ASSERT_EQ(BufPoolRelease(pool, slot->buffer), slot->buffer == nullptr ? -1 : 0);
-                slot->inUse = false;
-                available += slot->buffer != nullptr;
+    failEachAllocation([](HeapWatch &watch) {
+        BufPool *pool = BufPoolCreate(3, 100);
+        if (pool == nullptr)
+            return;
+        /// @param allocates  the size that the heap is asked for; 0 for none
+        auto grab = [&](uint32_t size, size_t allocates) {
+            int allocations = watch.allocations();
+            int32_t available = BufPoolAvail(pool);
+            void *buffer = BufPoolGrab(pool, size);
+            if (watch.justFailed()) {
+                EXPECT_EQ(buffer, nullptr);
+                EXPECT_EQ(BufPoolAvail(pool), available);
+                allocations = watch.allocations();
+                buffer = BufPoolGrab(pool, size); // goes well the second time
             }
-            ASSERT_EQ(BufPoolRelease(pool, &model), -1);
-            ASSERT_EQ(BufPoolAvail(pool), available) << "step " << step;
-        }
-        EXPECT_TRUE(available > 5 || steps < 1000) << "double releases count twice";
+            EXPECT_EQ(watch.allocations() - allocations, allocates != 0);
+            EXPECT_TRUE(allocates == 0 || watch.lastSize() == allocates) << watch.lastSize();
+            EXPECT_EQ(BufPoolAvail(pool), available - (buffer != nullptr));
+            return static_cast<char *>(buffer);
+        };
+        char *a = grab(10, 10), *b = grab(100, 100), *c = grab(1, 1);
+        EXPECT_EQ(grab(1, 0), nullptr) << "all are taken";
+        std::strcpy(a, "kept");
+        expectEach(0, {BufPoolRelease(pool, a), BufPoolRelease(pool, b)});
+        expectEach(-1, {BufPoolRelease(pool, nullptr), BufPoolRelease(pool, pool)});
+        EXPECT_EQ(grab(101, 0), nullptr) << "larger than the maximum";
+        EXPECT_EQ(BufPoolResetMaxSize(pool, 200), 0);
+        a = grab(101, 101);
+        EXPECT_STREQ(a, "kept");
+        EXPECT_EQ(grab(100, 0), b);
+        expectEach(0, {BufPoolRelease(pool, c), BufPoolRelease(pool, c), BufPoolAvail(pool) - 2}); // counts twice
+        EXPECT_EQ(grab(1, 0), c);
+        EXPECT_EQ(grab(1, 0), nullptr);
+        EXPECT_EQ(BufPoolDestroy(pool), 0);
     });
 }
 

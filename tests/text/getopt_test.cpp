@@ -6,6 +6,8 @@
 
 namespace {
 
+const int firstMessages = opterr; ///< before any test
+
 /// What a number of calls return and leave for words with blanks between: the option with its argument,
 /// `?` with the letter, `.` for the end; optind after each.
 std::string transcript(std::string words, const char *optstring, int calls)
@@ -48,7 +50,7 @@ TEST(Getopt, ParsesAndReports)
         {"p -o", "o:", 2, "?o2 .2 ", "p: option requires an argument -- o\n"},
         {"p --verbose", "verbos", 1, ".2 ", ""},
         {"p - x", "x", 2, ".1 .1 ", ""},
-        {"p - x", "-", 2, "-2 .2 ", ""},
+        {"p - x", "-", 2, "-2 .2 ", ""}, // a lone `-` is its own letter
         {"p -a-b", "ab", 4, "a1 .1 b2 .2 ", ""},
         {"p -a-b-", "ab", 2, "a1 .1 ", ""}, // the next vector is read from its own start
         {"p -xa -y", "a", 4, "?x1 a2 ?y3 .3 ", "p: illegal option -- x\np: illegal option -- y\n"},
@@ -67,10 +69,13 @@ TEST(Getopt, ParsesAndReports)
 TEST(Getopt, HostileArguments)
 {
     char program[] = "p", option[] = "-\xE4", *argv[] = {program, option, nullptr};
-    EXPECT_TRUE(getopt(2, nullptr, "a") == -1 && getopt(2, argv, nullptr) == -1);
+    EXPECT_EQ(getopt(2, nullptr, "a"), -1);
+    EXPECT_EQ(getopt(2, argv, nullptr), -1);
     optind = 1;
-    EXPECT_TRUE(getopt(2, argv, "\xE4") == '\xE4' && optopt == '\xE4'); // negative
-    for (int start : {-5, 2})                                           // argv ends before argc
+    EXPECT_EQ(getopt(2, argv, "\xE4"), '\xE4') << "not negative";
+    EXPECT_EQ(optopt, '\xE4');
+    EXPECT_EQ(firstMessages, 1);
+    for (int start : {-5, 2}) // argv ends before argc
         EXPECT_EQ(getopt(9, argv, (optind = start, "a")), -1);
 }
 

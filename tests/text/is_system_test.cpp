@@ -20,11 +20,9 @@ TEST(Paths, FilesDirectoriesAndLoadables)
     char own[MAX_PATH], system[MAX_PATH], found[ISLOADABLE_DIR_SIZE];
     GetModuleFileNameA(nullptr, own, sizeof own);
     const std::string folder(system, GetSystemDirectoryA(system, sizeof system));
-    for (int ignored : {0, 1}) {
-        EXPECT_TRUE(isdirectory(system, ignored) == 1 && isfile(system, ignored) == 0);
-        EXPECT_TRUE(isdirectory(own, ignored) == 0 && isfile(own, ignored) == 1);
-        for (const char *path : {"c:\\no\\such", "", "a*b", null})
-            EXPECT_TRUE(isdirectory(path, ignored) == 0 && isfile(path, ignored) == 0) << path;
+    for (const char *path : std::initializer_list<const char *>{system, own, "c:\\no\\such", "", "a*b", null}) {
+        EXPECT_EQ(isdirectory(path, 0), path == system) << path;
+        EXPECT_EQ(isfile(path, 0), path == own) << path;
     }
     for (const std::string &file : {std::string("kernel32.dll"), folder + "\\kernel32.dll"}) {
         std::memset(found, 'x', sizeof found);
@@ -35,6 +33,15 @@ TEST(Paths, FilesDirectoriesAndLoadables)
     for (const char *file : {"kernel32", "no such file", "", null})
         EXPECT_EQ(isloadable(file, found), 0) << file;
     EXPECT_EQ(isloadable("kernel32.dll", nullptr), 0);
+    // A folder, which has no name behind it, loses its last character; a path that is too long is none.
+    static DWORD length;
+    auto search = winapi(
+        [](LPCSTR, LPCSTR, LPCSTR, DWORD, char *path, char **) { return std::strcpy(path, "c:\\ab\\"), length; });
+    ImportHook hook("SearchPathA", search);
+    EXPECT_EQ((length = ISLOADABLE_DIR_SIZE, isloadable("ab", found)), 0);
+    EXPECT_EQ((length = ISLOADABLE_DIR_SIZE - 1, isloadable("ab", found)), 1);
+    EXPECT_EQ((length = 6, isloadable("ab", found)), 1);
+    EXPECT_STREQ(found, "c:\\ab");
 }
 
 /// The official names on a network, by name or an address's last number. Without any, Winsock does not start.
@@ -53,7 +60,6 @@ hostent *lookUp(const char *host)
 TEST(Local, ComparesTheOfficialName)
 {
     EXPECT_EQ(islocal("no.such.host.invalid"), 0); // by the real Winsock
-    EXPECT_EQ(islocal(""), 1);                     // which takes it for this machine
     auto start = winapi([](WORD, WSADATA *) { return network.empty() ? 1 : (++started, 0); });
     auto finish = winapi([] { return --started; });
     auto localName = winapi([](char *name, int size) { return std::memcpy(name, "Box", 4), size == 128 ? 0 : -1; });
