@@ -3,11 +3,13 @@
 
 A benchmark's name is "ROW | CONTENDER"; the contender "general" is the library. The ratio is the
 peer's time over the library's: above 1 the library is faster. With several repetitions the median
-counts. A contender called "limit: ..." is no peer but a bound, such as a call that does nothing."""
+counts. A contender called "limit: ..." is no peer but a bound, such as a call that does nothing: an aim
+that the bound itself does not reach is out of reach for the library."""
 
 import json
 import sys
 
+COUNTERS = ("bytes", "n")
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -23,6 +25,10 @@ def load(path):
         return json.load(file)
 
 
+def is_limit(contender):
+    return contender.startswith("limit:")
+
+
 def rows_of(report):
     medians = any(run.get("aggregate_name") == "median" for run in report["benchmarks"])
     rows = {}
@@ -34,31 +40,40 @@ def rows_of(report):
             sys.exit(f"{run['name']}: {run['error_message']}")
         row, _, contender = run["run_name"].partition(" | ")
         contender = contender.split("/")[0]  # options such as min_time follow a slash
-        entry = rows.setdefault(row, {"times": {}, "aim": None})
+        entry = rows.setdefault(row, {"times": {}, "aims": {}, "counters": {}})
         entry["times"][contender] = run["real_time"] * UNITS[run["time_unit"]]
         if run.get("label", "").startswith("aim "):
-            entry["aim"] = float(run["label"][4:])
+            entry["aims"][contender if is_limit(contender) else "general"] = float(run["label"][4:])
+        entry["counters"][contender] = {name: value for name, value in run.items() if name in COUNTERS}
     return rows
+
+
+def verdict(ratio, aim, reachable):
+    """What the table says of an aim, and whether it is missed."""
+    if aim is None:
+        return "", False
+    if ratio >= aim:
+        return f"{aim:.2g}", False
+    return (f"{aim:.2g} (missed)", True) if reachable else (f"{aim:.2g} (out of reach)", False)
 
 
 def table_of(rows):
     lines = ["| task | general | instead | ratio | aim |", "|---|---:|---:|---:|---:|"]
     missed = 0
     for row, entry in rows.items():
-        ours = entry["times"].pop("general")
-        peers = entry["times"] or {"": None}
-        for peer, time in peers.items():
-            if time is None:
-                lines.append(f"| {row} | {readable(ours)} | | | |")
-                continue
-            ratio = time / ours
-            aim = ""
-            if entry["aim"] is not None and not peer.startswith("limit:"):
-                aim = f"{entry['aim']:.2g}"
-                if ratio < entry["aim"]:
-                    aim += " (missed)"
-                    missed += 1
-            lines.append(f"| {row} | {readable(ours)} | {readable(time)} {peer} | {ratio:.2f} | {aim} |")
+        times = dict(entry["times"])
+        ours = times.pop("general", None)
+        if ours is None:
+            continue
+        if not times:
+            lines.append(f"| {row} | {readable(ours)} | | | |")
+        slowest_limit = max((time for peer, time in times.items() if is_limit(peer)), default=0)
+        for peer, time in times.items():
+            aim = entry["aims"].get(peer if is_limit(peer) else "general")
+            reachable = is_limit(peer) or aim is None or slowest_limit == 0 or time / slowest_limit >= aim
+            text, below = verdict(time / ours, aim, reachable)
+            missed += below
+            lines.append(f"| {row} | {readable(ours)} | {readable(time)} {peer} | {time / ours:.2f} | {text} |")
     return lines, missed
 
 

@@ -183,15 +183,16 @@ uint32_t MapAdd(Map *map, uint32_t key, uint32_t value)
 
 uint32_t MapFind(const Map *map, uint32_t key, uint32_t *value)
 {
-    if (!isLive(map))
+    if (!isLive(map)) [[unlikely]]
         return MAP_BAD_HANDLE;
 
-    for (const Entry *entry = map->buckets[bucketOf(key, bucketMask(map))]; entry != nullptr; entry = entry->next)
-        if (entry->key == key) {
-            *value = entry->value;
-            return MAP_OK;
-        }
-    return MAP_NOT_FOUND;
+    const Entry *entry = map->buckets[bucketOf(key, bucketMask(map))];
+    while (entry != nullptr && entry->key != key)
+        entry = entry->next;
+    if (entry == nullptr)
+        return MAP_NOT_FOUND;
+    *value = entry->value;
+    return MAP_OK;
 }
 
 uint32_t MapRemove(Map *map, uint32_t key)

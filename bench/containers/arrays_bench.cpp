@@ -123,8 +123,9 @@ const bool registered = [] {
         bench::contend(row, "general", [count](benchmark::State &state) { fillAndDrainQueue(state, count); }, 1.0);
         bench::contend(row, "sorted std::vector",
                        [count](benchmark::State &state) { fillAndDrainVector(state, count); });
-        bench::contend(row, "limit: order called by pointer",
-                       [count](benchmark::State &state) { fillAndDrainVectorByPointer(state, count); });
+        bench::contend(
+            row, "limit: order called by pointer",
+            [count](benchmark::State &state) { fillAndDrainVectorByPointer(state, count); }, 1.0);
     }
     for (uint32_t count : {10u, 100u, 1000u}) {
         std::string row = "array list: seek a key among " + std::to_string(count);

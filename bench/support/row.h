@@ -16,7 +16,8 @@ namespace bench {
 /// @param contender  who does it: "general" for the library, else the peer's name; "limit: ..." is no
 ///                   peer but a bound that is shown beside them
 /// @param work       the benchmark; every contender of a row does the same work per iteration
-/// @param aim        given with "general": the ratio peer time / our time that is aimed at, 0 for none
+/// @param aim        given with "general": the ratio peer time / our time that is aimed at, 0 for none; given
+///                   with a limit: the share of its speed that is aimed at
 benchmark::internal::Benchmark *contend(const std::string &row, const std::string &contender,
                                         std::function<void(benchmark::State &)> work, double aim = 0);
 
