@@ -66,14 +66,6 @@ struct Counter {
     char word[1];
 };
 
-void makeInteger(const void *, int32_t, void **value, void *)
-{
-    *value = new int(1);
-}
-void disposeInteger(const void *, int32_t, void *value)
-{
-    delete static_cast<int *>(value);
-}
 void addToSum(void *first, void *userData, void *)
 {
     *static_cast<int *>(userData) += *static_cast<int *>(first);
@@ -140,7 +132,7 @@ void countWordsBare()
 
 const bool registered = [] {
     row("queue: push 50 integers, pop 50", fillAndDrain<general::Queue<int>>, [queue = QueCreate(sizeof(int))] {
-        for (int i = 0; i < count; ++i) {
+        for (int i = 0; i < few; ++i) {
             int element = scattered(i);
             DoNotOptimize(QueAdd(queue, &element));
         }
@@ -159,6 +151,7 @@ const bool registered = [] {
     static general::ArrayList<int, int> pairs;
     static general::StringList strings;
     static general::Cache<int> cache;
+    cache.access("key", [](std::string_view) { return new int(1); });
     static general::Action<int> action;
     static int sum = 0;
     static auto add = [](int number) { sum += number; };
@@ -174,7 +167,6 @@ const bool registered = [] {
         action.add(add);
         ActionAdd(bareAction, addToSum, &sum);
     }
-    static Cache *bareCache = CacheCreate(0, makeInteger, disposeInteger);
 
     row(
         "tree: find 1000 integers",
@@ -283,9 +275,10 @@ const bool registered = [] {
         },
         [] {
             void *value = nullptr;
-            CacheAccess(bareCache, "key", 3, &value, nullptr);
+            if (CacheAccess(cache.get(), "key", 3, &value, nullptr) != CACHE_OK)
+                return;
             DoNotOptimize(*static_cast<int *>(value));
-            CacheFinish(bareCache, "key", 3);
+            CacheFinish(cache.get(), "key", 3);
         });
     row(
         "action: call 10 functions",

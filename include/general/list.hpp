@@ -245,10 +245,7 @@ public:
         friend bool operator!=(Iterator a, Iterator b) noexcept { return !(a == b); }
 
     private:
-        void stand(const char *string) noexcept
-        {
-            string_ = {string, string != end_ ? std::strlen(string) : 0};
-        }
+        void stand(const char *string) noexcept { string_ = {string, string != end_ ? std::strlen(string) : 0}; }
 
         std::string_view string_;
         const char *end_;
