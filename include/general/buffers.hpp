@@ -171,7 +171,7 @@ public:
     /// BufPoolAvail: how many can be grabbed; -1 for an empty owner.
     int32_t available() const noexcept { return BufPoolAvail(get()); }
     /// BufPoolResetMaxSize; false for an empty owner.
-    bool set_maximum(uint32_t size) noexcept { return BufPoolResetMaxSize(get(), size) == 0; }
+    bool setMaximum(uint32_t size) noexcept { return BufPoolResetMaxSize(get(), size) == 0; }
 };
 
 #if GENERAL_EXCEPTIONS

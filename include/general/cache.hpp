@@ -63,7 +63,8 @@ private:
     static void GENERAL_CALL dispose(void *value, void *) noexcept { Dispose{}(static_cast<T *>(value)); }
 };
 
-/// Cache of values under byte strings: `Cache...`.
+/// Cache of values under byte strings: `Cache...`. CacheAccess, with a null argument, finds values beside it and makes
+/// none.
 template<typename T, typename Dispose = std::default_delete<T>>
 class Cache : public Owner<detail::CacheTraits> {
 public:
@@ -160,7 +161,8 @@ private:
     static void GENERAL_CALL make(const void *key, int32_t length, void **value, void *argument) noexcept
     {
         auto *making = static_cast<MakingBase *>(argument);
-        *value = making->make(making, {static_cast<const char *>(key), static_cast<std::size_t>(length)});
+        if (making != nullptr) // as it is when C code finds no value by CacheAccess
+            *value = making->make(making, {static_cast<const char *>(key), static_cast<std::size_t>(length)});
     }
     template<typename Maker>
     static void *makeWith(MakingBase *base, std::string_view key)

@@ -142,7 +142,8 @@ public:
     Owner(Owner &&other) noexcept : handle_(other.release()) {}
     Owner &operator=(Owner &&other) noexcept
     {
-        Owner(std::move(other)).swap(*this);
+        Owner moved(std::move(other));
+        std::swap(handle_, moved.handle_);
         return *this;
     }
     ~Owner()
@@ -157,7 +158,6 @@ public:
     explicit operator bool() const noexcept { return handle_ != nullptr; }
     /// Lets go of the handle, which the caller destroys.
     [[nodiscard]] Type *release() noexcept { return std::exchange(handle_, nullptr); }
-    void swap(Owner &other) noexcept { std::swap(handle_, other.handle_); }
 
     /// Destroys the handle now and says how that went, which the destructor cannot. A handle whose destruction
     /// is refused stays, for another try or for release().
@@ -227,7 +227,7 @@ T check(Outcome<T, Status> outcome)
 }
 
 /// An owner that is not empty, or std::bad_alloc: `auto queue = general::check(general::Queue<int>());`
-template<typename Owned, typename = typename Owned::Destroyed>
+template<typename Owned, typename = decltype(std::declval<Owned &>().release())>
 Owned check(Owned owner)
 {
     if (!owner)

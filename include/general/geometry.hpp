@@ -15,11 +15,12 @@ namespace general {
 /// @cond
 namespace detail {
 
-/// Has a C function write a value.
+/// Makes a value whose numbers a C function writes.
+struct Unfilled {};
 template<typename T, typename Fill>
 T filled(Fill fill) noexcept
 {
-    T value;
+    T value{Unfilled()};
     fill(value.data());
     return value;
 }
@@ -30,8 +31,12 @@ T filled(Fill fill) noexcept
 /// A vector or point: V3.
 class Vector {
 public:
-    constexpr Vector() noexcept = default;
+    constexpr Vector() noexcept : values_{} {}
     constexpr Vector(double x, double y, double z) noexcept : values_{x, y, z} {}
+
+    /// @cond
+    explicit Vector(detail::Unfilled) noexcept {}
+    /// @endcond
 
     /// The V3, for the C functions.
     double *data() noexcept { return values_; }
@@ -73,17 +78,21 @@ public:
     friend bool operator!=(const Vector &a, const Vector &b) noexcept { return !(a == b); }
 
 private:
-    double values_[3] = {};
+    double values_[3];
 };
 
 /// A rotation, R3; the identity to begin with.
 class Rotation {
 public:
-    constexpr Rotation() noexcept = default;
+    constexpr Rotation() noexcept : values_{1, 0, 0, 0, 1, 0, 0, 0, 1} {}
     /// R3_compose_axis: about a unit vector, by degrees.
     Rotation(const Vector &axis, double angle) noexcept { R3_compose_axis(axis.data(), angle, values_); }
     /// R3_compose: about the fixed x, y and z axes in turn, by degrees.
     Rotation(double ax, double ay, double az) noexcept { R3_compose(ax, ay, az, values_); }
+
+    /// @cond
+    explicit Rotation(detail::Unfilled) noexcept {}
+    /// @endcond
 
     /// The R3, for the C functions.
     double *data() noexcept { return values_; }
@@ -114,44 +123,7 @@ public:
     friend bool operator!=(const Rotation &a, const Rotation &b) noexcept { return !(a == b); }
 
 private:
-    double values_[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-};
-
-/// A rigid transform with one scale, T4; the identity to begin with.
-class Transform {
-public:
-    constexpr Transform() noexcept = default;
-    /// T4_compose: rotates, scales, then translates.
-    Transform(const Rotation &rotation, double scale, const Vector &translation) noexcept
-    {
-        T4_compose(rotation.data(), scale, translation.data(), values_);
-    }
-
-    /// The T4, for the C functions.
-    double *data() noexcept { return values_; }
-    const double *data() const noexcept { return values_; }
-
-    /// T4_invert.
-    Transform inverse() const noexcept
-    {
-        return detail::filled<Transform>([this](double *out) { T4_invert(values_, out); });
-    }
-    friend Transform operator*(const Transform &a, const Transform &b) noexcept
-    {
-        return detail::filled<Transform>([&](double *out) { T4_mult_T4(a.values_, b.values_, out); });
-    }
-    friend Vector operator*(const Transform &m, const Vector &v) noexcept
-    {
-        return detail::filled<Vector>([&](double *out) { T4_mult_V3(m.values_, v.data(), out); });
-    }
-    friend bool operator==(const Transform &a, const Transform &b) noexcept
-    {
-        return T4_equal_T4(a.values_, b.values_) != 0;
-    }
-    friend bool operator!=(const Transform &a, const Transform &b) noexcept { return !(a == b); }
-
-private:
-    double values_[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    double values_[9];
 };
 
 } // namespace general

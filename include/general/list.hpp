@@ -11,6 +11,7 @@
 #include "general/strlist.h"
 #include "general/strvec.h"
 
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -70,7 +71,7 @@ class List : public Owner<detail::ListTraits<T>> {
 
 public:
     /// A place in the list, good until its value is erased.
-    class iterator {
+    class Iterator {
     public:
         using iterator_category = std::bidirectional_iterator_tag;
         using value_type = T;
@@ -78,22 +79,24 @@ public:
         using pointer = T *;
         using reference = T &;
 
-        iterator() noexcept = default;
-        explicit iterator(c::ListNode *node) noexcept : node_(node) {}
+        Iterator() noexcept = default;
+        explicit Iterator(c::ListNode *node) noexcept : node_(node) {}
         T &operator*() const noexcept { return Item::of(node_)->value; }
         T *operator->() const noexcept { return &**this; }
-        iterator &operator++() noexcept { return *this = iterator(node_->next); }
-        iterator &operator--() noexcept { return *this = iterator(node_->previous); }
-        iterator operator++(int) noexcept { return iterator(std::exchange(node_, node_->next)); }
-        iterator operator--(int) noexcept { return iterator(std::exchange(node_, node_->previous)); }
+        Iterator &operator++() noexcept { return *this = Iterator(node_->next); }
+        Iterator &operator--() noexcept { return *this = Iterator(node_->previous); }
+        Iterator operator++(int) noexcept { return Iterator(std::exchange(node_, node_->next)); }
+        Iterator operator--(int) noexcept { return Iterator(std::exchange(node_, node_->previous)); }
         /// The node's links, for ListInsert and its like.
         c::ListNode *get() const noexcept { return node_; }
-        friend bool operator==(iterator a, iterator b) noexcept { return a.node_ == b.node_; }
-        friend bool operator!=(iterator a, iterator b) noexcept { return a.node_ != b.node_; }
+        friend bool operator==(Iterator a, Iterator b) noexcept { return a.node_ == b.node_; }
+        friend bool operator!=(Iterator a, Iterator b) noexcept { return a.node_ != b.node_; }
 
     private:
         c::ListNode *node_ = nullptr;
     };
+
+    using iterator = Iterator;
 
     /// ListMake. Empty if memory is exhausted.
     List() noexcept : Base(adopt, ListMake(sizeof(Item))) {}
@@ -102,7 +105,7 @@ public:
 
     /// ListMakeNode and ListInsert: a value made from the arguments, in front of a place; end() if memory is exhausted.
     template<typename... Arguments>
-    iterator emplace(iterator position, Arguments &&...arguments)
+    Iterator emplace(Iterator position, Arguments &&...arguments)
     {
         auto *item = static_cast<Item *>(ListMakeNode(this->get()));
         if (item == nullptr)
@@ -111,21 +114,21 @@ public:
         ::new (&item->value) T(std::forward<Arguments>(arguments)...);
         unlinked.item = nullptr;
         ListInsert(position.get(), &item->links);
-        return iterator(&item->links);
+        return Iterator(&item->links);
     }
-    iterator push_back(T value) { return emplace(end(), std::move(value)); }
-    iterator push_front(T value) { return emplace(begin(), std::move(value)); }
+    Iterator push_back(T value) { return emplace(end(), std::move(value)); }
+    Iterator push_front(T value) { return emplace(begin(), std::move(value)); }
     /// ListRmvItem and ListFreeNode: gives the place that follows.
-    iterator erase(iterator position) noexcept
+    Iterator erase(Iterator position) noexcept
     {
-        iterator next(position.get()->next);
+        Iterator next(position.get()->next);
         position->~T();
         ListRmvItem(position.get());
         ListFreeNode(this->get(), position.get());
         return next;
     }
-    iterator begin() const noexcept { return iterator(*this ? this->get()->links.next : nullptr); }
-    iterator end() const noexcept { return iterator(*this ? &this->get()->links : nullptr); }
+    Iterator begin() const noexcept { return Iterator(*this ? this->get()->links.next : nullptr); }
+    Iterator end() const noexcept { return Iterator(*this ? &this->get()->links : nullptr); }
     bool empty() const noexcept { return begin() == end(); }
 
 private:
@@ -180,7 +183,7 @@ public:
         return outcome([&](uint32_t *k, uint32_t *object) { return ArrayLstSeek(get(), *k = word(key), object); });
     }
     /// ArrayLstSeekObj: the first pair with an object; the cursor is behind it.
-    Outcome find_object(Object object) noexcept
+    Outcome findObject(Object object) noexcept
     {
         return outcome([&](uint32_t *key, uint32_t *o) { return ArrayLstSeekObj(get(), key, *o = word(object)); });
     }
@@ -231,18 +234,21 @@ public:
     /// Walks the strings: `for (std::string_view string : list)`.
     class Iterator : public detail::ValueIterator<std::string_view> {
     public:
-        explicit Iterator(const char *string) noexcept : string_(string) {}
+        Iterator(const char *string, const char *end) noexcept : end_(end) { stand(string); }
         std::string_view operator*() const noexcept { return string_; }
         Iterator &operator++() noexcept
         {
-            string_ += std::string_view(string_).size() + 1;
+            stand(string_.data() + string_.size() + 1);
             return *this;
         }
-        friend bool operator==(Iterator a, Iterator b) noexcept { return a.string_ == b.string_; }
-        friend bool operator!=(Iterator a, Iterator b) noexcept { return a.string_ != b.string_; }
+        friend bool operator==(Iterator a, Iterator b) noexcept { return a.string_.data() == b.string_.data(); }
+        friend bool operator!=(Iterator a, Iterator b) noexcept { return !(a == b); }
 
     private:
-        const char *string_;
+        void stand(const char *string) noexcept { string_ = {string, string != end_ ? std::strlen(string) : 0}; }
+
+        std::string_view string_;
+        const char *end_;
     };
 
     /// StrListInit.
@@ -263,8 +269,8 @@ public:
     char *push_back(const char *string) noexcept { return StrListAppend(&list_, string); }
     uint32_t size() const noexcept { return list_.count; }
     bool empty() const noexcept { return list_.count == 0; }
-    Iterator begin() const noexcept { return Iterator(list_.buffer); }
-    Iterator end() const noexcept { return Iterator(list_.buffer + list_.used); }
+    Iterator begin() const noexcept { return {list_.buffer, list_.buffer + list_.used}; }
+    Iterator end() const noexcept { return {list_.buffer + list_.used, list_.buffer + list_.used}; }
     /// The record, for the C functions.
     c::StrList *get() noexcept { return &list_; }
     /// Lets go of the record's contents, which the caller destroys. The list is empty and can be used on.

@@ -41,19 +41,32 @@ public:
     /// holds one key twice is walked for ever.
     class Iterator {
     public:
-        explicit Iterator(const c::Map *map) noexcept : map_(map), more_(MapFirst(map, &key_, &value_) == MAP_OK) {}
+        explicit Iterator(const c::Map *map) noexcept : map_(map)
+        {
+            stand([map](uint32_t *key, uint32_t *value) { return MapFirst(map, key, value); });
+        }
         Pair operator*() const noexcept { return {detail::fromWord<Key>(key_), detail::fromWord<Value>(value_)}; }
         Iterator &operator++() noexcept
         {
-            more_ = MapNext(map_, key_, &key_, &value_) == MAP_OK;
+            stand([this](uint32_t *key, uint32_t *value) { return MapNext(map_, key_, key, value); });
             return *this;
         }
         friend bool operator!=(const Iterator &iterator, detail::End) noexcept { return iterator.more_; }
 
     private:
+        /// Copies what a C function writes, which leaves the iterator in registers.
+        template<typename Step>
+        void stand(Step step) noexcept
+        {
+            uint32_t key = 0, value = 0;
+            more_ = step(&key, &value) == MAP_OK;
+            key_ = key;
+            value_ = value;
+        }
+
         const c::Map *map_;
         uint32_t key_ = 0, value_ = 0;
-        bool more_;
+        bool more_ = false;
     };
 
     /// MapCreate. Empty if memory is exhausted, or if the count is neither 0 nor a power of two.

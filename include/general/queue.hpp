@@ -173,7 +173,7 @@ public:
                 // From then on the comparison put the new element behind the queued ones: none of the same bytes is
                 // further behind.
                 uint32_t index = this->size();
-                while (std::memcmp(this->peek(--index), &element, sizeof element) != 0) {
+                while (std::memcmp(this->peek(--index), &added.element, sizeof element) != 0) {
                 }
                 this->erase(index).ignore();
                 added.carrier.rethrow();

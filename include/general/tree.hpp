@@ -111,9 +111,9 @@ public:
     LeafIterator() noexcept = default;
     explicit LeafIterator(c::RbNode *leaf) noexcept : leaf_(leaf) {}
 
-    Pair operator*() const noexcept { return Pair::of(leaf_); }
-    auto key() const noexcept { return Pair::of(leaf_).key; }
-    decltype(Pair::value) value() const noexcept { return Pair::of(leaf_).value; }
+    Pair operator*() const noexcept { return {key(), value()}; }
+    auto key() const noexcept { return Pair::keyOf(leaf_); }
+    decltype(Pair::value) value() const noexcept { return Pair::valueOf(leaf_); }
     LeafIterator &operator++() noexcept
     {
         leaf_ = Backwards ? RbPrev(leaf_) : RbNext(leaf_);
@@ -162,10 +162,10 @@ struct TreePair {
     Key key;
     Value value;
     /// @cond
-    static TreePair of(const c::RbNode *leaf)
+    static Key keyOf(const c::RbNode *leaf) { return detail::Keys<Key, Compare>::of(leaf); }
+    static Value valueOf(const c::RbNode *leaf)
     {
-        return {detail::Keys<Key, Compare>::of(leaf),
-                detail::fromWord<Value>(reinterpret_cast<std::uintptr_t>(RbVal(leaf)))};
+        return detail::fromWord<Value>(reinterpret_cast<std::uintptr_t>(RbVal(leaf)));
     }
     /// @endcond
 };
@@ -258,11 +258,12 @@ template<typename Value>
 struct StringPair {
     std::string_view key;
     Value &value;
-    static StringPair of(const c::RbNode *leaf)
+    static std::string_view keyOf(const c::RbNode *leaf)
     {
         auto *entry = Entry<Value>::of(leaf);
-        return {{entry->key(), entry->length}, entry->value};
+        return {entry->key(), entry->length};
     }
+    static Value &valueOf(const c::RbNode *leaf) { return Entry<Value>::of(leaf)->value; }
 };
 
 /// Orders a text of known length as RbFindKey would.

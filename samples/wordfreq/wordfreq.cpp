@@ -1,9 +1,12 @@
 // Counts the words of text files and prints the most frequent. The files' names are kept in a string
-// list and its vector, their text is read into a pooled buffer, each word is gathered in a character
-// buffer and finds its counter in a string-keyed tree, and a priority queue puts the counters in order.
-// The library reads the command line as well: getopt for the options, a glob pattern for the files.
+// list, their text is read into a pooled buffer, each word is gathered in a character buffer and finds
+// its count in a tree that owns its words, and a priority queue puts them in order. The library reads the
+// command line as well: getopt for the options, a glob pattern for the files.
 
-#include "general.h"
+#include "general/general.hpp"
+#include "general/getopt.h"
+#include "general/glob.h"
+#include "general/strings.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -36,26 +39,13 @@ constexpr unsigned long long progressStep = 16ull * 1024 * 1024;
     exit(status);
 }
 
-struct Counter {
-    unsigned long count;
-    char word[1]; ///< as long as it needs to be
+using Words = general::Tree<std::string, unsigned long>;
+
+/// The more frequent word comes out first; equally frequent ones in the order in which they are queued, which is that
+/// of their bytes.
+struct LessFrequent {
+    bool operator()(const Words::iterator &a, const Words::iterator &b) const noexcept { return a.value() < b.value(); }
 };
-
-/// Puts a more frequent word before a queued one. Equally frequent ones keep the order in which they
-/// are queued, which is that of their bytes.
-int moreFrequentFirst(const void *queued, const void *added)
-{
-    unsigned long queuedCount = (*static_cast<Counter *const *>(queued))->count;
-    unsigned long addedCount = (*static_cast<Counter *const *>(added))->count;
-    return queuedCount < addedCount ? -1 : queuedCount > addedCount;
-}
-
-/// Ends the program when a call of the library that can only run out of memory did so.
-void require(bool success)
-{
-    if (!success)
-        fail(1, "not enough memory");
-}
 
 bool isCapital(char character)
 {
@@ -69,25 +59,10 @@ bool isLetter(char character)
 
 class WordCounter {
 public:
-    WordCounter() : words_(RbCreate()), chunks_(BufPoolCreate(1, chunkSize)), word_(CBufCreate(64))
-    {
-        require(words_ != nullptr && chunks_ != nullptr && word_ != nullptr);
-    }
-    ~WordCounter()
-    {
-        for (RbNode *leaf = RbFirst(words_); leaf != nullptr; leaf = RbNext(leaf))
-            free(RbVal(leaf)); // the tree leaves keys and values to their owner
-        RbDestroy(words_);
-        BufPoolDestroy(chunks_);
-        CBufDestroy(word_);
-    }
-    WordCounter(const WordCounter &) = delete;
-    WordCounter &operator=(const WordCounter &) = delete;
-
     void readStream(FILE *stream)
     {
-        auto *chunk = static_cast<char *>(BufPoolGrab(chunks_, chunkSize));
-        require(chunk != nullptr);
+        auto memory = general::check(chunks_.grab(chunkSize));
+        auto *chunk = static_cast<char *>(memory.get());
         size_t length;
         while ((length = fread(chunk, 1, chunkSize, stream)) > 0) {
             readChunk(chunk, chunk + length);
@@ -95,24 +70,19 @@ public:
             showProgress();
         }
         endWord();
-        BufPoolRelease(chunks_, chunk);
     }
 
     /// Prints the first `limit` words, 0 for all, in the manner of `uniq -c`.
     void print(uint32_t limit) const
     {
-        PQueue *ranking = PQCreate(sizeof(void *), moreFrequentFirst);
-        require(ranking != nullptr);
-        for (RbNode *leaf = RbFirst(words_); leaf != nullptr; leaf = RbNext(leaf)) {
-            auto *counter = static_cast<Counter *>(RbVal(leaf));
-            require(PQAdd(ranking, &counter) == PQ_OK);
+        general::PriorityQueue<Words::iterator, LessFrequent> ranking;
+        for (auto word = words_.begin(); word != words_.end(); ++word) {
+            general::check(ranking.push(word));
             if (limit != 0)
-                PQDelIndex(ranking, static_cast<int32_t>(limit)); // there is at most one too many
+                ranking.erase(limit).ignore(); // there is at most one too many
         }
-        Counter *counter = nullptr;
-        while (PQRmv(ranking, &counter) == PQ_OK && counter != nullptr)
-            printf("%7lu %s\n", counter->count, counter->word);
-        PQDestroy(ranking);
+        while (auto word = ranking.pop())
+            printf("%7lu %s\n", word->value(), word->key().data());
     }
 
     void endProgress() const
@@ -130,7 +100,7 @@ private:
             for (; character != end && isLetter(*character); ++character)
                 if (isCapital(*character))
                     *character = static_cast<char>(*character - 'A' + 'a');
-            require(CBufAppend(word_, run, static_cast<uint32_t>(character - run)) == CBUF_OK);
+            general::check(word_.append({run, static_cast<size_t>(character - run)}));
             if (character == end)
                 return;
             endWord();
@@ -140,31 +110,11 @@ private:
 
     void endWord()
     {
-        void *word = nullptr;
-        uint32_t length = 0;
-        CBufGet(word_, nullptr, &length);
-        if (length == 0)
+        if (word_.empty())
             return;
-        require(CBufAppend(word_, "", 1) == CBUF_OK);
-        CBufGet(word_, &word, nullptr);
-        countWord(static_cast<const char *>(word), length);
-        CBufReset(word_);
-    }
-
-    void countWord(const char *word, uint32_t length)
-    {
-        int32_t found = 0;
-        RbNode *position = RbFindKey_n(words_, word, &found);
-        if (found) {
-            ++static_cast<Counter *>(RbVal(position))->count;
-            return;
-        }
-        auto *counter = static_cast<Counter *>(malloc(sizeof(Counter) + length));
-        if (counter == nullptr)
-            fail(1, "not enough memory");
-        counter->count = 1;
-        memcpy(counter->word, word, length + 1);
-        require(RbInsert_b(position, counter->word, counter) != nullptr);
+        *static_cast<char *>(general::check(word_.extend(1))) = '\0';
+        ++general::check(words_.try_emplace(word_.view().data())).value();
+        general::check(word_.clear());
     }
 
     void showProgress()
@@ -176,9 +126,9 @@ private:
         fprintf(stderr, "\r%lu MB read", static_cast<unsigned long>(bytes_ / 1000000));
     }
 
-    RbNode *words_;   ///< a Counter for each word, under its own text
-    BufPool *chunks_; ///< what files are read into
-    CBuf *word_;      ///< the word that is being read
+    Words words_ = general::check(Words());
+    general::BufferPool chunks_ = general::check(general::BufferPool(1, chunkSize)); ///< what files are read into
+    general::Buffer word_ = general::check(general::Buffer(64));                     ///< the word that is being read
     unsigned long long bytes_ = 0;
     unsigned long long nextProgress_ = progressStep;
     bool progressShown_ = false;
@@ -283,28 +233,25 @@ bool isIncluded(const char *file, const char *pattern)
 } // namespace
 
 int main(int argc, char **argv)
-{
+try {
     Options options = parseOptions(argc, argv);
-    StrList names;
-    StrListInit(&names, 256, 256);
+    general::StringList names;
     for (int i = optind; i < argc; ++i)
-        if (isIncluded(argv[i], options.include))
-            require(StrListAppend(&names, argv[i]) != nullptr);
-    if (optind >= argc)
-        require(StrListAppend(&names, "-") != nullptr);
-    char **files = StrVecCreate(names.buffer, names.count);
-    require(files != nullptr);
+        if (isIncluded(argv[i], options.include) && names.push_back(argv[i]) == nullptr)
+            throw std::bad_alloc();
+    if (optind >= argc && names.push_back("-") == nullptr)
+        throw std::bad_alloc();
     // Text is taken and given byte for byte.
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
 
     WordCounter counter;
     bool complete = true;
-    for (char **file = files; *file != nullptr; ++file)
-        complete = readFile(counter, *file) && complete;
+    for (std::string_view file : names)
+        complete = readFile(counter, file.data()) && complete;
     counter.endProgress();
     counter.print(options.limit);
-    StrVecDestroy(files);
-    StrListDestroy(&names);
     return complete ? 0 : 1;
+} catch (const std::exception &) { // the only thing that calls of the library can want here
+    fail(1, "not enough memory");
 }

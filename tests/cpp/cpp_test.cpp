@@ -7,13 +7,13 @@
 #include <gmock/gmock.h>
 
 #include <memory>
-#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
+using namespace std::literals;
 using test_support::HeapWatch;
 using testing::ElementsAre;
 
@@ -24,7 +24,8 @@ static_assert(areHandles<general::Tree<int32_t, int>, general::Tree<std::string,
 static_assert(areHandles<general::List<double>, general::ArrayList<int, int>, general::StringVector, general::Buffer>);
 static_assert(areHandles<general::String, general::BufferPool, general::Counted<int>, general::Cache<int>>);
 static_assert(areHandles<general::Action<int>, general::KeyCall<int *, int *>>);
-static_assert(sizeof(general::StringList) == sizeof(StrList));
+static_assert(sizeof(general::StringList) == sizeof(StrList) && sizeof(general::Vector) == sizeof(V3));
+static_assert(sizeof(general::Rotation) == sizeof(R3));
 
 template<typename A, typename B, typename = void>
 constexpr bool comparable = false;
@@ -33,44 +34,48 @@ constexpr bool comparable<A, B, std::void_t<decltype(std::declval<A>() == std::d
 static_assert(comparable<general::Result<QueStat>, QueStat> && !comparable<general::Result<QueStat>, StackStat>);
 static_assert(!comparable<general::Result<QueStat>, int> && !std::is_copy_constructible_v<general::Queue<int>>);
 
-struct Thrown {};
+struct Thrown {
+    static inline int calls = 0;
+    /// Throws in the call with which `calls` has counted down to 0.
+    static void count()
+    {
+        if (--calls == 0)
+            throw Thrown();
+    }
+};
+struct Throwing {
+    bool operator()(int a, int b) const { return Thrown::count(), a < b; }
+};
 
 /// Counts those that live.
 struct Value {
     static inline int living = 0;
     int number;
 
-    explicit Value(int theNumber) : number(theNumber) { ++living; }
+    explicit Value(int theNumber) : number(theNumber) { Thrown::count(), ++living; }
     Value(const Value &other) : Value(other.number) {}
     ~Value() { --living; }
 };
-
-/// Throws in the call before which `calls` counts down to 0.
-struct Throwing {
-    static inline int calls = 0;
-    static void count()
-    {
-        if (--calls == 0)
-            throw Thrown();
-    }
-    bool operator()(int a, int b) const
-    {
-        count();
-        return a < b;
-    }
-};
-
-struct ThrowingValue {
-    ThrowingValue() { throw Thrown(); }
-};
+const auto makeValue = [](std::string_view key) { return std::make_unique<Value>(static_cast<int>(key.size())); };
+const auto failToMake = [](std::string_view) -> Value * { throw Thrown(); };
 
 template<typename Queue>
-std::vector<int> drained(Queue &queue)
+std::vector<int> drained(Queue &&queue)
 {
     std::vector<int> elements;
     for (int element = 0; queue.pop(element);)
         elements.push_back(element);
     return elements;
+}
+
+/// The keys and values that a loop meets, as text.
+template<typename Range>
+std::string walked(const Range &range)
+{
+    std::ostringstream text;
+    for (auto [key, value] : range)
+        text << key << value << ' ';
+    return text.str();
 }
 
 /// What every owner does with its handle. `make` makes one that is not empty.
@@ -82,21 +87,18 @@ void expectOwnership(Make make)
         auto first = make();
         auto *handle = first.get();
         auto second = std::move(first);
-        EXPECT_FALSE(first);
-        EXPECT_EQ(second.get(), handle);
+        EXPECT_TRUE(!first && second.get() == handle);
         decltype(first) third(general::adopt, second.release());
         EXPECT_FALSE(second);
-        first = std::move(third);
         second = make();
-        second = std::move(first);
-        EXPECT_EQ(second.get(), handle);
-        second.swap(first);
+        second = std::move(third);
+        std::swap(first, second);
         EXPECT_EQ(first.get(), handle);
         static_cast<void>(first.reset());
-        static_cast<void>(first.reset());
         EXPECT_FALSE(first);
+        first = make();
     }
-    EXPECT_EQ(watch.liveBlocks(), 0);
+    EXPECT_TRUE(watch.liveBlocks() == 0 && Value::living == 0);
 }
 
 TEST(Cpp, OwnersHoldOneHandle)
@@ -112,51 +114,44 @@ TEST(Cpp, OwnersHoldOneHandle)
     expectOwnership([] { return general::Action<int>(); });
     expectOwnership([] { return general::KeyCall<int *, int *>(); });
     expectOwnership([] { return general::Counted(new Value(1)); });
-    expectOwnership([] {
-        general::Tree<std::string, Value> tree;
-        tree.try_emplace("key", 1);
-        return tree;
-    });
-    expectOwnership([] {
-        general::List<Value> list;
-        list.push_back(Value(1));
-        return list;
-    });
-    expectOwnership([] {
-        general::Cache<Value> cache;
-        cache.access("key", [](std::string_view) { return std::make_unique<Value>(1); });
-        return cache;
-    });
-    EXPECT_EQ(Value::living, 0);
+    auto filled = [](auto owner, auto fill) { return fill(owner), std::move(owner); };
+    expectOwnership(
+        [&] { return filled(general::Tree<std::string, Value>(), [](auto &o) { o.try_emplace("key", 1); }); });
+    expectOwnership([&] { return filled(general::List<Value>(), [](auto &o) { o.emplace(o.end(), 1); }); });
+    expectOwnership([&] { return filled(general::Cache<Value>(), [](auto &o) { o.access("key", makeValue); }); });
 }
 
 TEST(Cpp, EmptyOwnersAreRefusedAsNullIs)
 {
-    general::Queue<int> queue;
-    ASSERT_TRUE(queue.reset());
-    EXPECT_EQ(queue.push(1), QUE_BAD_HANDLE);
-    EXPECT_EQ(queue.pop().result(), QUE_BAD_HANDLE);
-    EXPECT_EQ(queue.front(), nullptr);
-    EXPECT_TRUE(queue.empty());
-    general::Tree<std::string, int> tree;
-    general::List<int> list;
-    general::Map<int, int> map;
-    general::ArrayList<int, int> pairs;
-    tree.reset();
-    EXPECT_TRUE(list.reset() && map.reset() && pairs.reset());
-    EXPECT_TRUE(tree.empty() && list.empty() && map.empty() && pairs.empty());
-    EXPECT_THAT(tree.reversed().begin(), tree.reversed().end());
-    for ([[maybe_unused]] auto [key, value] : map)
-        ADD_FAILURE() << "an empty owner has an entry";
+    general::Queue<int> queue(general::adopt, nullptr);
+    EXPECT_TRUE(queue.push(1) == QUE_BAD_HANDLE && queue.pop().result() == QUE_BAD_HANDLE && queue.reset());
+    EXPECT_TRUE(queue.front() == nullptr && queue.empty());
+    general::Tree<std::string, int> tree(general::adopt, nullptr);
+    EXPECT_TRUE(tree.empty() && tree.reversed().begin() == tree.reversed().end());
+    general::List<int> list(general::adopt, nullptr);
+    EXPECT_TRUE(list.empty() && list.reset());
+    EXPECT_EQ(walked(general::Map<int, int>(general::adopt, nullptr)), "");
+    EXPECT_EQ(walked(general::ArrayList<int, int>(general::adopt, nullptr)), "");
     HeapWatch watch(1);
     EXPECT_THROW(general::check(general::Queue<int>()), std::bad_alloc);
 }
 
-TEST(Cpp, ResultsBecomeExceptions)
+TEST(Cpp, QueuesHandElementsOut)
 {
     general::Stack<int> stack;
-    general::check(stack.push(7));
-    EXPECT_EQ(general::check(stack.pop()), 7);
+    general::Queue<int> queue;
+    general::PriorityQueue<int> largestFirst;
+    general::PriorityQueue<int, std::greater<int>> smallestFirst;
+    for (int element : {2, 3, 1, 4})
+        EXPECT_TRUE(stack.push(element) && queue.push(element) && largestFirst.push(element) &&
+                    smallestFirst.push(element));
+    *queue.front() = 5;
+    EXPECT_TRUE(queue.erase(1) && smallestFirst.erase(3) && largestFirst.discard() && *queue.peek(2) == 4);
+    EXPECT_EQ(*largestFirst.top() + largestFirst.pop().value_or(0), 6);
+    EXPECT_THAT(drained(stack), ElementsAre(4, 1, 3, 2));
+    EXPECT_THAT(drained(queue), ElementsAre(5, 1, 4));
+    EXPECT_THAT(drained(largestFirst), ElementsAre(2, 1));
+    EXPECT_THAT(drained(smallestFirst), ElementsAre(1, 2, 3));
     try {
         general::check(stack.pop());
         ADD_FAILURE() << "an empty stack gave an element";
@@ -166,59 +161,35 @@ TEST(Cpp, ResultsBecomeExceptions)
     }
 }
 
-TEST(Cpp, QueuesHandElementsOut)
+TEST(Cpp, AComparisonThatThrowsChangesNothing)
 {
-    general::Queue<int> queue;
-    general::PriorityQueue<int> largestFirst;
-    general::PriorityQueue<int, std::greater<int>> smallestFirst;
-    for (int element : {2, 3, 1, 4}) {
-        general::check(queue.push(element));
-        general::check(largestFirst.push(element));
-        general::check(smallestFirst.push(element));
-    }
-    *queue.front() = 5;
-    general::check(queue.erase(1));
-    general::check(smallestFirst.erase(3));
-    EXPECT_EQ(*queue.peek(2), 4);
-    EXPECT_EQ(*largestFirst.top(), 4);
-    EXPECT_EQ(largestFirst.pop().value_or(0), 4);
-    general::check(largestFirst.discard());
-    EXPECT_THAT(drained(queue), ElementsAre(5, 1, 4));
-    EXPECT_THAT(drained(largestFirst), ElementsAre(2, 1));
-    EXPECT_THAT(drained(smallestFirst), ElementsAre(1, 2, 3));
-}
-
-TEST(Cpp, AComparisonThatThrowsQueuesNothing)
-{
+    const std::vector<int> queued = {9, 7, 5, 5, 5, 3, 3, 1};
     for (int failing = 1; failing <= 4; ++failing) {
         for (int element = 0; element <= 10; ++element) {
             general::PriorityQueue<int, Throwing> queue;
-            for (int i : {1, 3, 3, 5, 5, 5, 7, 9}) {
-                Throwing::calls = 0;
+            Thrown::calls = 0;
+            for (int i : queued)
                 general::check(queue.push(i));
-            }
-            Throwing::calls = failing;
+            Thrown::calls = failing;
             bool thrown = false;
             try {
                 general::check(queue.push(element));
             } catch (const Thrown &) {
                 thrown = true;
             }
-            EXPECT_EQ(thrown, Throwing::calls == 0);
-            EXPECT_EQ(queue.size(), thrown ? 8 : 9);
-            EXPECT_TRUE(!thrown || drained(queue) == (std::vector{9, 7, 5, 5, 5, 3, 3, 1})) << failing << element;
+            EXPECT_EQ(thrown, Thrown::calls == 0);
+            EXPECT_TRUE(!thrown || drained(queue) == queued) << element << " with comparison " << failing;
         }
     }
-}
-
-/// The keys and values that a loop meets, as text.
-template<typename Range>
-std::string walked(const Range &range)
-{
-    std::ostringstream text;
-    for (auto [key, value] : range)
-        text << key << value << ' ';
-    return text.str();
+    const int keys[] = {1, 3};
+    general::Tree<const int *, int, Throwing> tree;
+    Thrown::calls = 0;
+    tree.insert(&keys[0], 1);
+    for (int failing = 1; failing <= 2; ++failing) {
+        Thrown::calls = failing;
+        EXPECT_THROW(tree.insert(&keys[1], 3), Thrown);
+        EXPECT_TRUE(++tree.begin() == tree.end());
+    }
 }
 
 TEST(Cpp, TreesAreWalkedBothWays)
@@ -226,21 +197,15 @@ TEST(Cpp, TreesAreWalkedBothWays)
     general::Tree<const char *, int> words;
     general::Tree<int32_t, char> numbers;
     general::Tree<const std::string *, int, std::less<std::string>> pointers;
-    const std::string texts[] = {"b", "a", "c"};
+    const std::string texts[] = {"b", "a", "c"}, b = "b";
     for (int i = 0; i < 3; ++i) {
-        EXPECT_TRUE(words.insert(texts[i].c_str(), i).second);
+        EXPECT_TRUE(words.insert(texts[i].c_str(), i).second && pointers.insert(&texts[i], i).second);
         EXPECT_TRUE(numbers.insert(10 * i - 10, "xyz"[i]).second);
-        EXPECT_TRUE(pointers.insert(&texts[i], i).second);
     }
     EXPECT_FALSE(words.insert("a", 9).second);
-    EXPECT_EQ(walked(words), "a1 b0 c2 ");
-    EXPECT_EQ(walked(words.reversed()), "c2 b0 a1 ");
-    EXPECT_EQ(walked(numbers), "-10x 0y 10z ");
-    EXPECT_EQ(numbers.lower_bound(1).key(), 10);
-    EXPECT_FALSE(numbers.lower_bound(11));
-    const std::string b = "b";
-    EXPECT_EQ(pointers.find(&b).value(), 0);
-    EXPECT_EQ(pointers.erase(pointers.find(&b)).key(), &texts[2]);
+    EXPECT_EQ(walked(words) + walked(words.reversed()) + walked(numbers), "a1 b0 c2 c2 b0 a1 -10x 0y 10z ");
+    EXPECT_TRUE(numbers.lower_bound(1).key() == 10 && !numbers.lower_bound(11));
+    EXPECT_TRUE(pointers.find(&b).value() == 0 && pointers.erase(pointers.find(&b)).key() == &texts[2]);
     EXPECT_TRUE(!pointers.contains(&b) && words.erase("a") && !words.erase("a"));
     EXPECT_EQ(walked(words), "b0 c2 ");
 }
@@ -252,60 +217,38 @@ TEST(Cpp, ATreeOwnsItsStrings)
         if (!tree)
             return;
         std::string key = "bb";
-        for (std::string_view text : {std::string_view(key), std::string_view("abc", 2), std::string_view("b\0x", 3),
-                                      std::string_view("\xE9"), std::string_view("ab")}) {
+        for (std::string_view text : {std::string_view(key), "abc"sv.substr(0, 2), "b\0x"sv, "\xE9"sv, "ab"sv}) {
             auto [leaf, isNew] = tree.try_emplace(text, static_cast<int>(text.size()));
             EXPECT_EQ(!leaf, watch.justFailed());
             EXPECT_TRUE(isNew || text == "ab" || watch.failed());
         }
-        key = "zz";
         if (watch.failed())
             return;
-        EXPECT_FALSE(tree.try_emplace("ab", 9).second);
+        key = "zz";
         std::string keys;
         for (auto [text, value] : tree)
             keys.append(text).append(std::to_string(++value.number));
-        EXPECT_EQ(keys, "ab3b4bb3\xE9"
-                        "2");
-        EXPECT_TRUE(tree.find("ab") == tree.find(std::string_view("ab")) && !tree.find(std::string_view("abb", 1)));
-        EXPECT_TRUE(!tree.find(std::string_view("b\0x", 3)) && tree.contains("\xE9") && !tree.contains("b\xE9"));
-        EXPECT_TRUE(tree.erase("bb") && tree.erase(std::string("b")) && !tree.erase(std::string_view("b")));
-        EXPECT_EQ(Value::living, 2);
+        EXPECT_EQ(keys, "ab3b4bb3\xE9" + "2"s);
+        EXPECT_TRUE(!tree.try_emplace("ab", 9).second && tree.find("ab") == tree.find("ab"sv));
+        EXPECT_TRUE(!tree.find("abb"sv.substr(0, 1)) && !tree.find("b\0x"sv) && !tree.contains("b\xE9"));
+        EXPECT_TRUE(tree.erase("bb") && tree.erase("b"s) && !tree.erase("b"sv) && Value::living == 2);
+        Thrown::calls = 1;
+        EXPECT_THROW(tree.try_emplace("new", 1), Thrown);
+        EXPECT_FALSE(tree.contains("new"));
     });
-    EXPECT_EQ(Value::living, 0);
-}
-
-TEST(Cpp, WhatAComparisonOfKeysThrowsComesOut)
-{
-    const int keys[] = {1, 2, 3};
-    general::Tree<const int *, int, Throwing> tree;
-    tree.insert(&keys[0], 1);
-    for (int failing = 1; failing <= 2; ++failing) {
-        Throwing::calls = failing;
-        EXPECT_THROW(tree.insert(&keys[2], 3), Thrown);
-        Throwing::calls = failing;
-        EXPECT_THROW(tree.contains(&keys[0]), Thrown);
-    }
-    EXPECT_EQ(tree.begin().key(), &keys[0]);
-    EXPECT_FALSE(++tree.begin());
 }
 
 TEST(Cpp, MapsAndListsAreWalked)
 {
     general::Map<const char *, int> map;
     const char *const word = "word";
-    general::check(map.insert(word, -1));
-    EXPECT_EQ(general::check(map.find(word)), -1);
-    EXPECT_EQ(walked(map), "word-1 ");
-    EXPECT_TRUE(map.erase(word) && map.erase(word) == MAP_NOT_FOUND && map.empty());
+    EXPECT_TRUE(map.insert(word, -1) && general::check(map.find(word)) == -1 && walked(map) == "word-1 ");
+    EXPECT_TRUE(map.erase(word) && map.erase(word) == MAP_NOT_FOUND && map.empty() && !map.contains(word));
 
     general::ArrayList<int, char> pairs;
     EXPECT_TRUE(pairs.push_back(2, 'x') && pairs.push_back(1, 'y') && pairs.push_back(3, 'z'));
-    EXPECT_EQ(walked(pairs), "2x 1y 3z ");
-    EXPECT_EQ(pairs.find(1)->object, 'y');
-    EXPECT_EQ(pairs.find_object('z')->key, 3);
-    EXPECT_EQ(pairs.erase(2)->object, 'x');
-    EXPECT_EQ(pairs.at(2).result(), ARRAYLST_NO_SUCH_OBJ);
+    EXPECT_TRUE(walked(pairs) == "2x 1y 3z " && pairs.find(1)->object == 'y' && pairs.findObject('z')->key == 3);
+    EXPECT_TRUE(pairs.erase(2)->object == 'x' && pairs.at(2).result() == ARRAYLST_NO_SUCH_OBJ);
 
     general::StringList strings(0, 4);
     for (const char *string : {"one", "", "three"})
@@ -314,22 +257,18 @@ TEST(Cpp, MapsAndListsAreWalked)
     EXPECT_THAT(std::vector<std::string_view>(moved.begin(), moved.end()), ElementsAre("one", "", "three"));
     EXPECT_TRUE(strings.empty() && strings.push_back("again") && *strings.begin() == "again");
     general::StringVector vector(moved);
-    EXPECT_STREQ(vector.get()[2], "three");
-    EXPECT_EQ(vector.get()[3], nullptr);
+    EXPECT_TRUE(vector.get()[2] == "three"s && vector.get()[3] == nullptr);
 
     HeapWatch watch;
     {
         general::List<Value> list;
         list.push_back(Value(2));
-        auto second = list.emplace(list.end(), 3);
+        auto last = list.emplace(list.end(), 3);
         list.push_front(Value(1));
-        EXPECT_EQ(list.erase(second), list.end());
-        EXPECT_EQ(std::prev(list.end())->number, 2);
-        EXPECT_EQ(std::accumulate(list.begin(), list.end(), 0, [](int sum, const Value &v) { return sum + v.number; }),
-                  3);
-        general::List<ThrowingValue> throwing;
-        EXPECT_THROW(throwing.emplace(throwing.begin()), Thrown);
-        EXPECT_TRUE(throwing.empty());
+        Thrown::calls = 1;
+        EXPECT_THROW(list.emplace(list.begin(), 4), Thrown);
+        EXPECT_TRUE(list.begin()->number == 1 && std::prev(last)->number == 2 && list.erase(last) == list.end());
+        EXPECT_EQ(Value::living, 2);
     }
     EXPECT_TRUE(watch.liveBlocks() == 0 && Value::living == 0);
 }
@@ -337,16 +276,13 @@ TEST(Cpp, MapsAndListsAreWalked)
 TEST(Cpp, BuffersShowTextOfKnownLength)
 {
     general::Buffer buffer(1);
-    EXPECT_TRUE(buffer.append("ab") && buffer.append(std::string(1, '\0')) && buffer.insert(1, "x"));
-    EXPECT_EQ(buffer.view(), std::string_view("axb\0", 4));
+    EXPECT_TRUE(buffer.append("ab") && buffer.append("\0"sv) && buffer.insert(1, "x") && buffer.view() == "axb\0"sv);
     EXPECT_EQ(buffer.erase(3, 2), CBUF_BAD_SIZE);
     *static_cast<char *>(general::check(buffer.extend(1))) = 'e';
     EXPECT_TRUE(buffer.erase(1, 3) && buffer.view() == "ae" && buffer.assign("n") && buffer.size() == 1);
     general::String string(1);
-    EXPECT_STREQ(string.c_str(), "");
-    EXPECT_TRUE(string.append("ab") && string.append("c"));
-    EXPECT_TRUE(string.view() == "abc" && string.clear() && string.view().empty());
-    EXPECT_STREQ(string.c_str(), "");
+    EXPECT_TRUE(string.c_str() == ""s && string.append("ab") && string.append("c") && string.view() == "abc");
+    EXPECT_TRUE(string.clear() && string.view().empty() && string.c_str() == ""s);
     general::BufferPool pool(1, 10);
     {
         auto grabbed = pool.grab(10);
@@ -357,43 +293,35 @@ TEST(Cpp, BuffersShowTextOfKnownLength)
     EXPECT_EQ(pool.available(), 1);
 }
 
-TEST(Cpp, CountedValuesEndWithTheLastReference)
+TEST(Cpp, CountedAndCachedValuesEndInTime)
 {
-    auto first = general::Counted(new Value(4));
+    general::Counted first(new Value(4));
     {
         auto second = first.share();
         EXPECT_TRUE(second->number == 4 && first.count() == 2);
         first.reset();
         EXPECT_EQ(Value::living, 1);
     }
-    EXPECT_EQ(Value::living, 0);
-    HeapWatch watch(1);
-    EXPECT_FALSE(general::Counted(new Value(5)));
-    EXPECT_EQ(Value::living, 0);
-}
+    EXPECT_TRUE(Value::living == 0 && (HeapWatch(1), !general::Counted(new Value(5))) && Value::living == 0);
 
-TEST(Cpp, CachesForgetWhatCouldNotBeMade)
-{
     general::Cache<Value> cache(1);
-    auto make = [](std::string_view key) { return new Value(static_cast<int>(key.size())); };
-    auto fail = [](std::string_view) -> Value * { throw Thrown(); };
     auto failInside = [&](std::string_view) {
-        EXPECT_THROW(cache.access("inner", fail), Thrown);
-        return std::make_unique<Value>(cache.access("inner", make)->number);
+        EXPECT_THROW(cache.access("inner", failToMake), Thrown);
+        return std::make_unique<Value>(cache.access("inner", makeValue)->number);
     };
-    EXPECT_THROW(cache.access("outer", fail), Thrown);
+    EXPECT_THROW(cache.access("outer", failToMake), Thrown);
     EXPECT_EQ(CacheFinish(cache.get(), "outer", 5), CACHE_NO_REFERENCE);
+    void *none = nullptr;
+    EXPECT_TRUE(CacheAccess(cache.get(), "C", 1, &none, nullptr) == CACHE_OK && none == nullptr);
     {
         auto pin = cache.access("outer", failInside);
-        EXPECT_EQ(pin->number, 5);
-        auto again = cache.access("outer", fail); // nothing is to be made
-        EXPECT_EQ(again.get(), pin.get());
+        auto again = cache.access("outer", failToMake); // nothing is to be made
+        EXPECT_TRUE(pin->number == 5 && again.get() == pin.get());
         pin = std::move(again);
         EXPECT_TRUE(pin.finish() && pin.finish() && !pin);
         EXPECT_EQ(CacheFinish(cache.get(), "outer", 5), CACHE_NO_REFERENCE);
     }
-    EXPECT_TRUE(cache.erase("outer") && cache.erase("nothing") == CACHE_NO_ENTRY);
-    EXPECT_EQ(Value::living, 1);
+    EXPECT_TRUE(cache.erase("outer") && cache.erase("nothing") == CACHE_NO_ENTRY && Value::living == 1);
 }
 
 TEST(Cpp, RegistriesCallEveryFunctionAndThrowThen)
@@ -402,18 +330,24 @@ TEST(Cpp, RegistriesCallEveryFunctionAndThrowThen)
     auto add = [](std::string &text) { text += 'a'; };
     auto fail = [](std::string &text) -> void { throw text.size(); };
     int32_t first = action.add(add);
-    action.add(fail);
-    action.add(add);
+    EXPECT_TRUE(first == 1 && action.add(fail) && action.add(fail) && action.add(add));
     std::string text;
     EXPECT_THROW(general::check(action.run(text)), std::size_t);
-    EXPECT_TRUE(text == "aa" && action.erase(first) && action.size() == 2);
+    EXPECT_TRUE(text == "aa" && action.erase(first) && action.size() == 3);
     EXPECT_TRUE(action.clear() && action.run(text) && text == "aa");
     general::KeyCall<int (*)(int), const char *> registry;
     uint32_t key = registry.next();
     EXPECT_TRUE(registry.insert(key, [](int number) { return number + 1; }, "data"));
-    EXPECT_EQ(general::check(registry.find(key)).callback(1), 2);
-    EXPECT_STREQ(registry.pop()->data, "data");
-    EXPECT_EQ(registry.erase(key).result(), KEYCALL_NO_ENTRY);
+    EXPECT_TRUE(registry.find(key)->callback(1) == 2 && registry.pop()->data == "data"s && !registry.erase(key));
+}
+
+TEST(Cpp, GeometryHasOperators)
+{
+    const general::Vector x(1, 0, 0), z(0, 0, 1);
+    const general::Rotation quarter(z, 90);
+    EXPECT_TRUE(quarter * x == general::Vector(0, 1, 0) && quarter * quarter.inverse() == general::Rotation());
+    EXPECT_TRUE(cross(z, x) == quarter * x && dot(x + z, 2 * x - z) == 1 && (x * 3).normalized() == x);
+    EXPECT_TRUE((x * 2).length() == 2 && quarter.angles() == general::Vector(0, 0, 90) && x != z);
 }
 
 } // namespace
