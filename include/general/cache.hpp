@@ -127,7 +127,7 @@ public:
     template<typename Maker>
     Pin access(std::string_view key, Maker &&maker)
     {
-        Making<std::remove_reference_t<Maker>> making(maker);
+        Making<std::remove_reference_t<Maker>> making{{makeWith<std::remove_reference_t<Maker>>}, maker, {}};
         void *value = nullptr;
         Result result(CacheAccess(get(), key.data(), static_cast<uint32_t>(key.size()), &value,
                                   static_cast<MakingBase *>(&making)));
@@ -151,9 +151,7 @@ private:
     template<typename Maker>
     struct Making : MakingBase {
         Maker &maker;
-        detail::Carrier carrier = {};
-
-        explicit Making(Maker &theMaker) : MakingBase{makeWith<Maker>}, maker(theMaker) {}
+        detail::Carrier carrier;
     };
 
     static int32_t length(std::string_view key) noexcept { return static_cast<int32_t>(key.size()); }

@@ -155,8 +155,13 @@ public:
     /// ArrayLstGet with one index after the other: `for (auto [key, object] : list)`. The cursor stays where it is.
     class Iterator : public detail::ValueIterator<Pair> {
     public:
-        Iterator(const ArrayList *list, uint32_t index) noexcept : list_(list), index_(index) {}
-        Pair operator*() const noexcept { return *list_->at(index_); }
+        Iterator(const c::ArrayLst *list, uint32_t index) noexcept : list_(list), index_(index) {}
+        Pair operator*() const noexcept
+        {
+            uint32_t key = 0, object = 0;
+            ArrayLstGet(list_, &key, &object, index_);
+            return {detail::fromWord<Key>(key), detail::fromWord<Object>(object)};
+        }
         Iterator &operator++() noexcept
         {
             ++index_;
@@ -166,7 +171,7 @@ public:
         friend bool operator!=(Iterator a, Iterator b) noexcept { return a.index_ != b.index_; }
 
     private:
-        const ArrayList *list_;
+        const c::ArrayLst *list_;
         uint32_t index_;
     };
 
@@ -207,8 +212,8 @@ public:
         return count;
     }
     bool empty() const noexcept { return size() == 0; }
-    Iterator begin() const noexcept { return {this, 0}; }
-    Iterator end() const noexcept { return {this, size()}; }
+    Iterator begin() const noexcept { return {get(), 0}; }
+    Iterator end() const noexcept { return {get(), size()}; }
 
 private:
     template<typename T>
