@@ -21,6 +21,7 @@ void runWith(const std::string &input)
         characters += lines.first.size();
     }
     std::vector<char *> argv;
+    argv.reserve(elements.size() + 1);
     for (fuzz::ExactString &element : elements)
         argv.push_back(element.data());
     argv.push_back(nullptr);
