@@ -30,6 +30,7 @@ struct LookedUp : c::QVSTraceEntry {
 
 /// Calls `each` with the place of an exception and with those that it was called from, 32 at most, as LookedUp.
 /// @param exception  the system's EXCEPTION_POINTERS
+/// @param each       takes a LookedUp
 template<typename Pointers, typename Each>
 void traceException(const Pointers &exception, Each &&each)
 {
