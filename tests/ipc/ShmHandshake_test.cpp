@@ -190,9 +190,10 @@ TEST(ShmHandshake, AcceptOwesASignalAndWaitsForNobody)
     made[1].reset(); // its reply is the middle one
     hooked = clients.ownEvent;
     SetEvent(hooked);
-    ImportHook seeing("Sleep", winapi([](DWORD) { WaitForSingleObject(hooked, 0); }));
+    ImportHook seeing("Sleep", winapi([](DWORD) { EXPECT_TRUE(isSet(std::exchange(hooked, nullptr))); }));
     EXPECT_EQ(ShmQueueAccept(listener.get(), 1, 2), nullptr); // the number is in use
-    EXPECT_TRUE(isSet(clients.ownEvent));                     // its client hears of that
+    EXPECT_EQ(hooked, nullptr);                               // somebody has seen the signal of another reply
+    EXPECT_TRUE(isSet(clients.ownEvent));                     // and gets the one of this
     EXPECT_EQ(clients.get(99), record({1, 1, 3, 1, 1, 2}));
 }
 
@@ -234,6 +235,7 @@ TEST(ShmHandshake, ConnectMakesTheBestOfWhatTheListenerDoes)
         {.finding = "an accept that takes its time", .isSlow = true},
         {.finding = "one of a listener built separately, without the mutex", .isKnown = false, .isSlow = true},
         {.finding = "a reply, and its listener destroyed", .isClosed = true},
+        {.finding = "a reply without its signal, and its listener destroyed", .isSignalled = false, .isClosed = true},
         {.finding = "no reply, and its listener destroyed", .replies = {}, .isSignalled = false, .isClosed = true, .connects = false},
     };
     // clang-format on

@@ -62,6 +62,7 @@ TEST(ShmQueue, RefusesWhatItCannotServe)
             EXPECT_EQ(ShmQueueAccept(queue, 8, 8), nullptr);
         link.raw->put("1234");
         EXPECT_EQ(ShmQueueAccept(link.get(), 8, 8), nullptr); // no listener
+        EXPECT_EQ(link.remove(9), SHMQUEUE_OK);               // and its ring is left alone
         link.shake->put("1234");
         for (uint32_t size : {0x7FFFFFD6u, 0x7FFFFFD7u, 0x7FFFFFD8u, 0x80000000u, ~0u}) // 2S + 84 goes over 32 bits
             EXPECT_EQ(ShmQueueAccept(link.listener.get(), 8, size), nullptr);
