@@ -9,7 +9,8 @@ that the bound itself does not reach is out of reach for the library."""
 import json
 import sys
 
-COUNTERS = ("bytes", "n")
+# Rows of these kinds are timed once, and have tables and figures of their own.
+GROWTH, MEMORY = "growth: ", "memory: "
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -34,17 +35,21 @@ def rows_of(report):
     rows = {}
     # Contenders that took turns in random order are listed in it.
     for run in sorted(report["benchmarks"], key=lambda run: run.get("family_index", 0)):
-        if medians and run.get("aggregate_name") != "median":
+        once = run["run_name"].startswith((GROWTH, MEMORY))
+        if medians and run.get("aggregate_name") != "median" and not once:
+            continue
+        if run.get("error_occurred") and once:
             continue
         if run.get("error_occurred"):
             sys.exit(f"{run['name']}: {run['error_message']}")
         row, _, contender = run["run_name"].partition(" | ")
         contender = contender.split("/")[0]  # options such as min_time follow a slash
-        entry = rows.setdefault(row, {"times": {}, "aims": {}, "counters": {}})
+        entry = rows.setdefault(row, {"times": {}, "aims": {}, "bytes": {}})
         entry["times"][contender] = run["real_time"] * UNITS[run["time_unit"]]
         if run.get("label", "").startswith("aim "):
             entry["aims"][contender if is_limit(contender) else "general"] = float(run["label"][4:])
-        entry["counters"][contender] = {name: value for name, value in run.items() if name in COUNTERS}
+        if "bytes" in run:
+            entry["bytes"][contender] = run["bytes"]
     return rows
 
 
@@ -61,10 +66,10 @@ def table_of(rows):
     lines = ["| task | general | instead | ratio | aim |", "|---|---:|---:|---:|---:|"]
     missed = 0
     for row, entry in rows.items():
-        times = dict(entry["times"])
-        ours = times.pop("general", None)
-        if ours is None:
+        if row.startswith((GROWTH, MEMORY)):
             continue
+        times = dict(entry["times"])
+        ours = times.pop("general")
         if not times:
             lines.append(f"| {row} | {readable(ours)} | | | |")
         slowest_limit = max((time for peer, time in times.items() if is_limit(peer)), default=0)
@@ -77,10 +82,22 @@ def table_of(rows):
     return lines, missed
 
 
+def memory_table_of(rows):
+    lines = ["| bytes of heap for each of 100,000 entries | general | instead |", "|---|---:|---:|"]
+    for row, entry in rows.items():
+        if row.startswith(MEMORY):
+            ours = entry["bytes"].pop("general")
+            for peer, size in entry["bytes"].items():
+                lines.append(f"| {row.removeprefix(MEMORY)} | {ours:.1f} | {size:.1f} {peer} |")
+    return lines if len(lines) > 2 else []
+
+
 def main():
     for path in sys.argv[1:]:
-        lines, missed = table_of(rows_of(load(path)))
+        rows = rows_of(load(path))
+        lines, missed = table_of(rows)
         print("\n".join(lines))
+        print("\n".join(["", *memory_table_of(rows)]))
         print(f"\n{missed} rows below their aim" if missed else "\nEvery row reaches its aim")
 
 

@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Writes docs/performance.md from one run of every benchmark: `script/bench all --report` calls it.
 
-  bench/report.py FOLDER STRIPPED_DLL
+  bench/report.py FOLDER STRIPPED_DLL OUTPUT
 
-FOLDER holds NAME.json of each benchmark. bench/NAME/notes.md has a title, what is measured, a line
-<!-- table -->, and what explains the rows below their aim; the tables are put where that line is."""
+FOLDER holds NAME.json of each benchmark; OUTPUT, docs/ for a report to keep, receives performance.md
+and its figures. bench/NAME/notes.md has a title, what is measured, a line <!-- table -->, and what
+explains the rows below their aim; the tables are put where that line is. A line <!-- memory --> makes
+place for a table of bytes per entry, <!-- growth --> for figures of how cost grows."""
 
 import datetime
 import pathlib
@@ -12,10 +14,13 @@ import re
 import subprocess
 import sys
 
+import growth
 import ratios
 
 BENCH = pathlib.Path(__file__).resolve().parent
 MARK = "<!-- table -->\n"
+MEMORY_MARK = "<!-- memory -->\n"
+GROWTH_MARK = "<!-- growth -->\n"
 
 HEAD = """# Performance
 
@@ -23,8 +28,9 @@ Written by `script/bench all --report` from one run; the figures are not edited 
 
 Each family is timed beside what a user would pick instead, in one program and one run, under Wine. A row's ratio is
 the peer's time over the library's: above 1 the library is faster. A contender called "limit" is no peer but a
-bound. Rows below their aim are marked, and explained beside the table. Compare ratios: absolute times under
-Wine say little about Windows, where a kernel call costs a fraction.
+bound. Rows below their aim are marked, and explained beside the table; where the bound does not reach the aim
+either, the aim is called out of reach, and the bound may have an aim of its own: the share of its speed. Compare
+ratios: absolute times under Wine say little about Windows, where a kernel call costs a fraction.
 
 """
 
@@ -46,7 +52,13 @@ def machine():
     return "| | |\n|---|---|\n" + "".join(f"| {name} | {fact} |\n" for name, fact in facts)
 
 
-def section(name, folder):
+def figures(measured, output):
+    """Draws what was measured, and links the figures."""
+    drawn = growth.draw(measured, output)
+    return "".join(f"![{family}: time of one operation by number of entries]({name})\n\n" for family, name in drawn)
+
+
+def section(name, folder, output):
     title, text = (BENCH / name / "notes.md").read_text(encoding="utf-8").split("\n", 1)
     tables, missed, rows = [], 0, 0
     for path in (folder / f"{name}.json", folder / f"{name}_host.json"):
@@ -57,6 +69,10 @@ def section(name, folder):
             rows += len(lines) - 2
     if MARK not in text:
         sys.exit(f"bench/{name}/notes.md has no line for the table")
+    if MEMORY_MARK in text or GROWTH_MARK in text:
+        measured = ratios.rows_of(ratios.load(folder / f"{name}.json"))
+        text = text.replace(MEMORY_MARK, "\n".join(ratios.memory_table_of(measured)) + "\n\n")
+        text = text.replace(GROWTH_MARK, figures(measured, output))
     return f"#{title}\n{text.replace(MARK, chr(10).join(tables) + chr(10))}\n", rows, missed
 
 
@@ -67,15 +83,17 @@ def room(dll):
 
 
 def main():
-    folder, dll = map(pathlib.Path, sys.argv[1:])
+    if len(sys.argv) != 4 or sys.argv[1] in ("-h", "--help"):
+        sys.exit(__doc__)
+    folder, dll, output = map(pathlib.Path, sys.argv[1:])
     sections, rows, missed = [], 0, 0
     for notes in sorted(BENCH.glob("*/notes.md")):
-        text, more, below = section(notes.parent.name, folder)
+        text, more, below = section(notes.parent.name, folder, output)
         sections.append(text)
         rows += more
         missed += below
     summary = f"\n{rows} comparisons; {missed} are below their aim.\n\n"
-    (BENCH.parent / "docs/performance.md").write_text(HEAD + machine() + summary + "".join(sections) + room(dll), encoding="utf-8")
+    (output / "performance.md").write_text(HEAD + machine() + summary + "".join(sections) + room(dll), encoding="utf-8")
 
 
 if __name__ == "__main__":

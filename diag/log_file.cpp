@@ -30,7 +30,7 @@ constexpr size_t timeStart = 4;
 constexpr size_t timeLength = 15;
 
 /// Lines whose parts are no longer than this together are written in one piece.
-constexpr size_t longestShortLine = 128;
+constexpr size_t longestShortLine = 1024;
 
 /// Reads the file's path from the registry.
 bool readPath(RegistryText &path)

@@ -176,28 +176,61 @@ void contendOne(const std::string &suffix, const char *contender, const Keys &ke
             }
         },
         aim(0.6));
-    bench::contend("find and delete all" + suffix, contender, [&keys, count](benchmark::State &state) {
-        for (auto _ : state) {
-            state.PauseTiming();
-            Dictionary dictionary;
-            fill(dictionary, keys, count);
-            state.ResumeTiming();
-            for (size_t i = 0; i < count; ++i)
-                dictionary.remove(keys[otherOrder(i, count)]);
-        }
-    });
+    bench::contend(
+        "find and delete all" + suffix, contender,
+        [&keys, count](benchmark::State &state) {
+            for (auto _ : state) {
+                state.PauseTiming();
+                Dictionary dictionary;
+                fill(dictionary, keys, count);
+                state.ResumeTiming();
+                for (size_t i = 0; i < count; ++i)
+                    dictionary.remove(keys[otherOrder(i, count)]);
+            }
+        },
+        aim(0.7));
 }
 
 /// The same leaves, followed by a loop that the compiler sees through: what the records allow.
-void walkRecords(benchmark::State &state, size_t count)
+void followLinks(benchmark::State &state, const RbNode *tree)
 {
-    IntegerTree integers;
-    fill(integers, numbers(), count);
     for (auto _ : state) {
         size_t sum = 0;
-        for (RbNode *leaf = integers.tree->next(); leaf != integers.tree; leaf = leaf->next())
+        for (RbNode *leaf = tree->next(); leaf != tree; leaf = leaf->next())
             sum += reinterpret_cast<size_t>(leaf->value) + 1;
         benchmark::DoNotOptimize(sum);
+    }
+}
+
+template<typename Tree>
+void walkRecords(benchmark::State &state, size_t count)
+{
+    Tree dictionary;
+    fill(dictionary, Tree::source(), count);
+    followLinks(state, dictionary.tree);
+}
+
+/// What deleting cannot do without: to find each key, and then to give back two blocks for each.
+void findAndFree(benchmark::State &state, size_t count)
+{
+    std::vector<void *> blocks(2 * count);
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto *integers = new IntegerTree;
+        fill(*integers, numbers(), count);
+        for (void *&block : blocks)
+            block = std::malloc(sizeof(RbNode));
+        state.ResumeTiming();
+        for (size_t i = 0; i < count; ++i)
+            benchmark::DoNotOptimize(integers->find(numbers()[otherOrder(i, count)]));
+        for (size_t i = 0; i < count; ++i) {
+            size_t entry = otherOrder(i, count);
+            std::free(blocks[2 * entry]);
+            std::free(blocks[2 * entry + 1]);
+        }
+        state.PauseTiming();
+        delete integers;
+        state.ResumeTiming();
     }
 }
 
@@ -228,15 +261,26 @@ const bool registered = [] {
     contendBoth<IntegerTree>();
     for (size_t count : {1000u, 100000u, 1000000u}) {
         std::string size = std::to_string(count);
+        bench::contend("find and delete all, integer keys, " + size, "limit: find, free two blocks",
+                       [count](benchmark::State &state) { findAndFree(state, count); });
         bench::contend("ordered walk, integer keys, " + size, "limit: inlined links",
-                       [count](benchmark::State &state) { walkRecords(state, count); });
+                       [count](benchmark::State &state) { walkRecords<IntegerTree>(state, count); });
         std::string row = "ordered walk, integer keys inserted in order, " + size;
         bench::contend(
             row, "general", [count](benchmark::State &state) { walkSorted<IntegerTree>(state, count); }, 3.0);
         bench::contend(row, "std::map",
                        [count](benchmark::State &state) { walkSorted<StdMap<int32_t>>(state, count); });
+        bench::contend(row, "limit: inlined links", [count](benchmark::State &state) {
+            IntegerTree integers;
+            for (size_t i = 0; i < count; ++i)
+                integers.insert(static_cast<int32_t>(i));
+            followLinks(state, integers.tree);
+        });
     }
     contendBoth<StringTree>();
+    for (size_t count : {1000u, 100000u, 1000000u})
+        bench::contend("ordered walk, string keys, " + std::to_string(count), "limit: inlined links",
+                       [count](benchmark::State &state) { walkRecords<StringTree>(state, count); });
     return true;
 }();
 

@@ -84,7 +84,7 @@ void printLines(benchmark::State &state, size_t length, bool withTime)
 const bool registered = [] {
     for (size_t length : {60U, 500U, 5000U}) {
         const std::string row = "log a line of " + std::to_string(length) + " characters to a file";
-        bench::contend(row, "general", [length](benchmark::State &state) { logLines(state, length); }, 0.8);
+        bench::contend(row, "general", [length](benchmark::State &state) { logLines(state, length); }, 1.0);
         bench::contend(row, "fprintf, fflush", [length](benchmark::State &state) { printLines(state, length, false); });
         bench::contend(row, "time, ctime, fprintf, fflush",
                        [length](benchmark::State &state) { printLines(state, length, true); });

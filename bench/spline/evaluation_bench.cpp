@@ -190,8 +190,10 @@ void addEigenRows(const std::string &type)
     const std::string tangents = "1000 tangents, " + type + ", against Eigen";
     bench::contend(points, "general", library(&Spline1DPoint, SPLINE_B, Degree, Order::rising), aimOfEigen);
     bench::contend(points, "Eigen::Spline", &eigen<Degree, false>);
+    bench::contend(points, "limit: loop over the basis", loop<Degree, false, false>(Order::rising));
     bench::contend(tangents, "general", library(&Spline1DTangent, SPLINE_B, Degree, Order::rising), aimOfEigen);
     bench::contend(tangents, "Eigen::Spline", &eigen<Degree, true>);
+    bench::contend(tangents, "limit: loop over the basis", loop<Degree, false, true>(Order::rising));
 }
 
 const bool registered = [] {

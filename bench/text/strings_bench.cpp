@@ -27,6 +27,15 @@ int loopHash(const char *string, const unsigned char *permutation)
     return hash;
 }
 
+/// The same by a call, with the hash in a whole register: a call of a DLL at its barest.
+[[gnu::noinline]] int calledHash(const char *string, const unsigned char *permutation)
+{
+    unsigned hash = 0;
+    for (; *string != '\0'; ++string)
+        hash = permutation[hash ^ static_cast<unsigned char>(*string)];
+    return static_cast<int>(hash);
+}
+
 void contendHash(size_t length)
 {
     std::string row = "hash, " + std::to_string(length) + " bytes";
@@ -45,6 +54,10 @@ void contendHash(size_t length)
     };
     add("general", [](const char *string, const unsigned char *t) { return strhash(string, t); }, 0.9);
     add("inlined byte loop", [](const char *string, const unsigned char *t) { return loopHash(string, t); }, 0);
+    int (*call)(const char *, const unsigned char *) = calledHash;
+    benchmark::DoNotOptimize(call);
+    if (length == 8)
+        add("limit: bare calls", call, 0.9);
 }
 
 void contendTokens(const char *name, const std::string &line, const char *delims)

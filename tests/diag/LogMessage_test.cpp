@@ -172,8 +172,8 @@ TEST_F(FileLog, WritesALineToTheByte)
 {
     const std::string name(40, 'n'), logged = " " + name.substr(0, 31);
     logName(name.c_str());
-    // 31 of the name, 8 of the format, 3 of the party and 15 of the time: with 71 more it is 128.
-    for (size_t length : {0U, 70U, 71U, 72U, 5000U}) {
+    // 31 of the name, 8 of the format, 3 of the party and 15 of the time: with 967 more it is 1024.
+    for (size_t length : {0U, 966U, 967U, 968U, 5000U}) {
         const std::string text(length, 'x'), now = std::string(_ctime64(&++second)).substr(4, 15);
         logMessage("who", text.c_str());
         EXPECT_EQ(lines(0).back(), now + logged + ": who: <" + text + ">\r"); // flushed
@@ -187,11 +187,11 @@ TEST_F(FileLog, WritesALineToTheByte)
     file.open("n");
     file.write(0, nullptr, "a", "b");
     file.write(0, "%s|%s", "a", nullptr);
-    file.write(0, "%200s|%s", "a", "b"); // more than its parts promise
+    file.write(0, "%2000s|%s", "a", "b"); // more than its parts promise
     file.close();
     const Texts all = lines();
     EXPECT_THAT(Texts(all.begin() + 7, all.end()),
-                ElementsAre(" n:\r", " n: a|\r", " n: " + std::string(199, ' ') + "a|b\r"));
+                ElementsAre(" n:\r", " n: a|\r", " n: " + std::string(1999, ' ') + "a|b\r"));
 }
 
 FILE *noteOpening(const char *path, const char *mode)
