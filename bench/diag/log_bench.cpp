@@ -38,7 +38,7 @@ void openLog()
     RegOverridePredefKey(HKEY_LOCAL_MACHINE, own);
     RegCreateKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\KLT\\QVS", &key);
     RegSetValueExA(key, "LogFileName", 0, REG_SZ, reinterpret_cast<const BYTE *>(file.c_str()),
-                   static_cast<DWORD>(file.size() + 1));
+                   static_cast<DWORD>(file.size()) + 1);
     ImportHook hook("GetVersionExA", tellWindows95);
     LogName("bench");
     std::atexit([] { // the library leaves the file open
