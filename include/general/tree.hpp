@@ -151,12 +151,7 @@ public:
 } // namespace detail
 /// @endcond
 
-/// Tree whose keys and values are the caller's: `Rb...`.
-///
-/// Key is `const char *`, `int32_t`, or `const T *` with a Compare: a function object without state that takes two T
-/// and gives a bool, as std::less does, or an int, as RbCompare does. What it throws comes out of the call that looked
-/// a key up. Value is a pointer, or a number of at most 32 bits. Calls need a tree that is not empty as an owner, but
-/// for loops and empty().
+/// What an iterator of a Tree gives: the key and the value of a leaf.
 template<typename Key, typename Value, typename Compare = void>
 struct TreePair {
     Key key;
@@ -169,6 +164,13 @@ struct TreePair {
     }
     /// @endcond
 };
+
+/// Tree whose keys and values are the caller's: `Rb...`.
+///
+/// Key is `const char *`, `int32_t`, or `const T *` with a Compare: a function object without state that takes two T
+/// and gives a bool, as std::less does, or an int, as RbCompare does. What it throws comes out of the call that looked
+/// a key up. Value is a pointer, or a number of at most 32 bits. Calls need a tree that is not empty as an owner, but
+/// for loops and empty().
 template<typename Key, typename Value, typename Compare = void>
 class Tree : public detail::Leaves<detail::TreeTraits, TreePair<Key, Value, Compare>> {
     using Base = detail::Leaves<detail::TreeTraits, TreePair<Key, Value, Compare>>;
