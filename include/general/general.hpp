@@ -9,8 +9,14 @@
 #include "general/geometry.hpp"
 #include "general/list.hpp"
 #include "general/map.hpp"
+#include "general/options.hpp"
+#include "general/perf.hpp"
 #include "general/queue.hpp"
 #include "general/registry.hpp"
+#include "general/shmqueue.hpp"
+#include "general/spline.hpp"
+#include "general/text.hpp"
+#include "general/trace.hpp"
 #include "general/tree.hpp"
 
 #endif
