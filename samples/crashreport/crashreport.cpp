@@ -8,6 +8,9 @@
 #include <string.h>
 
 #include "general.h"
+#include "general/options.hpp"
+#include "general/text.hpp"
+#include "general/trace.hpp"
 
 #include <iterator>
 #include <string>
@@ -138,37 +141,19 @@ void forEachModule(Visit visit)
     CloseHandle(snapshot);
 }
 
-/// One line of the stack. A return address belongs to the call before it, so that is looked up.
-void addFrame(int number, uint32_t address, bool isReturnAddress)
+void addFrame(int number, const QVSTraceEntry &entry)
 {
-    char *module = nullptr;
-    char *symbol = nullptr;
-    uint32_t start = 0;
-    QVSgetAddrSym(isReturnAddress ? address - 1 : address, &module, &symbol, &start);
-    std::string place = symbol != nullptr ? symbol : "?";
-    std::string name = module != nullptr ? module : "?";
-    if (symbol == nullptr)
+    std::string place = entry.symbol != nullptr ? entry.symbol : "?";
+    std::string name = entry.module != nullptr ? entry.module : "?";
+    if (entry.symbol == nullptr)
         forEachModule([&](const MODULEENTRY32 &candidate) {
             auto base = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(candidate.modBaseAddr));
-            if (address - base < candidate.modBaseSize) {
+            if (entry.address - base < candidate.modBaseSize) {
                 name = candidate.szModule;
-                place = "+" + std::to_string(address - base);
+                place = "+" + std::to_string(entry.address - base);
             }
         });
-    add("  %2d  %08x  %s  %s\n", number, static_cast<unsigned>(address), name.c_str(), place.c_str());
-    QVSfreeAddrSym(&module, &symbol);
-}
-
-/// The frame that faulted, and those that led to it.
-void addStackFrom(const EXCEPTION_POINTERS &exception)
-{
-    addFrame(0, static_cast<uint32_t>(exception.ContextRecord->Eip), false);
-    uint32_t addresses[mostFrames];
-    QVSsetFramePointer(static_cast<uint32_t>(exception.ContextRecord->Ebp));
-    int count = QVSgetStackTrace(addresses, mostFrames);
-    QVSsetFramePointer(0);
-    for (int i = 1; i < count; ++i) // the first lies in the library
-        addFrame(i, addresses[i], true);
+    add("  %2d  %08x  %s  %s\n", number, static_cast<unsigned>(entry.address), name.c_str(), place.c_str());
 }
 
 void addOwnStack()
@@ -176,7 +161,7 @@ void addOwnStack()
     uint32_t addresses[mostFrames];
     int count = QVSgetStackTrace(addresses, mostFrames);
     for (int i = 0; i < count; ++i)
-        addFrame(i, addresses[i], true);
+        addFrame(i, general::LookedUp(addresses[i], true));
 }
 
 void addModules()
@@ -205,17 +190,13 @@ int signalOf(DWORD exception)
 /// The system has texts for its errors; an exception has to be translated into one first.
 std::string textOf(DWORD exception)
 {
-    char number[16];
-    snprintf(number, sizeof number, "%08lx", exception);
-    std::string text = "exception " + std::string(number);
-    void *function = nullptr;
-    if (DynLd("ntdll", "RtlNtStatusToDosError", &function, nullptr, 0) != DYNLD_OK)
-        return text;
-    DWORD error = reinterpret_cast<ULONG(WINAPI *)(DWORD)>(function)(exception);
+    char number[24];
+    snprintf(number, sizeof number, "exception %08lx", exception);
+    auto translate = general::symbol<ULONG(WINAPI *)(DWORD)>("ntdll", "RtlNtStatusToDosError");
+    DWORD error = translate ? (*translate)(exception) : exception;
     if (error == exception || error == ERROR_MR_MID_NOT_FOUND)
-        return text;
-    std::string described = GetErrorText(error);
-    return text + ", " + strstrip(described.data(), 0, 1);
+        return number;
+    return number + std::string(", ").append(general::errorText(error));
 }
 
 bool writeReport()
@@ -261,7 +242,9 @@ template<typename AddStack>
 LONG WINAPI onException(EXCEPTION_POINTERS *exception)
 {
     DWORD code = exception->ExceptionRecord->ExceptionCode;
-    goDown(signalOf(code), textOf(code), [&] { addStackFrom(*exception); });
+    goDown(signalOf(code), textOf(code), [exception, number = 0]() mutable {
+        general::traceException(*exception, [&](const auto &entry) { addFrame(number++, entry); });
+    });
 }
 
 void onAbort(int number)
@@ -292,16 +275,18 @@ int main(int argc, char **argv)
             fputs(usage, stdout);
             return endedWell;
         }
-    for (int letter = 0; (letter = getopt(argc, argv, "m:s:o:")) != -1;) {
-        if (letter == '?')
+    for (auto option : general::options(argc, argv, "m:s:o:")) {
+        if (option.letter == '?')
             return complain("wrong option", "");
-        (letter == 'm' ? options.recipients : letter == 's' ? options.subject : options.file) = optarg;
+        auto &value = option.letter == 'm' ? options.recipients : option.letter == 's' ? options.subject : options.file;
+        value = option.argument;
     }
-    if (optind + 1 != argc)
+    auto operands = general::operands(argc, argv);
+    if (operands.size() != 1)
         return complain("one WHAT is needed", "");
-    const Fault *fault = findFault(argv[optind]);
+    const Fault *fault = findFault(operands[0]);
     if (fault == nullptr)
-        return complain("there is no fault called ", argv[optind]);
+        return complain("there is no fault called ", operands[0]);
 
     LogName(who);
     LogPrintf(who, "started, to do: %s", fault->name);

@@ -2,7 +2,7 @@
 // program (perfmon) watches.
 
 #include "general/chrono.h"
-#include "general/perf.h"
+#include "general/perf.hpp"
 
 #include <ctype.h>
 #include <errno.h>
@@ -36,20 +36,6 @@ enum CounterId : uint32_t { wordsRead = 1, bytesRead = 2, wordsPerSecond = 3, by
 {
     fprintf(stderr, "perfpublish: %s\n", message.c_str());
     exit(status);
-}
-
-PerfCounterDef counter(CounterId id)
-{
-    return PerfCounterDef{id, 0, 0, 0, 0, 0};
-}
-
-void publish(const char *name)
-{
-    const PerfCounterDef totals[] = {counter(wordsRead), counter(bytesRead)};
-    const PerfCounterDef rates[] = {counter(wordsPerSecond), counter(bytesPerSecond)};
-    const PerfObjectDef objects[] = {{0, 0, 0, totals, 2, 0, 0}, {0, 0, 0, rates, 2, 0, 0}};
-    if (PerfInit(name, objects, 2) != PERF_OK)
-        fail(1, std::string("the segment ") + name + " cannot be created; is the name in use?");
 }
 
 class Reader {
@@ -161,11 +147,13 @@ int main(int argc, char **argv)
         names.push_back("-");
     _setmode(_fileno(stdin), _O_BINARY);
 
-    publish(names[0]);
+    general::PublishedCounters counters(names[0], {general::counter(wordsRead), general::counter(bytesRead),
+                                                   general::counter(wordsPerSecond), general::counter(bytesPerSecond)});
+    if (!counters)
+        fail(1, std::string("the segment ") + names[0] + " cannot be created; is the name in use?");
     Reader reader(rate);
     bool complete = true;
     for (size_t i = 1; i < names.size(); ++i)
         complete = readFile(reader, names[i]) && complete;
-    PerfShutdown();
     return complete ? 0 : 1;
 }

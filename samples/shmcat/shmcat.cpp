@@ -1,16 +1,15 @@
 // shmcat: sends bytes from one process to another through a shared-memory queue.
 //
-// The client sleeps in ShmQueueSelect. The server looks after its listener and up to 62 clients with
-// one WaitForMultipleObjects on their event objects, as it would look after sockets.
+// The client sleeps in a select. The server gives a turn to each of its clients whose event is set.
 
-#include "general/shmqueue.h"
+#include "general/shmqueue.hpp"
 
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,7 +37,7 @@ struct Options {
     bool listen = false, keepListening = false, receive = false, verbose = false;
     std::string name, file;
     uint32_t ringSize = 1024 * 1024;
-};
+} options;
 
 int complain(ExitCode code, const std::string &text)
 {
@@ -58,7 +57,7 @@ uint32_t sizeFrom(const char *text)
 }
 
 /// @return what is wrong with the command line; empty if nothing is
-std::string parse(int argc, char **argv, Options &options)
+std::string parse(int argc, char **argv)
 {
     for (int i = 1; i < argc; ++i) {
         std::string_view argument = argv[i];
@@ -92,9 +91,6 @@ std::string parse(int argc, char **argv, Options &options)
 /// How much has gone through, said on standard error twice a second.
 class Progress {
 public:
-    explicit Progress(bool verbose) : isShown_(verbose || GetFileType(GetStdHandle(STD_ERROR_HANDLE)) == FILE_TYPE_CHAR)
-    {
-    }
     void moved(uint32_t bytes)
     {
         bytes_ += bytes;
@@ -116,7 +112,7 @@ private:
                      end);
     }
 
-    bool isShown_;
+    bool isShown_ = options.verbose || GetFileType(GetStdHandle(STD_ERROR_HANDLE)) == FILE_TYPE_CHAR;
     uint64_t bytes_ = 0;
     DWORD start_ = GetTickCount(), said_ = start_;
 };
@@ -128,6 +124,8 @@ uint32_t twice(Call call)
     uint32_t status = call();
     return status == SHMQUEUE_BAD_HANDLE ? call() : status;
 }
+
+using Status = general::Connection::Result;
 
 /// A block of bytes between a file and a ring.
 struct Block {
@@ -146,265 +144,154 @@ struct Block {
         return end > 0;
     }
     /// Adds as much as fits.
-    uint32_t addTo(ShmQueue *queue, Progress &progress)
+    Status addTo(general::Connection &queue, Progress &progress)
     {
-        uint32_t length = end - begin;
-        uint32_t status = twice([&] { return ShmQueueAdd(queue, bytes.data() + begin, &length); });
-        if (status == SHMQUEUE_OK) {
-            begin += length;
-            progress.moved(length);
+        auto added = queue.write(bytes.data() + begin, end - begin);
+        if (added) {
+            begin += *added;
+            progress.moved(*added);
         }
-        return status;
+        return added.result();
     }
     /// Removes what there is and writes it to standard output.
-    uint32_t passOn(ShmQueue *queue, Progress &progress)
+    Status passOn(general::Connection &queue, Progress &progress)
     {
-        auto length = static_cast<uint32_t>(bytes.size());
-        uint32_t status = twice([&] { return ShmQueueRemove(queue, bytes.data(), &length); });
-        for (DWORD done = 0, part = 0; status == SHMQUEUE_OK && done < length; done += part)
-            if (!WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), &bytes[done], length - done, &part, nullptr))
+        auto removed = queue.read(bytes.data(), static_cast<uint32_t>(bytes.size()));
+        for (DWORD done = 0, part = 0; removed && done < *removed; done += part)
+            if (!WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), &bytes[done], *removed - done, &part, nullptr))
                 std::exit(complain(transferFailed, "standard output cannot be written any more"));
-        if (status == SHMQUEUE_OK)
-            progress.moved(length);
-        return status;
+        if (removed)
+            progress.moved(*removed);
+        return removed.result();
     }
 };
-
-void destroy(ShmQueue *queue)
-{
-    twice([&] { return ShmQueueDestroy(queue); });
-}
 
 // ---- client ----
 
 /// Waits for something to read, and for room too if something is left to send. A client always waits to
 /// read as well: a listener that goes away wakes only readers.
-uint32_t sleep(ShmQueue *queue, bool wantsRoom)
+Status sleep(general::Connection &queue, uint32_t wish)
 {
-    uint32_t flags = wantsRoom ? SHMQUEUE_SELECT_READ | SHMQUEUE_SELECT_WRITE : SHMQUEUE_SELECT_READ;
-    uint32_t ready = 0;
-    return twice([&] { return ShmQueueSelect(queue, &flags, INFINITE, &ready); });
+    return queue.select(SHMQUEUE_SELECT_READ | wish, INFINITE).result();
 }
 
-uint32_t receive(ShmQueue *queue, Block &incoming, Progress &progress)
+Status receive(general::Connection &queue, Block &incoming, Progress &progress)
 {
-    uint32_t status = SHMQUEUE_OK;
-    while (status == SHMQUEUE_OK) {
+    Status status = SHMQUEUE_OK;
+    while (status) {
         status = incoming.passOn(queue, progress);
         if (status == SHMQUEUE_EMPTY)
-            status = sleep(queue, false);
+            status = sleep(queue, 0);
     }
     return status; // SHMQUEUE_CLOSED once everything has arrived
 }
 
-uint32_t send(ShmQueue *queue, Block &outgoing, Block &incoming, Progress &progress)
+Status send(general::Connection &queue, Block &outgoing, Block &incoming, Progress &progress)
 {
     while (outgoing.refill(GetStdHandle(STD_INPUT_HANDLE))) {
-        uint32_t status = outgoing.addTo(queue, progress);
+        Status status = outgoing.addTo(queue, progress);
         if (status == SHMQUEUE_FULL)
-            status = sleep(queue, true);
-        if (status != SHMQUEUE_OK)
+            status = sleep(queue, SHMQUEUE_SELECT_WRITE);
+        if (!status)
             return status;
         status = incoming.passOn(queue, progress);
-        if (status != SHMQUEUE_OK && status != SHMQUEUE_EMPTY)
+        if (!status && status != SHMQUEUE_EMPTY)
             return status;
     }
     return SHMQUEUE_OK;
 }
 
-int runClient(const Options &options)
+int runClient()
 {
-    ShmQueue *queue = ShmQueueConnect(options.name.c_str());
-    if (queue == nullptr)
+    general::Connection queue(options.name.c_str());
+    if (!queue)
         return complain(noConnection, "nobody listens on " + options.name + "; start one: shmcat -l " + options.name);
-    Progress progress(options.verbose);
+    Progress progress;
     Block outgoing(256 * 1024), incoming(256 * 1024);
-    uint32_t status = options.receive ? receive(queue, incoming, progress) : send(queue, outgoing, incoming, progress);
+    Status status = options.receive ? receive(queue, incoming, progress) : send(queue, outgoing, incoming, progress);
     progress.finish();
-    destroy(queue);
     if (status == SHMQUEUE_CLOSED && !options.receive)
         return complain(transferFailed, "the listener closed the connection before everything was sent");
     if (status == SHMQUEUE_BAD_HANDLE)
-        return complain(transferFailed, "the connection broke: the system refuses to serve it");
+        return complain(transferFailed, "the connection broke: the listener ended in the middle of a call");
     return allMoved;
 }
 
 // ---- server ----
 
-enum class Outcome { goesOn, finished, failed };
+/// One accepted connection.
+class Client : public general::ServedClient {
+public:
+    static inline bool anyFailed = false;
 
-/// One accepted connection, driven by its events.
-struct Client {
-    ShmQueue *queue;
-    uint32_t number;
-    HANDLE file; ///< what is sent; null to receive
-    Block block;
-    bool peerIsGone = false;
-
-    Client(ShmQueue *connection, uint32_t connectionNumber, HANDLE opened, uint32_t ringSize)
-        : queue(connection), number(connectionNumber), file(opened), block(ringSize)
+    explicit Client(general::Connection &&accepted) : ServedClient(std::move(accepted)), block_(options.ringSize)
     {
-        uint32_t workEvent = SHMQUEUE_EVENT_READ;
-        if (file != nullptr)
-            workEvent = SHMQUEUE_EVENT_WRITE;
-        twice([&] { return ShmQueueEventSelect(queue, SHMQUEUE_EVENT_CLOSE | workEvent); });
+        if (options.file.empty())
+            return;
+        file_ = CreateFileA(options.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        connection.selectEvents(SHMQUEUE_EVENT_CLOSE | SHMQUEUE_EVENT_WRITE).ignore();
+        if (file_ == INVALID_HANDLE_VALUE)
+            fail("cannot read " + options.file);
     }
     ~Client()
     {
-        destroy(queue);
-        if (file != nullptr)
-            CloseHandle(file);
+        if (file_ != nullptr)
+            CloseHandle(file_);
     }
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
-    /// Called when the event object is set. Events that are raised twice are added up, so there is one
-    /// enumeration per remove, and every number from CLOSE on contains a CLOSE.
-    Outcome serve(Progress &progress)
+    /// Moves what can be moved. SHMQUEUE_CLOSED when that was all.
+    Status move(Progress &progress)
     {
-        uint32_t events = 0;
-        if (twice([&] { return ShmQueueEnumEvents(queue, &events); }) != SHMQUEUE_OK)
-            return Outcome::failed;
-        peerIsGone = peerIsGone || events >= SHMQUEUE_EVENT_CLOSE;
-        return file == nullptr ? takeIn(progress) : giveOut(progress);
+        Status status = file_ == nullptr ? block_.passOn(connection, progress) : giveOut(progress);
+        bool isComplete = status == SHMQUEUE_CLOSED && (file_ == nullptr || block_.end == 0);
+        bool goesOn = status || (!isGone() && (status == SHMQUEUE_EMPTY || status == SHMQUEUE_FULL));
+        if (!goesOn && !isComplete)
+            fail("client " + std::to_string(number_) + " ended before everything was moved");
+        if (!goesOn)
+            progress.finish();
+        return status;
     }
 
 private:
-    Outcome takeIn(Progress &progress)
+    static void fail(const std::string &text)
     {
-        uint32_t status = block.passOn(queue, progress);
-        while (peerIsGone && status == SHMQUEUE_OK)
-            status = block.passOn(queue, progress);
-        if (status == SHMQUEUE_CLOSED)
-            return Outcome::finished;
-        bool isOver = status == SHMQUEUE_BAD_HANDLE || (status == SHMQUEUE_EMPTY && peerIsGone);
-        return isOver ? Outcome::failed : Outcome::goesOn;
+        anyFailed = true;
+        complain(transferFailed, text);
     }
 
-    Outcome giveOut(Progress &progress)
+    Status giveOut(Progress &progress)
     {
-        while (block.refill(file)) {
-            uint32_t status = block.addTo(queue, progress);
-            if (status == SHMQUEUE_FULL && !peerIsGone)
-                return Outcome::goesOn; // the client's next remove raises WRITE
-            if (status != SHMQUEUE_OK)
-                return Outcome::failed;
+        while (block_.refill(file_)) {
+            Status status = block_.addTo(connection, progress);
+            if (!status)
+                return status; // if the ring is full, the client's next remove raises WRITE
         }
-        return Outcome::finished; // what the ring still holds can be removed after the destroy
+        return SHMQUEUE_CLOSED; // what the ring still holds can be removed after the destroy
     }
+
+    static inline uint32_t lastNumber = 0;
+    const uint32_t number_ = ++lastNumber;
+    HANDLE file_ = nullptr; ///< what is sent; null to receive
+    Block block_;
 };
 
-class Server {
-public:
-    Server(const Options &options, ShmQueue *listener)
-        : options_(options), listener_(listener), progress_(options.verbose)
-    {
-        twice([&] { return ShmQueueEventSelect(listener_, SHMQUEUE_EVENT_ACCEPT); });
-    }
-    ~Server() { stopListening(); }
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
-
-    int run()
-    {
-        while (listener_ != nullptr || !clients_.empty()) {
-            std::vector<HANDLE> events;
-            events.reserve(clients_.size() + 1);
-            for (const auto &client : clients_)
-                events.push_back(ShmQueueGetEvent(client->queue));
-            bool accepts = listener_ != nullptr && clients_.size() < mostClients;
-            if (accepts)
-                events.push_back(ShmQueueGetEvent(listener_));
-            DWORD outcome = WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
-            if (outcome >= events.size())
-                return complain(transferFailed, "the system refused to wait");
-            // The wait names the lowest handle only. Everybody whose event is set gets a turn.
-            for (size_t i = clients_.size(); i-- > 0;)
-                if (isSet(events[i]))
-                    serve(i);
-            if (accepts && listener_ != nullptr && isSet(events.back()))
-                accept();
-        }
-        return failed_ ? transferFailed : allMoved;
-    }
-
-private:
-    static constexpr size_t mostClients = MAXIMUM_WAIT_OBJECTS - 2;
-
-    void stopListening()
-    {
-        if (listener_ != nullptr)
-            destroy(listener_);
-        listener_ = nullptr;
-    }
-
-    static bool isSet(HANDLE event) { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
-
-    bool hasRequest()
-    {
-        uint32_t flags = SHMQUEUE_SELECT_READ, ready = 0;
-        return twice([&] { return ShmQueueSelect(listener_, &flags, 0, &ready); }) == SHMQUEUE_OK && ready != 0;
-    }
-
-    void accept()
-    {
-        uint32_t events = 0;
-        twice([&] { return ShmQueueEnumEvents(listener_, &events); });
-        while (listener_ != nullptr && clients_.size() < mostClients && hasRequest()) {
-            ShmQueue *queue = ShmQueueAccept(listener_, ++lastNumber_, options_.ringSize);
-            if (queue == nullptr) {
-                complain(transferFailed, "a client could not be accepted");
-                return; // another request that waits has set the event again
-            }
-            HANDLE file = nullptr;
-            if (!options_.file.empty())
-                file = CreateFileA(options_.file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
-                                   nullptr);
-            if (!options_.keepListening)
-                stopListening();
-            if (file == INVALID_HANDLE_VALUE) {
-                failed_ = true;
-                complain(transferFailed, "cannot read " + options_.file);
-                destroy(queue);
-                continue;
-            }
-            clients_.push_back(std::make_unique<Client>(queue, lastNumber_, file, options_.ringSize));
-        }
-    }
-
-    void serve(size_t index)
-    {
-        Outcome outcome = clients_[index]->serve(progress_);
-        if (outcome == Outcome::goesOn)
-            return;
-        if (outcome == Outcome::failed) {
-            failed_ = true;
-            complain(transferFailed,
-                     "client " + std::to_string(clients_[index]->number) + " ended before everything was moved");
-        }
-        clients_.erase(clients_.begin() + static_cast<ptrdiff_t>(index));
-        progress_.finish();
-        if (listener_ != nullptr)
-            accept(); // requests may have waited for room
-    }
-
-    const Options &options_;
-    ShmQueue *listener_;
-    Progress progress_;
-    std::vector<std::unique_ptr<Client>> clients_;
-    uint32_t lastNumber_ = 0;
-    bool failed_ = false;
-};
-
-int runServer(const Options &options)
+int runServer()
 {
     if (!options.file.empty() && GetFileAttributesA(options.file.c_str()) == INVALID_FILE_ATTRIBUTES)
         return complain(transferFailed, "there is no file " + options.file);
-    ShmQueue *listener = ShmQueueListen(options.name.c_str());
-    if (listener == nullptr)
+    std::list<Client> clients;
+    general::Server server(options.name.c_str(), clients,
+                           {options.ringSize, options.keepListening ? 200U : 1U, INFINITE});
+    if (!server)
         return complain(noConnection,
                         "cannot listen on " + options.name + "; somebody else does, or the name has a backslash");
-    return Server(options, listener).run();
+    Progress progress;
+    while (server.serve([&](Client &client) { return client.move(progress); }))
+        if (!options.keepListening && !clients.empty())
+            server.stopListening();
+    return Client::anyFailed ? transferFailed : allMoved;
 }
 
 } // namespace
@@ -415,9 +302,8 @@ int main(int argc, char **argv)
         std::fputs(usage, stdout);
         return allMoved;
     }
-    Options options;
-    std::string wrong = parse(argc, argv, options);
+    std::string wrong = parse(argc, argv);
     if (!wrong.empty())
         return complain(wrongUsage, wrong);
-    return options.listen ? runServer(options) : runClient(options);
+    return options.listen ? runServer() : runClient();
 }

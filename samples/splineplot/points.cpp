@@ -50,6 +50,7 @@ std::string readNumbers(const char *text, std::vector<double> &numbers)
 Points readPoints(std::FILE *stream, const std::string &name, std::vector<std::string> &problems)
 {
     Points points;
+    size_t dimension = 0;
     std::string line;
     for (int row = 1; readLine(stream, line); ++row) {
         const char *text = skipBlanks(line.c_str());
@@ -57,16 +58,16 @@ Points readPoints(std::FILE *stream, const std::string &name, std::vector<std::s
             continue;
         std::vector<double> numbers;
         std::string problem = readNumbers(text, numbers);
-        if (problem.empty() && points.dimension != 0 && points.dimension != static_cast<int>(numbers.size()))
+        if (problem.empty() && dimension != 0 && dimension != numbers.size())
             problem = "this row has " + std::to_string(numbers.size()) + " coordinates, those before have " +
-                      std::to_string(points.dimension);
+                      std::to_string(dimension);
         if (!problem.empty()) {
             std::string place = name + ":" + std::to_string(row) + ": ";
             problems.push_back(place.append(problem));
             continue;
         }
-        points.dimension = static_cast<int>(numbers.size());
-        points.values.insert(points.values.end(), numbers.begin(), numbers.end());
+        dimension = numbers.size();
+        points.push_back({numbers[0], numbers[1], dimension == 3 ? numbers[2] : 0});
     }
     return points;
 }

@@ -1,8 +1,9 @@
 // Draws a curve through points, or towards them, as SVG, with marks at equal distances along it.
 
-#include "curve.h"
 #include "points.h"
 #include "svg.h"
+
+#include "general/spline.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -133,12 +134,12 @@ Options parse(int argc, char **argv)
     return options;
 }
 
-CurveType typeOf(const Options &options)
+general::SplineType typeOf(const Options &options)
 {
     std::string kind = options.text("kind", "bspline");
     if (kind != "bspline" && kind != "cardinal")
         throw UsageError("--kind takes bspline or cardinal, not '" + kind + "'");
-    CurveType type;
+    general::SplineType type;
     type.form = options.has("closed") ? SPLINE_CLOSED : SPLINE_OPEN;
     type.kind = kind == "bspline" ? SPLINE_B : SPLINE_CARDINAL;
     type.degree = countOption(options, "degree", 3, 1, 3);
@@ -168,7 +169,7 @@ Points load(const std::string &file)
             message += "\n  " + problems[i];
         throw std::runtime_error(message);
     }
-    if (points.count() == 0)
+    if (points.empty())
         throw std::runtime_error("no points in " + (isInput ? "standard input" : file));
     return points;
 }
@@ -178,25 +179,21 @@ void scaleDegrees(Points &points)
 {
     double lowest = HUGE_VAL;
     double highest = -HUGE_VAL;
-    auto step = static_cast<size_t>(points.dimension);
-    for (size_t i = 1; i < points.values.size(); i += step) {
-        lowest = std::min(lowest, points.values[i]);
-        highest = std::max(highest, points.values[i]);
+    for (const Point &point : points) {
+        lowest = std::min(lowest, point.y);
+        highest = std::max(highest, point.y);
     }
     double scale = std::cos((lowest + highest) / 2 * std::acos(-1.0) / 180);
-    for (size_t i = 0; i < points.values.size(); i += step)
-        points.values[i] *= scale;
+    for (Point &point : points)
+        point.x *= scale;
 }
 
 /// Points on the plane of the drawing; space is shown in an oblique projection.
 std::vector<Spot> projected(const Points &points)
 {
     std::vector<Spot> spots;
-    const double *value = points.values.data();
-    for (int i = 0; i < points.count(); ++i, value += points.dimension) {
-        double depth = points.dimension == 3 ? 0.4 * value[2] : 0;
-        spots.push_back({value[0] + depth, value[1] + depth});
-    }
+    for (const Point &point : points)
+        spots.push_back({point.x + 0.4 * point.z, point.y + 0.4 * point.z});
     return spots;
 }
 
@@ -265,6 +262,12 @@ constexpr double tickLength = 9;
 constexpr double tangentLength = 26;
 constexpr double pointRadius = 3;
 
+struct Measures {
+    double error;
+    int intervals;
+    float length;
+};
+
 /// One curve and what is shown with it.
 struct Picture {
     Points all;
@@ -277,23 +280,40 @@ struct Picture {
     bool closed = false;
 };
 
-Picture makePicture(const Options &options, const CurveType &type, const Points &points)
+/// Chooses as many intervals as the accuracy takes, then measures.
+Measures measure(general::Spline<Point> &curve, double accuracy)
+{
+    constexpr int mostRounds = 8; // 16384 intervals
+    using Result = general::Spline<Point>::Result;
+    Measures measures{};
+    general::check(Result(Spline1CalcAcc(curve.get(), mostRounds, accuracy, &measures.error, &measures.intervals)));
+    general::check(curve.setAccuracy(accuracy, measures.intervals));
+    general::check(Result(Spline1GetAcc(curve.get(), &measures.error, &measures.intervals)));
+    measures.length = general::check(curve.length());
+    return measures;
+}
+
+Picture makePicture(const Options &options, const general::SplineType &type, const Points &points)
 {
     Picture picture;
-    Curve curve(type, points.dimension);
-    int wanted = countOption(options, "decimate", points.count(), 1, points.count());
-    picture.closed = curve.isClosed();
+    auto curve = general::check(general::Spline<Point>());
+    general::check(curve.setType(type));
+    auto count = static_cast<int>(points.size());
+    int wanted = countOption(options, "decimate", count, 1, count);
+    picture.closed = type.form == SPLINE_CLOSED;
     picture.all = points;
-    picture.used = wanted < points.count() ? curve.decimated(points, wanted) : points;
-    curve.load(picture.used, options.has("control"));
-    picture.measures = curve.measure(numberOption(options, "accuracy", 0.001, 1e-6, 0.999));
-    picture.curve = curve.drawn(countOption(options, "samples", 600, 2, 1000000));
-    picture.polygon = curve.controlPoints();
-    int ticks = countOption(options, "ticks", 0, 0, 100000);
-    if (ticks > 0) {
-        std::vector<float> params = curve.equalDistances(ticks);
-        picture.marks = curve.at(params);
-        picture.tangents = curve.tangentsAt(params);
+    picture.used = wanted < count ? general::check(curve.decimated(points, static_cast<size_t>(wanted))) : points;
+    general::check(options.has("control") ? curve.control(picture.used) : curve.fit(picture.used));
+    picture.measures = measure(curve, numberOption(options, "accuracy", 0.001, 1e-6, 0.999));
+    picture.polygon = general::check(curve.controlPoints());
+    // A polygon is its own best drawing; everything else looks best in steps of one length.
+    auto samples = static_cast<size_t>(countOption(options, "samples", 600, 2, 1000000));
+    picture.curve = type.degree == 1 ? picture.polygon
+                                     : general::check(curve.points(general::check(curve.equalDistances(samples))));
+    if (int ticks = countOption(options, "ticks", 0, 0, 100000); ticks > 0) {
+        auto params = general::check(curve.equalDistances(static_cast<size_t>(ticks)));
+        picture.marks = general::check(curve.points(params));
+        picture.tangents = general::check(curve.tangents(params));
     }
     return picture;
 }
@@ -350,7 +370,7 @@ void draw(Svg &svg, const Frame &frame, const Options &options, const Picture &p
     if (!options.has("no-polygon"))
         svg.polyline(frame.onPage(projected(picture.polygon)), picture.closed, polygonStyle);
     svg.polyline(frame.onPage(projected(picture.curve)), picture.closed, curveStyle);
-    if (!picture.marks.values.empty())
+    if (!picture.marks.empty())
         drawMarks(svg, frame, options, picture);
     if (!options.has("no-points"))
         svg.dots(frame.onPage(projected(picture.used)), pointRadius, pointStyle);
@@ -359,12 +379,12 @@ void draw(Svg &svg, const Frame &frame, const Options &options, const Picture &p
 std::string summary(const Picture &picture)
 {
     char text[160];
-    std::snprintf(text, sizeof text, "length %.6g, achieved error %.2g, %d intervals", picture.measures.length,
-                  picture.measures.error, picture.measures.intervals);
+    std::snprintf(text, sizeof text, "length %.6g, achieved error %.2g, %d intervals",
+                  static_cast<double>(picture.measures.length), picture.measures.error, picture.measures.intervals);
     return text;
 }
 
-std::string nameOf(const CurveType &type)
+std::string nameOf(const general::SplineType &type)
 {
     std::string name = type.kind == SPLINE_B ? "B-spline" : "cardinal spline";
     return name + " of degree " + std::to_string(type.degree);
@@ -376,7 +396,7 @@ constexpr double lineHeight = 20;
 /// @param report  receives a line for the terminal
 std::string drawOne(const Options &options, const Points &points, std::string &report)
 {
-    CurveType type = typeOf(options);
+    general::SplineType type = typeOf(options);
     Picture picture = makePicture(options, type, points);
     double width = countOption(options, "width", 800, 100, 10000);
     double inner = width - 2 * margin;
@@ -389,8 +409,8 @@ std::string drawOne(const Options &options, const Points &points, std::string &r
     Svg svg(width, height + 2 * margin + 2.5 * lineHeight);
     svg.text({margin, margin}, title, titleStyle);
     draw(svg, frame, options, picture);
-    std::string note = std::to_string(picture.used.count()) + " of " + std::to_string(picture.all.count()) +
-                       " points, " + summary(picture);
+    std::string note = std::to_string(picture.used.size()) + " of " + std::to_string(picture.all.size()) + " points, " +
+                       summary(picture);
     svg.text({margin, height + 2 * margin + 1.8 * lineHeight}, note, noteStyle);
     report = title + ": " + note + "\n";
     return svg.document(title);
@@ -401,16 +421,16 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
 {
     constexpr int columns = 3;
     constexpr double gap = 28;
-    const CurveType types[] = {{.kind = SPLINE_B, .degree = 1},
-                               {.kind = SPLINE_B, .degree = 2},
-                               {.kind = SPLINE_B, .degree = 3},
-                               {.kind = SPLINE_CARDINAL, .degree = 1},
-                               {.kind = SPLINE_CARDINAL, .degree = 3}};
+    const general::SplineType types[] = {{.kind = SPLINE_B, .degree = 1},
+                                         {.kind = SPLINE_B, .degree = 2},
+                                         {.kind = SPLINE_B, .degree = 3},
+                                         {.kind = SPLINE_CARDINAL, .degree = 1},
+                                         {.kind = SPLINE_CARDINAL, .degree = 3}};
     double width = countOption(options, "width", 900, 300, 10000);
     double cell = (width - 2 * margin - (columns - 1) * gap) / columns;
     std::vector<Picture> pictures;
     Frame shape({0, 0}, 1, 1);
-    for (CurveType type : types) {
+    for (general::SplineType type : types) {
         type.form = typeOf(options).form;
         type.tension = typeOf(options).tension;
         pictures.push_back(makePicture(options, type, points));
@@ -427,7 +447,7 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
         for (const Picture &picture : pictures)
             include(frame, options, picture);
         char length[64];
-        std::snprintf(length, sizeof length, "length %.4g", pictures[i].measures.length);
+        std::snprintf(length, sizeof length, "length %.4g", static_cast<double>(pictures[i].measures.length));
         svg.text({corner.x, corner.y}, nameOf(types[i]), titleStyle);
         draw(svg, frame, options, pictures[i]);
         svg.text({corner.x, corner.y + cellHeight + 2.1 * lineHeight}, length, noteStyle);
@@ -446,8 +466,9 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
     };
     legend(0, "curve", stroke(curveStyle));
     legend(1, "control polygon", stroke(polygonStyle));
-    legend(2, options.has("control") ? "control points" : "data points",
-           [&](double y) { svg.dots({{left + 18, y}}, pointRadius, pointStyle); });
+    legend(2, options.has("control") ? "control points" : "data points", [&](double y) {
+        svg.dots({{left + 18, y}}, pointRadius, pointStyle);
+    });
     if (options.has("ticks"))
         legend(3, "equal distances along the curve", [&](double y) {
             svg.segments({{left + 18, y - tickLength / 2}, {left + 18, y + tickLength / 2}}, tickStyle);
