@@ -106,8 +106,7 @@ public:
     {
         return Number([&](uint32_t *length) { return ShmQueueRemove(get(), buffer, &(*length = size)); });
     }
-    /// Adds all of a block, waiting for room.
-    /// @param patience  ms that the peer may take to make room; then the result is SHMQUEUE_FULL
+    /// Adds all of a block, waiting for room. A peer that makes none for `patience` ms: SHMQUEUE_FULL.
     Result send(const void *block, uint32_t size, uint32_t patience) noexcept
     {
         const char *next = static_cast<const char *>(block);
