@@ -183,6 +183,7 @@ public:
     }
 
 private:
+    /// @cond
     /// Moves to the front what is no whole record yet.
     struct Rest {
         RecordReader &reader;
@@ -193,6 +194,7 @@ private:
             std::memmove(reader.input_, reader.input_ + begin, reader.held_);
         }
     };
+    /// @endcond
 
     uint32_t held_ = 0;
     char input_[sizeof(uint32_t) + Longest];
