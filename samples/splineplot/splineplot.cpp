@@ -466,9 +466,8 @@ std::string drawSheet(const Options &options, const Points &points, std::string 
     };
     legend(0, "curve", stroke(curveStyle));
     legend(1, "control polygon", stroke(polygonStyle));
-    legend(2, options.has("control") ? "control points" : "data points", [&](double y) {
-        svg.dots({{left + 18, y}}, pointRadius, pointStyle);
-    });
+    legend(2, options.has("control") ? "control points" : "data points",
+           [&](double y) { svg.dots({{left + 18, y}}, pointRadius, pointStyle); });
     if (options.has("ticks"))
         legend(3, "equal distances along the curve", [&](double y) {
             svg.segments({{left + 18, y - tickLength / 2}, {left + 18, y + tickLength / 2}}, tickStyle);
