@@ -33,6 +33,7 @@ using ShmQueueStat = ::GENERAL_TYPE(ShmQueueStat);
 namespace detail {
 
 // The system's own, of <windows.h>, which would bring its macros to whoever includes this.
+// NOLINTBEGIN(readability-redundant-declaration, bugprone-macro-parentheses): it may have been included before
 #ifdef _WIN32
 #define GENERAL_SYSTEM(type) __declspec(dllimport) type __stdcall
 #else
@@ -45,6 +46,7 @@ GENERAL_SYSTEM(unsigned long) WaitForSingleObject(void *, unsigned long);
 GENERAL_SYSTEM(unsigned long) WaitForMultipleObjects(unsigned long, void *const *, int, unsigned long);
 }
 #undef GENERAL_SYSTEM
+// NOLINTEND(readability-redundant-declaration, bugprone-macro-parentheses)
 inline constexpr unsigned long mostWaits = 64, waitTimeout = 258, waitFailed = 0xFFFFFFFF;
 
 /// A peer that died inside a call makes the first destroy fail; the second one succeeds.
@@ -106,8 +108,7 @@ public:
     {
         return Number([&](uint32_t *length) { return ShmQueueRemove(get(), buffer, &(*length = size)); });
     }
-    /// Adds all of a block, waiting for room.
-    /// @param patience  ms that the peer may take to make room; then the result is SHMQUEUE_FULL
+    /// Adds all of a block, waiting for room. A peer that makes none for `patience` ms: SHMQUEUE_FULL.
     Result send(const void *block, uint32_t size, uint32_t patience) noexcept
     {
         const char *next = static_cast<const char *>(block);

@@ -28,9 +28,8 @@ struct LookedUp : c::QVSTraceEntry {
     LookedUp &operator=(const LookedUp &) = delete;
 };
 
-/// Calls `each` with the place of an exception and with those that it was called from, 32 at most, as LookedUp.
-/// @param exception  the system's EXCEPTION_POINTERS
-/// @param each       takes a LookedUp
+/// Calls `each` with the place of an exception, which the system's EXCEPTION_POINTERS tell, and with those that it was
+/// called from, 32 at most, as LookedUp.
 template<typename Pointers, typename Each>
 void traceException(const Pointers &exception, Each &&each)
 {

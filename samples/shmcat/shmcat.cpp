@@ -2,9 +2,9 @@
 //
 // The client sleeps in a select. The server gives a turn to each of its clients whose event is set.
 
-#include "general/shmqueue.hpp"
-
 #include <windows.h>
+
+#include "general/shmqueue.hpp"
 
 #include <cstdio>
 #include <cstdlib>
