@@ -19,7 +19,7 @@ using benchmark::DoNotOptimize;
 
 /// Adds a row of two contenders that do the same: one with the wrapper, one with the bare C functions.
 template<typename Wrapped, typename Bare>
-void row(const char *name, Wrapped wrapped, Bare bare)
+void row(const char *name, const Wrapped &wrapped, const Bare &bare)
 {
     bench::contend(
         name, "general",
